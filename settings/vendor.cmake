@@ -1,0 +1,28 @@
+# What a vendor sets for a build of its own: hosts, link secret and public key.
+
+set(TARNWICK_CONTENT_HOST content.vestrum.example CACHE STRING
+    "Vendor's primary content-network host, plain URLs")
+set(TARNWICK_LINK_HOST links.vestrum.example CACHE STRING
+    "Vendor's second content-network host, signed links")
+set(TARNWICK_MIRROR_HOST mirror.vestrum.example CACHE STRING
+    "Vendor's database mirror host")
+set(TARNWICK_OLDER_MIRROR_HOST oldmirror.vestrum.example CACHE STRING
+    "Vendor's database mirror host that earlier releases wrote into freshclam.conf")
+set(TARNWICK_VERSION_RECORD_HOST version.vestrum.example CACHE STRING
+    "Vendor's DNS host for the version record")
+set(TARNWICK_UPSTREAM_MIRROR_HOST database.clamav.net CACHE STRING
+    "ClamAV's own database mirror host")
+set(TARNWICK_UPSTREAM_VERSION_RECORD_HOST current.cvd.clamav.net CACHE STRING
+    "ClamAV's own DNS host for the version record")
+set(TARNWICK_LINK_SECRET Kesto-Ra CACHE STRING
+    "Secret shared with the second content-network host")
+set(TARNWICK_PUBLIC_KEY_FILE "${CMAKE_CURRENT_LIST_DIR}/vendor_public_key.pem" CACHE FILEPATH
+    "PEM file of the vendor's DSA public key, on one line or many")
+
+# The key is compiled in as one line: marker, body, marker.
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${TARNWICK_PUBLIC_KEY_FILE}")
+file(READ "${TARNWICK_PUBLIC_KEY_FILE}" TARNWICK_PUBLIC_KEY)
+string(REGEX REPLACE "[\r\n]" "" TARNWICK_PUBLIC_KEY "${TARNWICK_PUBLIC_KEY}")
+
+configure_file("${CMAKE_CURRENT_LIST_DIR}/vendor_settings.hpp.in"
+               "${PROJECT_BINARY_DIR}/generated/settings/vendor_settings.hpp" @ONLY)
