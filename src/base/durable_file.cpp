@@ -1,0 +1,123 @@
+#include "base/durable_file.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <string>
+#include <system_error>
+
+#include "base/file_descriptor.hpp"
+
+namespace tarnwick {
+namespace {
+
+namespace fs = std::filesystem;
+
+// No ending that ClamAV knows, so that a staged file is never loaded as a database.
+constexpr std::string_view stagedPrefix = ".tarnwick-staged.";
+
+/// A new file beside a target, which vanishes again unless it has been put in the target's place.
+class StagedFile {
+ public:
+  explicit StagedFile(const fs::path& target)
+      : target_(target), path_((target.parent_path() / stagedPrefix).string() + "XXXXXX") {
+    descriptor_.reset(::mkostemp(path_.data(), O_CLOEXEC));
+  }
+  StagedFile(const StagedFile&) = delete;
+  StagedFile& operator=(const StagedFile&) = delete;
+  ~StagedFile() {
+    if (descriptor_.isOpen() && !placed_) ::unlink(path_.c_str());
+  }
+
+  [[nodiscard]] int descriptor() const { return descriptor_.get(); }
+  [[nodiscard]] bool isOpen() const { return descriptor_.isOpen(); }
+
+  void setAttributes(const FileAttributes& attributes) const {
+    constexpr auto unchanged = static_cast<uid_t>(-1);
+    // Ignored where it fails: without super-user rights the file is installed all the same.
+    [[maybe_unused]] const int owned =
+        ::fchown(descriptor(), attributes.owner.value_or(unchanged),
+                 attributes.group.value_or(static_cast<gid_t>(unchanged)));
+    ::fchmod(descriptor(), attributes.mode);
+  }
+
+  bool putInPlace() {
+    if (::fsync(descriptor()) != 0) return false;
+    std::error_code ignored;
+    // A folder where the file belongs would refuse the rename.
+    if (fs::is_directory(fs::symlink_status(target_, ignored))) fs::remove_all(target_, ignored);
+    placed_ = ::rename(path_.c_str(), target_.c_str()) == 0;
+    if (placed_) syncFolder();
+    return placed_;
+  }
+
+ private:
+  void syncFolder() const {
+    const fs::path folder = target_.has_parent_path() ? target_.parent_path() : fs::path(".");
+    const FileDescriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (opened.isOpen()) ::fsync(opened.get());
+  }
+
+  fs::path target_;
+  std::string path_;
+  FileDescriptor descriptor_;
+  bool placed_ = false;
+};
+
+bool copyContent(int from, int to) {
+  std::array<char, 65536> buffer;  // NOLINT(*-member-init): filled by read
+  for (;;) {
+    const ssize_t count = ::read(from, buffer.data(), buffer.size());
+    if (count == 0) return true;
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return false;
+    if (!writeFully(to, {buffer.data(), static_cast<std::size_t>(count)})) return false;
+  }
+}
+
+}  // namespace
+
+bool moveFileIntoPlace(const fs::path& source, const fs::path& target,
+                       const FileAttributes& attributes) {
+  const FileDescriptor opened(::open(source.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!opened.isOpen()) return false;
+  StagedFile staged(target);
+  if (!staged.isOpen() || !copyContent(opened.get(), staged.descriptor())) return false;
+  staged.setAttributes(attributes);
+  if (!staged.putInPlace()) return false;
+  ::unlink(source.c_str());
+  return true;
+}
+
+bool writeFileWhole(const fs::path& target, std::string_view content, mode_t mode) {
+  StagedFile staged(target);
+  if (!staged.isOpen() || !writeFully(staged.descriptor(), content)) return false;
+  staged.setAttributes({.owner = {}, .group = {}, .mode = mode});
+  return staged.putInPlace();
+}
+
+void removeStagedLeftovers(const fs::path& directory) {
+  std::error_code error;
+  for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
+       entry.increment(error)) {
+    if (entry->path().filename().string().starts_with(stagedPrefix)) {
+      ::unlink(entry->path().c_str());
+    }
+  }
+}
+
+bool fileExists(const fs::path& path) {
+  std::error_code ignored;
+  return fs::exists(path, ignored);
+}
+
+void removeIgnoringErrors(const fs::path& path) {
+  std::error_code ignored;
+  fs::remove_all(path, ignored);
+}
+
+}  // namespace tarnwick

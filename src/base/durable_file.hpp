@@ -1,0 +1,39 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <filesystem>
+#include <optional>
+#include <string_view>
+
+/// Files that are replaced whole: whoever looks, at any instant and after any loss of power, finds
+/// the old file or the new one. New content is staged beside its target under a name nobody can
+/// guess, brought to the disk, and renamed over the target.
+namespace tarnwick {
+
+/// Who is to own a file, and its mode. Owner and group are absent where the machine lacks them.
+struct FileAttributes {
+  std::optional<uid_t> owner;
+  std::optional<gid_t> group;
+  mode_t mode = 0644;
+};
+
+/// Moves `source` over `target`, across file systems too. Owner, group and mode are set on the
+/// way, and a failure to set them is no failure of the move. False when the move failed: both
+/// files are then as they were.
+bool moveFileIntoPlace(const std::filesystem::path& source, const std::filesystem::path& target,
+                       const FileAttributes& attributes);
+
+/// Replaces `target` by a file with this content. False when that failed.
+bool writeFileWhole(const std::filesystem::path& target, std::string_view content, mode_t mode);
+
+/// Removes what a run that was killed left staged in `directory`.
+void removeStagedLeftovers(const std::filesystem::path& directory);
+
+/// Whether something is there, links followed. False too when that cannot be told.
+bool fileExists(const std::filesystem::path& path);
+
+/// Deletes a file or a folder with all it holds. A missing one and every error are ignored.
+void removeIgnoringErrors(const std::filesystem::path& path);
+
+}  // namespace tarnwick

@@ -1,0 +1,40 @@
+#include "base/file_descriptor.hpp"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+
+namespace tarnwick {
+
+void FileDescriptor::reset(int descriptor) {
+  if (descriptor_ >= 0) ::close(descriptor_);
+  descriptor_ = descriptor;
+}
+
+bool writeFully(int descriptor, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
+    if (written >= 0) {
+      bytes.remove_prefix(static_cast<std::size_t>(written));
+    } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
+      pollfd ready{descriptor, POLLOUT, 0};
+      ::poll(&ready, 1, -1);
+    } else if (errno != EINTR) {
+      return false;
+    }
+  }
+  return true;
+}
+
+void keepStandardDescriptorsOpen() {
+  int descriptor = 0;
+  do {
+    descriptor = ::open("/dev/null", O_RDWR);  // meant to be inherited, as the others are
+  } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+  if (descriptor > STDERR_FILENO) ::close(descriptor);
+}
+
+}  // namespace tarnwick

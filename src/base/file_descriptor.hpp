@@ -1,0 +1,39 @@
+#pragma once
+
+#include <string_view>
+#include <utility>
+
+namespace tarnwick {
+
+/// Owns one open file descriptor and closes it when it goes. -1 stands for none.
+class FileDescriptor {
+ public:
+  FileDescriptor() = default;
+  explicit FileDescriptor(int descriptor) : descriptor_(descriptor) {}
+  FileDescriptor(FileDescriptor&& other) noexcept
+      : descriptor_(std::exchange(other.descriptor_, -1)) {}
+  FileDescriptor& operator=(FileDescriptor&& other) noexcept {
+    reset(std::exchange(other.descriptor_, -1));
+    return *this;
+  }
+  FileDescriptor(const FileDescriptor&) = delete;
+  FileDescriptor& operator=(const FileDescriptor&) = delete;
+  ~FileDescriptor() { reset(); }
+
+  [[nodiscard]] int get() const { return descriptor_; }
+  [[nodiscard]] bool isOpen() const { return descriptor_ >= 0; }
+  void reset(int descriptor = -1);
+
+ private:
+  int descriptor_ = -1;
+};
+
+/// Writes all of `bytes`, however the kernel cuts it up. False when the rest cannot be written;
+/// errno then tells why.
+bool writeFully(int descriptor, std::string_view bytes);
+
+/// Opens /dev/null on each of the descriptors 0, 1 and 2 that the caller left closed, so that no
+/// file of ours is ever taken for standard output.
+void keepStandardDescriptorsOpen();
+
+}  // namespace tarnwick

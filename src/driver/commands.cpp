@@ -1,0 +1,192 @@
+#include "driver/commands.hpp"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+
+#include "base/file_descriptor.hpp"
+
+extern char** environ;  // NOLINT(readability-redundant-declaration): not every system declares it
+
+namespace tarnwick {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// How a child program starts: default signal dispositions, no signal blocked.
+class SpawnSettings {
+ public:
+  SpawnSettings() {
+    posix_spawnattr_init(&attributes_);
+    posix_spawn_file_actions_init(&actions_);
+    sigset_t all{};
+    sigset_t none{};
+    sigfillset(&all);
+    sigemptyset(&none);
+    posix_spawnattr_setsigdefault(&attributes_, &all);
+    posix_spawnattr_setsigmask(&attributes_, &none);
+    posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+  }
+  SpawnSettings(const SpawnSettings&) = delete;
+  SpawnSettings& operator=(const SpawnSettings&) = delete;
+  ~SpawnSettings() {
+    posix_spawn_file_actions_destroy(&actions_);
+    posix_spawnattr_destroy(&attributes_);
+  }
+
+  void changeFolder(const fs::path& folder) {
+    posix_spawn_file_actions_addchdir_np(&actions_, folder.c_str());
+  }
+
+  void redirect(int descriptor, const FileDescriptor& to) {
+    posix_spawn_file_actions_adddup2(&actions_, to.get(), descriptor);
+  }
+
+  /// 0, or the error number.
+  int spawn(pid_t& child, const std::string& executable,
+            const std::vector<std::string>& arguments) const {
+    std::vector<char*> list;
+    list.push_back(const_cast<char*>(executable.c_str()));
+    for (const std::string& argument : arguments) {
+      list.push_back(const_cast<char*>(argument.c_str()));
+    }
+    list.push_back(nullptr);
+    return ::posix_spawn(&child, executable.c_str(), &actions_, &attributes_, list.data(), environ);
+  }
+
+ private:
+  posix_spawnattr_t attributes_{};
+  posix_spawn_file_actions_t actions_{};
+};
+
+struct Pipe {
+  FileDescriptor reading;
+  FileDescriptor writing;
+};
+
+Pipe makePipe() {
+  std::array<int, 2> ends{-1, -1};
+  if (::pipe(ends.data()) != 0) return {};
+  for (const int end : ends) ::fcntl(end, F_SETFD, FD_CLOEXEC);
+  return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
+}
+
+int waitFor(pid_t child, int options, int& status) {
+  for (;;) {
+    const pid_t ended = ::waitpid(child, &status, options);
+    if (ended >= 0 || errno != EINTR) return ended;
+  }
+}
+
+int exitStatusOf(int waitStatus) {
+  return WIFEXITED(waitStatus) ? WEXITSTATUS(waitStatus) : 128 + WTERMSIG(waitStatus);
+}
+
+/// Takes what a pipe holds; closes it at its end. No answer that we wait for is nearly as long as
+/// the limit on what is kept.
+void drain(FileDescriptor& pipe, std::string* into) {
+  constexpr std::size_t keptAtMost = 1U << 20U;
+  std::array<char, 65536> buffer;  // NOLINT(*-member-init): filled by read
+  const ssize_t count = ::read(pipe.get(), buffer.data(), buffer.size());
+  if (count < 0 && errno == EINTR) return;
+  if (count <= 0) {
+    pipe.reset();
+  } else if (into != nullptr && into->size() < keptAtMost) {
+    into->append(buffer.data(), static_cast<std::size_t>(count));
+  }
+}
+
+/// Waits up to so many milliseconds for output and takes it. False when there was none.
+bool drainReady(std::array<FileDescriptor, 2>& pipes, std::string* into, int milliseconds) {
+  std::array<pollfd, 2> watched{pollfd{pipes[0].get(), POLLIN, 0},
+                                pollfd{pipes[1].get(), POLLIN, 0}};
+  if (::poll(watched.data(), watched.size(), milliseconds) <= 0) return false;
+  for (std::size_t i = 0; i < pipes.size(); ++i) {
+    if (watched[i].revents != 0) drain(pipes[i], into);
+  }
+  return true;
+}
+
+/// Empties the pipes while the child runs, so that it never waits for a reader. A child that has
+/// ended may have left its pipes to a program of its own: that one is not waited for.
+int drainUntilExit(pid_t child, std::array<FileDescriptor, 2>& pipes, std::string* into) {
+  constexpr int lookAgain = 100;  // milliseconds, for a child that closed nothing and ended
+  int status = 0;
+  while (pipes[0].isOpen() || pipes[1].isOpen()) {
+    if (drainReady(pipes, into, lookAgain)) continue;
+    if (waitFor(child, WNOHANG, status) == 0) continue;
+    drainReady(pipes, into, 0);  // what a full pipe still held fits in one go
+    return status;
+  }
+  waitFor(child, 0, status);
+  return status;
+}
+
+}  // namespace
+
+int runShellCommand(const std::string& commandLine) {
+  constexpr int shellCouldNotRun = 127 << 8;
+  const SpawnSettings settings;
+  pid_t child = 0;
+  const int error = settings.spawn(child, "/bin/sh", {"-c", commandLine});
+  if (error == EAGAIN || error == ENOMEM) return -1;
+  if (error != 0) return shellCouldNotRun;
+  int status = 0;
+  return waitFor(child, 0, status) == child ? status : -1;
+}
+
+ToolResult runTool(const ToolRun& run) {
+  SpawnSettings settings;
+  if (run.workingDirectory) settings.changeFolder(*run.workingDirectory);
+  Pipe input;
+  Pipe output;
+  Pipe errors;
+  if (run.output == ToolOutput::captured) {
+    input = makePipe();
+    settings.redirect(STDIN_FILENO, input.reading);
+  }
+  if (run.output != ToolOutput::inherited) {
+    output = makePipe();
+    if (run.output == ToolOutput::dropped) errors = makePipe();
+    settings.redirect(STDOUT_FILENO, output.writing);
+    settings.redirect(STDERR_FILENO, errors.writing.isOpen() ? errors.writing : output.writing);
+  }
+  ToolResult result;
+  pid_t child = 0;
+  if (settings.spawn(child, run.executable, run.arguments) != 0) return result;
+  input = {};
+  output.writing.reset();
+  errors.writing.reset();
+  std::array<FileDescriptor, 2> pipes{std::move(output.reading), std::move(errors.reading)};
+  const bool captured = run.output == ToolOutput::captured;
+  result.status = exitStatusOf(drainUntilExit(child, pipes, captured ? &result.output : nullptr));
+  return result;
+}
+
+bool dataDirectoryIsUsable(const RunContext& context) {
+  if (context.dataDirectory.empty()) return false;
+  const fs::path normal = fs::path(context.dataDirectory).lexically_normal();
+  return normal != normal.root_path() &&
+         normal.string().find_first_not_of('/') != std::string::npos;
+}
+
+void fixDatabasePermissions(const RunContext& context) {
+  // A mistaken argument must not turn into a command on the whole file system.
+  if (dataDirectoryIsUsable(context)) {
+    runShellCommand(fmt::format("chown -R clamav:clamav {}", context.dataDirectory));
+    runShellCommand(fmt::format("chmod 0775 {}", context.dataDirectory));
+    runShellCommand(fmt::format("chmod 0664 {}/*", context.dataDirectory));
+  }
+  if (!context.logEnabled || !context.logPath) return;
+  runShellCommand(fmt::format("touch {}", *context.logPath));
+  runShellCommand(fmt::format("chmod a+rw {}", *context.logPath));
+}
+
+}  // namespace tarnwick

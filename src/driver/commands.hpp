@@ -1,0 +1,48 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "driver/run_context.hpp"
+
+namespace tarnwick {
+
+/// Hands a command line to the system shell as it stands and waits for it. Returns the raw wait
+/// status: the exit status is that value shifted right by eight bits; -1 when the shell could not
+/// be started. Unlike the C library's `system`, leaves this program's signals as they are.
+int runShellCommand(const std::string& commandLine);
+
+/// What becomes of a program's standard output and standard error.
+enum class ToolOutput {
+  inherited,  ///< goes where ours goes
+  dropped,    ///< goes to two pipes whose content nobody reads
+  captured,   ///< both go to one pipe, and standard input is an empty pipe
+};
+
+struct ToolRun {
+  std::string executable;
+  std::vector<std::string> arguments;
+  std::optional<std::filesystem::path> workingDirectory = {};
+  ToolOutput output = ToolOutput::inherited;
+};
+
+struct ToolResult {
+  /// The exit status. A program that was killed or could not be started has one that is not 0.
+  int status = -1;
+  std::string output;  ///< only when captured
+};
+
+/// Runs a program directly, without a shell, and waits for it to end.
+ToolResult runTool(const ToolRun& run);
+
+/// Whether the data directory is one that may be given to a recursive command: not an empty text,
+/// and not the root of the file system however it is written.
+bool dataDirectoryIsUsable(const RunContext& context);
+
+/// Gives the database folder to "clamav" and sets its modes, and those of the log when one is
+/// named.
+void fixDatabasePermissions(const RunContext& context);
+
+}  // namespace tarnwick

@@ -1,0 +1,90 @@
+#include "driver/termination.hpp"
+
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <string_view>
+
+#include "platform/platform.hpp"
+
+namespace tarnwick {
+namespace {
+
+// The one global of the program: a signal handler is handed nothing but a number.
+std::atomic<const RunContext*> interruptedRun{nullptr};
+
+/// A reader that has stopped reading must not keep the run from ending.
+void writeIfReady(int descriptor, std::string_view line) {
+  constexpr int patience = 200;  // milliseconds
+  pollfd watched{descriptor, POLLOUT, 0};
+  if (descriptor < 0 || ::poll(&watched, 1, patience) <= 0) return;
+  [[maybe_unused]] const ssize_t written = ::write(descriptor, line.data(), line.size());
+}
+
+/// What printMessage does, by means that are safe here.
+void announce() {
+  constexpr std::string_view line = "killling...\n";
+  const RunContext* const run = interruptedRun;
+  if (run == nullptr) return;
+  if (!run->quietMode) writeIfReady(STDOUT_FILENO, line);
+  if (run->logEnabled) writeIfReady(run->logFile.descriptor(), line);
+}
+
+[[noreturn]] void becomeShellCommand(const char* commandLine) {
+  struct sigaction standard {};
+  standard.sa_handler = SIG_DFL;
+  for (const int number : {SIGTERM, SIGINT, SIGQUIT, SIGABRT, SIGPIPE}) {
+    ::sigaction(number, &standard, nullptr);
+  }
+  sigset_t none{};
+  ::sigemptyset(&none);
+  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+  ::execl("/bin/sh", "sh", "-c", commandLine, static_cast<char*>(nullptr));
+  ::_exit(127);
+}
+
+void runShellCommandSafely(const char* commandLine) {
+  const pid_t child = platform::forkInSignalHandler();
+  if (child == 0) becomeShellCommand(commandLine);
+  if (child > 0) ::waitpid(child, nullptr, 0);
+}
+
+void killEveryFreshclam() {
+  std::array<pid_t, 1024> processes{};
+  std::array<char, 4096> path;  // NOLINT(*-member-init): filled for each process
+  const std::size_t count = platform::listProcesses(processes);
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::string_view executable = platform::executablePathOf(processes[i], path);
+    // Once for each process found, although the first command reaches them all.
+    if (executable.find("freshclam") != std::string_view::npos) {
+      runShellCommandSafely("killall freshclam");
+    }
+  }
+}
+
+}  // namespace
+
+void killFreshclamAndExit(int /*signalNumber*/) {
+  announce();
+  killEveryFreshclam();
+  ::_exit(255);
+}
+
+void installTerminationHandlers(const RunContext& context) {
+  interruptedRun = &context;
+  struct sigaction action {};
+  action.sa_handler = killFreshclamAndExit;
+  // No second signal may cut the first one's work short.
+  ::sigfillset(&action.sa_mask);
+  for (const int number : {SIGTERM, SIGINT, SIGQUIT, SIGABRT}) {
+    ::sigaction(number, &action, nullptr);
+  }
+  struct sigaction ignore {};
+  ignore.sa_handler = SIG_IGN;
+  ::sigaction(SIGPIPE, &ignore, nullptr);
+}
+
+}  // namespace tarnwick

@@ -1,0 +1,5 @@
+#include "driver/run_driver.hpp"
+
+int main(int argc, char** argv) {
+  return tarnwick::runTarnwick(argc, argv);
+}

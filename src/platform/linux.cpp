@@ -1,0 +1,232 @@
+#include <dirent.h>
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <system_error>
+
+#include "base/file_descriptor.hpp"
+#include "base/text_rules.hpp"
+#include "platform/linux_property_list.hpp"
+#include "platform/platform.hpp"
+
+namespace tarnwick::platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// The value of NAME=value in a file of shell assignments, quotes removed.
+std::string assignedValue(const char* file, std::string_view name) {
+  std::ifstream stream(file);
+  for (std::string line; std::getline(stream, line);) {
+    if (!line.starts_with(name) || line.size() <= name.size() || line[name.size()] != '=') continue;
+    std::string value = line.substr(name.size() + 1);
+    std::erase_if(value, [](char c) { return c == '"' || c == '\'' || std::iscntrl(c) != 0; });
+    return value;
+  }
+  return {};
+}
+
+}  // namespace
+
+std::string operatingSystemVersion() {
+  constexpr auto systemVersion = "/System/Library/CoreServices/SystemVersion.plist";
+  std::ifstream stream(systemVersion);
+  if (stream) {
+    std::stringstream content;
+    content << stream.rdbuf();
+    const Preferences values = parsePropertyList(content.str());
+    const auto found = values.find("ProductVersion");
+    if (found != values.end()) return found->second;
+  }
+  const std::string version = assignedValue("/etc/os-release", "VERSION_ID");
+  return version.empty() || !textFromUtf8(version) ? "unknown" : version;
+}
+
+namespace {
+
+std::string temporaryName() {
+  return fmt::format("tarnwick-{}", ::geteuid());
+}
+
+/// A real folder, ours, and closed to everybody else.
+bool isOursAlone(const fs::path& directory) {
+  struct stat status {};
+  if (::lstat(directory.c_str(), &status) != 0) return false;
+  return S_ISDIR(status.st_mode) && status.st_uid == ::geteuid() && (status.st_mode & 077) == 0;
+}
+
+/// Folders under a random name that killed runs left, from when the usual name was not to be had.
+void sweepSpareDirectories(const fs::path& parent) {
+  std::error_code error;
+  for (fs::directory_iterator entry(parent, error), end; !error && entry != end;
+       entry.increment(error)) {
+    const std::string name = entry->path().filename().string();
+    const bool named = name.starts_with(temporaryName() + "-") &&
+                       name.size() == temporaryName().size() + 1 + std::strlen("XXXXXX");
+    std::error_code ignored;
+    if (named && isOursAlone(entry->path())) fs::remove_all(entry->path(), ignored);
+  }
+}
+
+}  // namespace
+
+fs::path makeTemporaryDirectory() {
+  const char* const configured = std::getenv("TMPDIR");  // NOLINT(concurrency-mt-unsafe)
+  const fs::path parent = configured != nullptr && *configured != '\0' ? configured : "/tmp";
+  sweepSpareDirectories(parent);
+  const fs::path usual = parent / temporaryName();
+  ::mkdir(usual.c_str(), 0700);
+  if (isOursAlone(usual)) return usual;
+  std::string spare = usual.string() + "-XXXXXX";
+  return ::mkdtemp(spare.data()) != nullptr ? fs::path(spare) : usual;
+}
+
+void releaseTemporaryDirectory(const fs::path& directory) {
+  if (isOursAlone(directory)) ::rmdir(directory.c_str());
+}
+
+namespace {
+
+constexpr unsigned routeUp = 0x0001;
+constexpr unsigned routeReject = 0x0200;
+
+bool usable(unsigned flags) {
+  return (flags & routeUp) != 0 && (flags & routeReject) == 0;
+}
+
+/// Columns: interface, destination, gateway, flags, use counts, metric, mask, ...
+bool hasInternet4DefaultRoute() {
+  std::ifstream table("/proc/net/route");
+  std::string line;
+  std::getline(table, line);  // the column titles
+  while (std::getline(table, line)) {
+    std::istringstream columns(line);
+    std::string interface, destination, gateway, references, uses, metric, mask;
+    unsigned flags = 0;
+    columns >> interface >> destination >> gateway >> std::hex >> flags >> references >> uses >>
+        metric >> mask;
+    if (columns && destination == "00000000" && mask == "00000000" && usable(flags)) return true;
+  }
+  return false;
+}
+
+/// Columns: destination, its prefix length, source, its prefix length, next hop, metric, ...
+bool hasInternet6DefaultRoute() {
+  std::ifstream table("/proc/net/ipv6_route");
+  for (std::string line; std::getline(table, line);) {
+    std::istringstream columns(line);
+    std::string destination, length, source, sourceLength, hop, metric, references, uses;
+    unsigned flags = 0;
+    columns >> destination >> length >> source >> sourceLength >> hop >> metric >> references >>
+        uses >> std::hex >> flags;
+    const bool isDefault = destination == std::string(32, '0') && length == "00";
+    if (columns && isDefault && usable(flags)) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+bool defaultRouteIsUsable() {
+  return hasInternet4DefaultRoute() || hasInternet6DefaultRoute();
+}
+
+namespace {
+
+/// What the kernel writes for each entry of a folder. The C library's own reader allocates
+/// memory, which a signal handler must not.
+struct DirectoryEntry {
+  std::uint64_t inode;
+  std::int64_t offset;
+  std::uint16_t length;
+  std::uint8_t type;
+  char name[1];
+};
+
+pid_t processNamed(const char* name) {
+  pid_t process = 0;
+  const char* const end = name + std::strlen(name);
+  const auto result = std::from_chars(name, end, process);
+  return result.ptr == end ? process : 0;
+}
+
+/// The oldest leave first where more come than fit: process ids come in ascending order.
+void keepNewest(std::span<pid_t> processes, std::size_t& count, pid_t process) {
+  if (processes.empty()) return;
+  if (count == processes.size()) {
+    std::shift_left(processes.begin(), processes.end(), 1);
+    --count;
+  }
+  processes[count++] = process;
+}
+
+}  // namespace
+
+std::size_t listProcesses(std::span<pid_t> processes) {
+  const FileDescriptor folder(::open("/proc", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!folder.isOpen()) return 0;
+  std::size_t count = 0;
+  alignas(DirectoryEntry) std::array<char, 8192> buffer;  // NOLINT(*-member-init): read fills it
+  for (;;) {
+    const long filled = ::syscall(SYS_getdents64, folder.get(), buffer.data(), buffer.size());
+    if (filled <= 0) return count;
+    for (long position = 0; position < filled;) {
+      const char* const start = buffer.data() + position;
+      std::uint16_t length = 0;
+      std::memcpy(&length, start + offsetof(DirectoryEntry, length), sizeof length);
+      const pid_t process = processNamed(start + offsetof(DirectoryEntry, name));
+      if (process > 0) keepNewest(processes, count, process);
+      position += length;
+    }
+  }
+}
+
+std::string_view executablePathOf(pid_t process, std::span<char> buffer) {
+  std::array<char, 32> link{"/proc/"};
+  char* const digits = link.data() + std::strlen(link.data());
+  const auto end = std::to_chars(digits, link.data() + link.size() - sizeof "/exe", process);
+  std::strcpy(end.ptr, "/exe");  // NOLINT(clang-analyzer-security.*): room was kept for it
+  const ssize_t length = ::readlink(link.data(), buffer.data(), buffer.size());
+  return length > 0 ? std::string_view(buffer.data(), static_cast<std::size_t>(length))
+                    : std::string_view();
+}
+
+// The C library's fork takes locks that the interrupted code may hold; this one takes none.
+pid_t forkInSignalHandler() {
+  return ::_Fork();
+}
+
+// A link stays a link: the file that it leads to is edited.
+std::string_view inPlaceEditCommand() {
+  return "sed -i --follow-symlinks";
+}
+
+std::string unzipCommand(const fs::path& archive, const fs::path& directory) {
+  return fmt::format("unzip -o -q {} -d {}", archive.string(), directory.string());
+}
+
+bool engineSignatureIsSound(const fs::path& engine) {
+  std::error_code error;
+  const fs::path resolved = fs::canonical(engine, error);
+  if (error) return false;
+  constexpr mode_t writableByOthers = S_IWGRP | S_IWOTH;
+  struct stat program {};
+  struct stat folder {};
+  if (::stat(resolved.c_str(), &program) != 0) return false;
+  if (::stat(resolved.parent_path().c_str(), &folder) != 0) return false;
+  return S_ISREG(program.st_mode) && (program.st_mode & S_IXUSR) != 0 && program.st_uid == 0 &&
+         ((program.st_mode | folder.st_mode) & writableByOthers) == 0;
+}
+
+}  // namespace tarnwick::platform

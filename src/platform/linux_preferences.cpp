@@ -1,0 +1,93 @@
+#include <fmt/format.h>
+#include <plist/plist.h>
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <fstream>
+#include <limits>
+#include <memory>
+#include <sstream>
+
+#include "base/durable_file.hpp"
+#include "platform/linux_property_list.hpp"
+#include "platform/platform.hpp"
+
+namespace tarnwick::platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view stateDirectory = "/var/lib/tarnwick";
+
+struct FreeNode {
+  void operator()(void* node) const { plist_free(node); }
+};
+struct FreeMemory {
+  void operator()(void* memory) const { std::free(memory); }  // NOLINT(*-no-malloc)
+};
+using Node = std::unique_ptr<void, FreeNode>;
+template <typename T>
+using Memory = std::unique_ptr<T, FreeMemory>;
+
+fs::path fileOf(std::string_view domain) {
+  return fs::path(stateDirectory) / fmt::format("{}.plist", domain);
+}
+
+void takeText(Preferences& values, const char* key, plist_t item) {
+  if (key == nullptr || item == nullptr || plist_get_node_type(item) != PLIST_STRING) return;
+  char* text = nullptr;
+  plist_get_string_val(item, &text);
+  const Memory<char> owner(text);
+  if (text != nullptr) values.insert_or_assign(key, text);
+}
+
+}  // namespace
+
+Preferences parsePropertyList(std::string_view xml) {
+  Preferences values;
+  if (xml.empty() || xml.size() > std::numeric_limits<std::uint32_t>::max()) return values;
+  plist_t parsed = nullptr;
+  plist_from_xml(xml.data(), static_cast<std::uint32_t>(xml.size()), &parsed);
+  const Node root(parsed);
+  if (!root || plist_get_node_type(root.get()) != PLIST_DICT) return values;
+  plist_dict_iter started = nullptr;
+  plist_dict_new_iter(root.get(), &started);
+  const Memory<void> position(started);
+  for (;;) {
+    char* key = nullptr;
+    plist_t item = nullptr;
+    plist_dict_next_item(root.get(), position.get(), &key, &item);
+    const Memory<char> owner(key);
+    if (item == nullptr) return values;
+    takeText(values, key, item);
+  }
+}
+
+std::string formatPropertyList(const Preferences& values) {
+  const Node root(plist_new_dict());
+  for (const auto& [key, value] : values) {
+    plist_dict_set_item(root.get(), key.c_str(), plist_new_string(value.c_str()));
+  }
+  char* text = nullptr;
+  std::uint32_t length = 0;
+  plist_to_xml(root.get(), &text, &length);
+  const Memory<char> owner(text);
+  return text != nullptr ? std::string(text, length) : std::string();
+}
+
+std::optional<Preferences> readPreferences(std::string_view domain) {
+  std::ifstream stream(fileOf(domain), std::ios::binary);
+  if (!stream) return std::nullopt;
+  std::stringstream content;
+  content << stream.rdbuf();
+  return parsePropertyList(content.str());
+}
+
+void replacePreferences(std::string_view domain, const Preferences& values) {
+  ::mkdir(fs::path(stateDirectory).c_str(), 0700);
+  removeStagedLeftovers(stateDirectory);
+  writeFileWhole(fileOf(domain), formatPropertyList(values), 0600);
+}
+
+}  // namespace tarnwick::platform

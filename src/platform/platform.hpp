@@ -1,0 +1,69 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+/// Everything in which operating systems differ. CMake picks the file that carries it out.
+namespace tarnwick::platform {
+
+/// The version that the system's vendor gives it, such as "12"; "unknown" when it says none.
+std::string operatingSystemVersion();
+
+/// A folder of our own for this run's temporary files: closed to other users, and found again by
+/// the next run, so that what a killed run left there can be swept.
+std::filesystem::path makeTemporaryDirectory();
+
+/// Removes the folder if it is empty and was made by makeTemporaryDirectory.
+void releaseTemporaryDirectory(const std::filesystem::path& directory);
+
+/// Whether a default route exists that can be used as it stands. Sends nothing.
+bool defaultRouteIsUsable();
+
+/// Fills `processes` with the ids of running processes and returns how many these are. Where there
+/// are more than fit, the oldest are left out. Safe in a signal handler.
+std::size_t listProcesses(std::span<pid_t> processes);
+
+/// The path of what a process executes, written to `buffer`; empty when it cannot be told. Safe
+/// in a signal handler.
+std::string_view executablePathOf(pid_t process, std::span<char> buffer);
+
+/// As fork, safe in a signal handler, whatever the signal interrupted.
+pid_t forkInSignalHandler();
+
+/// A preferences domain: texts by key, owned by the user who runs the program.
+using Preferences = std::map<std::string, std::string, std::less<>>;
+
+/// The values stored for a domain. None when no such domain exists; a domain that cannot be read
+/// holds no values.
+std::optional<Preferences> readPreferences(std::string_view domain);
+
+/// Replaces a domain whole, on the disk too. Failures are not reported.
+void replacePreferences(std::string_view domain, const Preferences& values);
+
+enum class TimeZone { local, gmt };
+
+/// A moment, in seconds since 1970 UTC, by a Unicode date pattern in the locale "en_US_POSIX".
+std::string formatDate(double secondsSince1970, std::string_view pattern, TimeZone zone);
+
+/// The present date and time, both in the medium style of the user's locale.
+std::string currentDateAndTime();
+
+/// The command that edits a file in place without a spare copy, to be followed by a blank, the
+/// quoted script, a blank and the file.
+std::string_view inPlaceEditCommand();
+
+/// The shell command that unpacks a zip archive into a folder, overwriting.
+std::string unzipCommand(const std::filesystem::path& archive,
+                         const std::filesystem::path& directory);
+
+/// Whether the scanning engine at this path is what its maker or administrator installed.
+bool engineSignatureIsSound(const std::filesystem::path& engine);
+
+}  // namespace tarnwick::platform

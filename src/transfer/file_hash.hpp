@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tarnwick {
+
+/// Tells the one streaming routine which algorithm to run. Lives for a single call.
+// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl*): the name that the class has always had
+struct _FileHashComputationContext {
+  void (*initFunction)(void* state);
+  void (*updateFunction)(void* state, const void* bytes, std::uint32_t length);
+  void (*finalFunction)(unsigned char* output, void* state);
+  std::uint64_t digestLength;  ///< in bytes
+  void* hashObjectPointer;     ///< the algorithm's state, owned by the caller
+};
+
+/// Digests of files and short texts. The file operations read in small pieces, so that memory
+/// does not grow with the file; none when the file cannot be opened or read to its end.
+class FileHash {
+ public:
+  static std::optional<std::string> hashOfFileAtPathWithComputationContext(
+      const std::filesystem::path& path, const _FileHashComputationContext* context);
+
+  static std::optional<std::string> md5HashOfFileAtPath(const std::filesystem::path& path);
+  static std::optional<std::string> sha1HashOfFileAtPath(const std::filesystem::path& path);
+  static std::optional<std::string> sha512HashOfFileAtPath(const std::filesystem::path& path);
+
+  /// 32 lower-case hexadecimal digits, or with `rawDigest` the 16 digest bytes, one a character.
+  static std::string md5HashOfStringRawDigest(std::string_view text, bool rawDigest);
+
+  /// 25 characters: the Base64 text of the MD5 digest and a line feed, which the caller keeps or
+  /// trims.
+  static std::string md5HashAsBase64OfString(std::string_view text);
+
+  static std::string sha1OfString(std::string_view text);
+
+  /// The 20 digest bytes themselves.
+  static std::optional<std::vector<unsigned char>> sha1DigestOfFileAtPath(
+      const std::filesystem::path& path);
+};
+
+}  // namespace tarnwick

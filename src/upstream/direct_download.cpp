@@ -1,0 +1,139 @@
+#include "upstream/direct_download.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+#include <vector>
+
+#include "base/durable_file.hpp"
+#include "base/text_rules.hpp"
+#include "driver/commands.hpp"
+#include "driver/console.hpp"
+#include "transfer/file_downloader.hpp"
+#include "transfer/tool_request.hpp"
+
+namespace tarnwick {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int stillOutOfDate = 0xEA00;  // raw status of exit 234
+constexpr int upToDate = 0x100;         // raw status of exit 1
+
+/// Where the record holds each database's version, in the order of databaseNames.
+constexpr std::array<std::size_t, 3> recordFields{1, 2, 7};
+constexpr std::size_t fewestRecordFields = 8;
+
+using RecordedVersions = std::array<std::int64_t, 3>;
+
+std::string containerOf(std::string_view name) {
+  return fmt::format("{}.cvd", name);
+}
+std::string incrementalContainerOf(std::string_view name) {
+  return fmt::format("{}.cld", name);
+}
+
+bool isPresent(const RunContext& context, const std::string& fileName) {
+  return fileExists(inDataDirectory(context, fileName));
+}
+
+std::optional<RecordedVersions> recordedVersions(std::string_view record) {
+  const std::vector<std::string_view> fields = split(record, ':');
+  if (fields.size() < fewestRecordFields) return std::nullopt;
+  RecordedVersions versions{};
+  std::ranges::transform(recordFields, versions.begin(),
+                         [&fields](std::size_t field) { return parseInteger(fields[field]); });
+  return versions;
+}
+
+void bringUpToDate(const RunContext& context, HttpClient& http, const RecordedVersions& versions) {
+  for (std::size_t i = 0; i < databaseNames.size(); ++i) {
+    if (databaseNeedsUpdate(context, databaseNames[i], versions[i])) {
+      downloadFullDatabase(context, http, databaseNames[i]);
+    }
+  }
+}
+
+bool anyStillNeedsUpdate(const RunContext& context, const RecordedVersions& versions) {
+  for (std::size_t i = 0; i < databaseNames.size(); ++i) {
+    if (databaseNeedsUpdate(context, databaseNames[i], versions[i])) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+bool databaseIsInstalled(const RunContext& context, std::string_view name) {
+  return isPresent(context, containerOf(name)) || isPresent(context, incrementalContainerOf(name));
+}
+
+std::int64_t sigtoolVersion(const RunContext& context, const std::string& fileName) {
+  const ToolResult result =
+      runTool({.executable = "/usr/local/vestRum/bin/sigtool",
+               .arguments = {"-i", inDataDirectory(context, fileName).string()},
+               .output = ToolOutput::captured});
+  std::int64_t version = -1;
+  const std::optional<std::string> text = textFromUtf8(result.output);
+  if (!text) return version;
+  for (const std::string_view line : split(*text, '\n')) {
+    // Exactly this label is taken off: a line "Version:7" without the blank reads as 0.
+    if (line.starts_with("Version")) version = parseInteger(replaced(line, "Version: ", ""));
+    if (line.starts_with("ERROR: ")) return -1;
+  }
+  return version;
+}
+
+bool databaseNeedsUpdate(const RunContext& context, std::string_view name, std::int64_t available) {
+  if (!databaseIsInstalled(context, name)) return true;
+  std::int64_t installed = 0;
+  if (isPresent(context, containerOf(name))) {
+    installed = sigtoolVersion(context, containerOf(name));
+    printMessage(context, "{}.cvd installed: {}, available: {}", name, installed, available);
+  }
+  // Where both files exist this one decides, even when it is the older.
+  if (isPresent(context, incrementalContainerOf(name))) {
+    installed = sigtoolVersion(context, incrementalContainerOf(name));
+    printMessage(context, "{}.cld installed: {}, available: {}", name, installed, available);
+  }
+  return installed < available;
+}
+
+void downloadFullDatabase(const RunContext& context, HttpClient& http, std::string_view name) {
+  const std::string container = containerOf(name);
+  const std::string download = container + "_download";
+  removeIgnoringErrors(inDataDirectory(context, container));
+  removeIgnoringErrors(inDataDirectory(context, incrementalContainerOf(name)));
+  DVFileDownloader downloader(http);
+  downloader.downloadFileFromSaveToPath(fmt::format("https://{}/{}", context.mirrorHost, container),
+                                        inDataDirectory(context, download));
+  // Only a version of exactly 0 keeps a file out; one that sigtool finds fault with goes in.
+  if (sigtoolVersion(context, download) == 0) return;
+  std::error_code ignored;
+  fs::rename(inDataDirectory(context, download), inDataDirectory(context, container), ignored);
+  printMessage(context, "Downloaded {}.cvd from {}", name, context.mirrorHost);
+}
+
+std::string fetchVersionRecord(const RunContext& context, HttpClient& http) {
+  const std::string userAgent = toolUserAgent(context.toolVersion);
+  printMessage(context, "Downloading Defs version number");
+  const auto result = http.sendSynchronousRequest(
+      toolRequest(fmt::format("https://{}/dns.txt", context.mirrorHost), userAgent));
+  const auto* const response = std::get_if<HttpResponse>(&result);
+  return response != nullptr ? textFromUtf8(response->body).value_or("") : "";
+}
+
+std::optional<int> updateByVersionRecord(const RunContext& context, HttpClient& http) {
+  const std::string record = fetchVersionRecord(context, http);
+  const std::optional<RecordedVersions> versions = recordedVersions(record);
+  if (!versions) {
+    printMessage(context, "no defs version number available on {}", context.mirrorHost);
+    return std::nullopt;
+  }
+  printMessage(context, "version number {}", record);
+  bringUpToDate(context, http, *versions);
+  return anyStillNeedsUpdate(context, *versions) ? stillOutOfDate : upToDate;
+}
+
+}  // namespace tarnwick

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "driver/run_context.hpp"
+#include "transfer/http_client.hpp"
+
+/// ClamAV's databases fetched whole from the mirror, without `freshclam`.
+namespace tarnwick {
+
+/// In the order in which they are always gone through.
+inline constexpr std::array<std::string_view, 3> databaseNames{"main", "daily", "bytecode"};
+
+/// Whether the data directory holds the database, as a ".cvd" or as a ".cld".
+bool databaseIsInstalled(const RunContext& context, std::string_view name);
+
+/// The version that `sigtool` reads in a file of the data directory; -1 when it reads none.
+std::int64_t sigtoolVersion(const RunContext& context, const std::string& fileName);
+
+/// Whether the installed database is older than `available`, or missing. Prints what it compared.
+bool databaseNeedsUpdate(const RunContext& context, std::string_view name, std::int64_t available);
+
+/// Replaces a database by the mirror's whole ".cvd". What was installed is removed first.
+void downloadFullDatabase(const RunContext& context, HttpClient& http, std::string_view name);
+
+/// The mirror's version record; empty when there is none.
+std::string fetchVersionRecord(const RunContext& context, HttpClient& http);
+
+/// Brings every database up to the mirror's version record by whole downloads. The raw status
+/// that stands for the result; none when there was no usable record.
+std::optional<int> updateByVersionRecord(const RunContext& context, HttpClient& http);
+
+}  // namespace tarnwick

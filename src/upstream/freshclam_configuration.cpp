@@ -1,0 +1,72 @@
+#include "upstream/freshclam_configuration.hpp"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <string>
+#include <string_view>
+
+#include "driver/commands.hpp"
+#include "platform/platform.hpp"
+
+namespace tarnwick {
+namespace {
+
+constexpr std::string_view configuration = "/usr/local/vestRum/etc/freshclam.conf";
+
+struct Substitution {
+  std::string from;
+  std::string to;
+};
+
+std::string mirror(std::string_view host) {
+  return fmt::format("DatabaseMirror {}", host);
+}
+
+std::string versionRecord(std::string_view host) {
+  return fmt::format("DNSDatabaseInfo {}", host);
+}
+
+std::string commented(std::string_view line) {
+  return fmt::format("#{}", line);
+}
+
+/// Rewrites whichever mirror the file names to the run's own.
+std::array<Substitution, 5> towardVendorMirror(const RunContext& context) {
+  const std::string target = mirror(context.mirrorHost);
+  return {{
+      {mirror(settings::upstreamMirrorHost), target},
+      {mirror(settings::olderMirrorHost), target},
+      {mirror(settings::contentHost), target},
+      {commented(versionRecord(settings::upstreamVersionRecordHost)),
+       versionRecord(settings::versionRecordHost)},
+      {"#MaxAttempts 5", "MaxAttempts 1"},
+  }};
+}
+
+/// Knows the vendor's three hosts only, whatever the run's own mirror was.
+std::array<Substitution, 5> towardUpstreamMirror() {
+  const std::string target = mirror(settings::upstreamMirrorHost);
+  return {{
+      {mirror(settings::mirrorHost), target},
+      {mirror(settings::contentHost), target},
+      {mirror(settings::olderMirrorHost), target},
+      {versionRecord(settings::versionRecordHost),
+       commented(versionRecord(settings::upstreamVersionRecordHost))},
+      // Matches anywhere, so that "MaxAttempts 12" becomes "#MaxAttempts 52".
+      {"MaxAttempts 1", "#MaxAttempts 5"},
+  }};
+}
+
+}  // namespace
+
+void switchFreshclamMirror(const RunContext& context, bool towardVendor) {
+  const auto substitutions = towardVendor ? towardVendorMirror(context) : towardUpstreamMirror();
+  for (const auto& [from, to] : substitutions) {
+    // Not escaped: a dot in a host matches any character.
+    runShellCommand(
+        fmt::format("{} 's/{}/{}/g' {}", platform::inPlaceEditCommand(), from, to, configuration));
+  }
+}
+
+}  // namespace tarnwick

@@ -1,0 +1,12 @@
+#pragma once
+
+#include "driver/run_context.hpp"
+
+namespace tarnwick {
+
+/// Points `freshclam.conf` at the vendor's mirror, with a single attempt, or back at ClamAV's own.
+/// Plain substitutions of text wherever it stands; the file is never parsed, and nothing is
+/// checked or reported.
+void switchFreshclamMirror(const RunContext& context, bool towardVendor);
+
+}  // namespace tarnwick

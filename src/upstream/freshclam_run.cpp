@@ -1,0 +1,129 @@
+#include "upstream/freshclam_run.hpp"
+
+#include <algorithm>
+#include <array>
+#include <string>
+
+#include "base/durable_file.hpp"
+#include "driver/commands.hpp"
+#include "driver/console.hpp"
+#include "driver/update_state.hpp"
+#include "upstream/direct_download.hpp"
+#include "upstream/freshclam_configuration.hpp"
+
+namespace tarnwick {
+namespace {
+
+constexpr int connectionProblem = 52;
+
+/// The exit status in a raw wait status. -1, a shell that could not be started, stays -1.
+int exitStatusOf(int rawStatus) {
+  return rawStatus >> 8;
+}
+
+void returnToUpstreamMirror(RunContext& context) {
+  switchFreshclamMirror(context, false);
+}
+
+void repairPermissions(RunContext& context) {
+  fixDatabasePermissions(context);
+}
+
+void restoreSpareConfiguration(RunContext& /*context*/) {
+  runShellCommand(
+      "cp -Rp /usr/local/vestRum/etc/freshclam.conf /usr/local/vestRum/etc/freshclamFAULTY.conf");
+  runShellCommand(
+      "cp -Rp /usr/local/vestRum/etc/freshclamBAK.conf /usr/local/vestRum/etc/freshclam.conf");
+}
+
+void restoreCleanConfiguration(RunContext& /*context*/) {
+  runShellCommand(
+      "cp -Rp /usr/local/vestRum/etc/freshclamCLEAN.conf /usr/local/vestRum/etc/freshclam.conf");
+}
+
+void killOtherFreshclams(RunContext& context) {
+  context.logFile.close();
+  runShellCommand("killall freshclam");
+}
+
+/// What is done about an exit status of `freshclam` before it is run once more.
+struct Rung {
+  std::array<int, 4> statuses;  ///< 0 fills up: it asks for no repair
+  void (*repair)(RunContext& context);
+};
+
+/// Gone through once, from first to last; each looks at the status that the ones before it left.
+constexpr std::array<Rung, 5> recoveryLadder{{
+    {{50, 53, 57}, repairPermissions},
+    {{52, 54, 58, 59}, returnToUpstreamMirror},
+    {{56}, restoreSpareConfiguration},
+    {{56}, restoreCleanConfiguration},
+    {{62}, killOtherFreshclams},
+}};
+
+int runFreshclam(const RunContext& context) {
+  return runShellCommand(context.freshclamCommand);
+}
+
+int runFreshclamWithRepairs(RunContext& context) {
+  int rawStatus = runFreshclam(context);
+  for (const Rung& rung : recoveryLadder) {
+    const int status = exitStatusOf(rawStatus);
+    if (status == 0 || std::ranges::find(rung.statuses, status) == rung.statuses.end()) continue;
+    rung.repair(context);
+    rawStatus = runFreshclam(context);
+  }
+  return rawStatus;
+}
+
+void runProxyHelper(const RunContext& context) {
+  const std::string helper = "/usr/local/vestRum/bin/VestrumProxyHelper";
+  if (!fileExists(helper)) return;
+  printMessage(context, "Checking proxy settings");
+  runShellCommand(helper);
+}
+
+void fetchMissingDatabases(const RunContext& context, HttpClient& http) {
+  for (const std::string_view name : databaseNames) {
+    if (!databaseIsInstalled(context, name)) downloadFullDatabase(context, http, name);
+  }
+}
+
+/// Runs `freshclam` with the log left to it alone.
+int bringUpstreamForward(RunContext& context, HttpClient& http) {
+  context.logFile.close();
+  const int rawStatus = runFreshclamWithRepairs(context);
+  if (context.logEnabled && context.logPath) context.logFile.open(*context.logPath);
+  if (exitStatusOf(rawStatus) != connectionProblem) return rawStatus;
+  printMessage(context, "Still failing with network issues. Download full file.");
+  return updateByVersionRecord(context, http).value_or(rawStatus);
+}
+
+/// A vendor file that changed turns "nothing done" into "something done", as the caller reads it.
+int toolExitStatus(const RunContext& context, int rawStatus) {
+  const int status = exitStatusOf(rawStatus);
+  const bool freshclamWasContent = static_cast<unsigned>(status) < 2;
+  return freshclamWasContent && context.definitionsChanged ? 1 : status;
+}
+
+}  // namespace
+
+void prepareFreshclamConfiguration(const RunContext& context) {
+  switchFreshclamMirror(context, true);
+  // A fixed path: it does not follow the data directory.
+  runShellCommand("rm -f /usr/local/vestRum/share/clamav/mirrors.dat");
+}
+
+int updateUpstreamDatabases(RunContext& context, HttpClient& http) {
+  runProxyHelper(context);
+  printMessage(context, "\nChecking ClamAV definitions");
+  UpdateState::retireOlderDomain();
+  fetchMissingDatabases(context, http);
+  const int rawStatus = bringUpstreamForward(context, http);
+  context.logFile.close();
+  fixDatabasePermissions(context);
+  switchFreshclamMirror(context, false);
+  return toolExitStatus(context, rawStatus);
+}
+
+}  // namespace tarnwick

@@ -1,0 +1,293 @@
+#include "vendor/cud_updater.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/durable_file.hpp"
+#include "base/text_rules.hpp"
+#include "driver/commands.hpp"
+#include "driver/console.hpp"
+#include "transfer/file_downloader.hpp"
+#include "transfer/file_hash.hpp"
+#include "transfer/tool_request.hpp"
+#include "vendor/database_header.hpp"
+#include "vendor/database_install.hpp"
+#include "vendor/signed_links.hpp"
+
+namespace tarnwick {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view containerName = "VestRUM.cud";
+// Unpacking and whole downloads stay with this path even where `dataDirectory` is another.
+constexpr std::string_view installedContainer = "/usr/local/vestRum/share/clamav/VestRUM.cud";
+constexpr std::string_view sigtoolPath = "/usr/local/vestRum/bin/sigtool";
+constexpr std::string_view archiveName = "VestRUM.tar.gz";
+constexpr std::size_t headerSize = 512;
+
+struct Versions {
+  std::int64_t local = 0;
+  std::int64_t available = 0;
+};
+
+enum class Outcome { upToDate, installed, wholeContainerNeeded };
+
+/// The folders of one update. The scripts' folder stands beside the work folder, not in it.
+struct Workplace {
+  fs::path directory;
+  fs::path scripts;
+
+  [[nodiscard]] fs::path container() const { return directory / containerName; }
+  [[nodiscard]] fs::path archive() const { return directory / archiveName; }
+  void remove() const { removeIgnoringErrors(directory); }
+};
+
+Workplace workplaceIn(const fs::path& temporaryDirectory) {
+  const fs::path directory = temporaryDirectory / "VestRUMdefs";
+  return {.directory = directory, .scripts = directory.string() + ".scripts"};
+}
+
+std::string scriptedLink(std::string_view name) {
+  return signedLinkForPath(fmt::format("/VestRUM2/Scripted/{}", name));
+}
+
+std::int64_t availableVersion(const RunContext& context, const VendorSession& session) {
+  printMessage(context, "Downloading Defs version number");
+  const auto result = session.http.sendSynchronousRequest(
+      toolRequest(scriptedLink("VestRUM-db-version.txt"), session.userAgent));
+  if (const auto* const error = std::get_if<HttpError>(&result)) {
+    printMessage(context, "Failed to get available defs version number: {}", error->description);
+    return 0;
+  }
+  // The status is not looked at: an error page holds no number either.
+  const auto body = textFromUtf8(std::get<HttpResponse>(result).body);
+  const std::string_view text = body ? trimmed(*body) : std::string_view();
+  if (text.empty()) return 0;
+  printMessage(context, "version number {}", text);
+  const std::vector<std::string_view> fields = split(text, ':');
+  return fields.size() > 1 ? parseInteger(fields[1]) : 0;
+}
+
+bool makeWorkplace(const RunContext& context, const Workplace& work) {
+  printMessage(context, "currentTempDir: {}", work.directory.string());
+  work.remove();
+  std::error_code error;
+  if (fs::create_directories(work.directory, error)) return true;
+  printMessage(context, "Couldn't create temp dir");
+  return false;
+}
+
+bool unpackContainer(const RunContext& context, const Workplace& work) {
+  const ToolResult unpacked =
+      runTool({.executable = std::string(sigtoolPath),
+               .arguments = {fmt::format("--unpack={}", installedContainer)},
+               .workingDirectory = work.directory});
+  if (unpacked.status == 0) return true;
+  printMessage(context, "Couldn't unpack cud file");
+  return false;
+}
+
+bool fetchScripts(const RunContext& context, const VendorSession& session, const Versions& versions,
+                  const Workplace& work) {
+  DVFileDownloader downloader(session.http);
+  downloader.setUserAgentString(session.userAgent);
+  downloader.setQuiet(true);
+  downloader.setVerifyWithSignature(true);
+  const auto missing = static_cast<double>(versions.available - versions.local);
+  for (std::int64_t fetched = 0; fetched < versions.available - versions.local;) {
+    const std::string name = fmt::format("VestRUM-{}.script", versions.local + fetched + 1);
+    const std::string link = scriptedLink(name);
+    downloader.downloadFileFromWithSignatureFileSaveToPath(link, scriptedLink(name + ".signature"),
+                                                           work.directory / name);
+    if (downloader.downloadFailed()) {
+      printMessage(context, "Failed to download and verify {}", name);
+      printMessage(context, "Processing updates…");
+      return false;
+    }
+    ++fetched;
+    const double percentage = static_cast<double>(fetched) / missing * 100.0;
+    printMessage(context, "Downloading {} [{:3}%]", name, static_cast<int>(percentage));
+  }
+  printMessage(context, "Processing updates…");
+  return true;
+}
+
+bool applyScripts(const Workplace& work) {
+  // Copied, not moved: the scripts stay in the work folder and so in the new archive.
+  runShellCommand(fmt::format("mkdir {0} && cp {1}/*.script {0}/", work.scripts.string(),
+                              work.directory.string()));
+  const ToolResult applied =
+      runTool({.executable = std::string(sigtoolPath),
+               .arguments = {fmt::format("--run-cdiff={}", work.scripts.string()), "--datadir=."},
+               .workingDirectory = work.directory});
+  removeIgnoringErrors(work.scripts);
+  return applied.status == 0;
+}
+
+std::vector<std::string> entriesOf(const fs::path& directory) {
+  std::vector<std::string> names;
+  std::error_code error;
+  for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
+       entry.increment(error)) {
+    names.push_back(entry->path().filename().string());
+  }
+  return names;
+}
+
+bool repack(const RunContext& context, const Workplace& work) {
+  const std::vector<std::string> entries = entriesOf(work.directory);
+  std::vector<std::string> arguments{"-czf", work.archive().string(),
+                                     fmt::format("--exclude={}", archiveName)};
+  arguments.insert(arguments.end(), entries.begin(), entries.end());
+  // An entry that tar would take for an option is none of a database's.
+  const bool sound =
+      std::ranges::none_of(entries, [](const std::string& name) { return name.starts_with('-'); });
+  const bool packed = sound && runTool({.executable = "/usr/bin/tar",
+                                        .arguments = arguments,
+                                        .workingDirectory = work.directory})
+                                       .status == 0;
+  if (!packed) printMessage(context, "Repackage failed");
+  return packed;
+}
+
+/// The 512 bytes in front of the archive; empty when there is nothing to make them from.
+std::string newHeader(const RunContext& context, const Workplace& work, std::string_view md5) {
+  const auto line = readDatabaseHeader(context, (work.directory / "VestRUM.info").string());
+  if (!line) return {};
+  std::string header = replaced(*line, ":X:X:", fmt::format(":{}:X:", md5));
+  header.resize(headerSize, ' ');
+  return header;
+}
+
+bool writeContainer(const RunContext& context, const Workplace& work) {
+  const std::string md5 = FileHash::md5HashOfFileAtPath(work.archive()).value_or("");
+  if (md5.size() != 32) {
+    printMessage(context, "Couldn't generate checksum of new cud file");
+    return false;
+  }
+  const std::string header = newHeader(context, work, md5);
+  // Inside the quotes these would end the text or make the shell run a part of it.
+  const bool sound = !header.empty() && header.find_first_of("\"$`") == std::string::npos;
+  // The header is printf's format: a "%" or "\" in it is printf's to interpret.
+  const std::string join = fmt::format("/usr/bin/printf \"{}\" | cat - \"{}\" > \"{}/VestRUM.cud\"",
+                                       header, work.archive().string(), work.directory.string());
+  const bool written = sound && runShellCommand(join) == 0;
+  if (!written) printMessage(context, "Couldn't write header of new cud file");
+  return written;
+}
+
+bool testNewContainer(const RunContext& context, const Workplace& work) {
+  if (scannerAccepts(context, work.container())) return true;
+  printMessage(context, "DB integrity check failed. Deleting the new VestRUM.cud file.");
+  return false;
+}
+
+bool installNewContainer(const RunContext& context, const Workplace& work) {
+  printMessage(context, "DB integrity check is sound. Move VestRUM.cud into place");
+  if (installDatabase(work.container(), inDataDirectory(context, containerName))) return true;
+  printMessage(context, "File ({}) couldn't be moved for some reason", work.container().string());
+  return false;
+}
+
+/// The steps from the installed container to the new one; each tells of its own failure.
+bool patchForward(const RunContext& context, const VendorSession& session, const Versions& versions,
+                  const Workplace& work) {
+  if (!unpackContainer(context, work)) return false;
+  if (!fetchScripts(context, session, versions, work)) return false;
+  if (!applyScripts(work)) return false;
+  if (!repack(context, work)) return false;
+  if (!writeContainer(context, work)) return false;
+  if (!testNewContainer(context, work)) return false;
+  return installNewContainer(context, work);
+}
+
+Outcome bringForward(const RunContext& context, const VendorSession& session,
+                     const Workplace& work) {
+  if (!fileExists(installedContainer)) return Outcome::wholeContainerNeeded;
+  Versions versions{.local = databaseVersionOfFile(context, std::string(containerName))};
+  printMessage(context, "Local version {}", versions.local);
+  if (versions.local < 1) return Outcome::wholeContainerNeeded;
+
+  versions.available = availableVersion(context, session);
+  printMessage(context, "Available version {}", versions.available);
+  if (versions.available <= versions.local) {
+    printMessage(context, "VestRUM.cud file is up-to-date");
+    return Outcome::upToDate;
+  }
+
+  if (!makeWorkplace(context, work)) return Outcome::wholeContainerNeeded;
+  const bool installed = patchForward(context, session, versions, work);
+  work.remove();
+  return installed ? Outcome::installed : Outcome::wholeContainerNeeded;
+}
+
+bool fetchWholeContainer(const RunContext& context, const VendorSession& session,
+                         const Workplace& work) {
+  DVFileDownloader downloader(session.http);
+  downloader.setUserAgentString(session.userAgent);
+  downloader.setQuiet(context.quietMode);
+  downloader.setVerifyWithSignature(true);
+  std::error_code ignored;
+  fs::create_directories(work.directory, ignored);
+  const std::string link = scriptedLink(containerName);
+  downloader.downloadFileFromWithSignatureFileSaveToPath(
+      link, scriptedLink("VestRUM.cud.signature"), work.container());
+  if (!downloader.downloadFailed()) return true;
+  printMessage(context, "Failed to download and/or verify VestRUM.cud");
+  return false;
+}
+
+bool installWholeContainer(const RunContext& context, const Workplace& work) {
+  if (!scannerAccepts(context, work.container())) {
+    printMessage(context,
+                 "VestRUM.cud DB integrity check failed. Deleting the newly downloaded file");
+    return false;
+  }
+  printMessage(context, "VestRUM.cud (version {}) DB integrity is sound. Moving into place.",
+               databaseVersionOfFile(context, work.container().string()));
+  if (!installDatabase(work.container(), installedContainer)) {
+    printMessage(context, "File ({}) couldn't be moved", work.container().string());
+  }
+  // True either way: a container that passed its test counts as installed.
+  return true;
+}
+
+bool updateByWholeContainer(const RunContext& context, const VendorSession& session,
+                            const Workplace& work) {
+  // A quiet run leaves this line out of the log as well. It ends in a line feed of its own.
+  if (!context.quietMode) printMessage(context, "Need to download the full VestRUM.cud\n");
+  const bool installed =
+      fetchWholeContainer(context, session, work) && installWholeContainer(context, work);
+  work.remove();
+  return installed;
+}
+
+}  // namespace
+
+bool updateIncrementalDatabase(const RunContext& context, const VendorSession& session) {
+  const Workplace work = workplaceIn(session.temporaryDirectory);
+  switch (bringForward(context, session, work)) {
+    case Outcome::upToDate:
+      return false;
+    case Outcome::installed:
+      return true;
+    case Outcome::wholeContainerNeeded:
+      break;
+  }
+  return updateByWholeContainer(context, session, work);
+}
+
+void removeCudLeftovers(const VendorSession& session) {
+  const Workplace work = workplaceIn(session.temporaryDirectory);
+  removeIgnoringErrors(work.directory);
+  removeIgnoringErrors(work.scripts);
+}
+
+}  // namespace tarnwick

@@ -1,0 +1,16 @@
+#pragma once
+
+#include "driver/run_context.hpp"
+#include "vendor/vendor_session.hpp"
+
+namespace tarnwick {
+
+/// Brings the installed `VestRUM.cud` forward by the vendor's signed scripts, or fetches it whole
+/// when that cannot be done. True when this call installed a container; a whole container that
+/// passed its test counts as installed even where it could not be moved into place.
+bool updateIncrementalDatabase(const RunContext& context, const VendorSession& session);
+
+/// Removes the work folders that a killed run left behind.
+void removeCudLeftovers(const VendorSession& session);
+
+}  // namespace tarnwick

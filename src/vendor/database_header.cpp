@@ -1,0 +1,100 @@
+#include "vendor/database_header.hpp"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+
+#include "base/durable_file.hpp"
+#include "base/file_descriptor.hpp"
+#include "base/text_rules.hpp"
+#include "driver/console.hpp"
+
+namespace tarnwick {
+namespace {
+
+constexpr std::size_t fieldCount = 9;
+constexpr std::size_t versionField = 2;
+constexpr std::size_t buildTimeField = 8;
+
+using HeaderBlock = std::array<char, 512>;
+
+/// Appends even an absolute path to the folder, so that what the console names is what was tried.
+std::string resolvedPath(const std::string& name) {
+  if (fileExists(name)) return name;
+  return fmt::format("{}{}{}", fixedDatabaseDirectory, name.starts_with('/') ? "" : "/", name);
+}
+
+std::size_t readBlock(int descriptor, HeaderBlock& block) {
+  std::size_t filled = 0;
+  while (filled < block.size()) {
+    const ssize_t count = ::read(descriptor, block.data() + filled, block.size() - filled);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) break;
+    filled += static_cast<std::size_t>(count);
+  }
+  return filled;
+}
+
+std::string_view withoutPadding(std::string_view block) {
+  constexpr std::string_view padding = " \r\n";
+  // The first byte always stays, even where it is padding itself.
+  while (block.size() > 1 && padding.find(block.back()) != std::string_view::npos) {
+    block.remove_suffix(1);
+  }
+  return block;
+}
+
+}  // namespace
+
+std::optional<std::string> readDatabaseHeader(const RunContext& context, const std::string& name) {
+  const std::string path = resolvedPath(name);
+  // A named pipe in the file's place must not make the run wait for somebody to write to it.
+  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  if (!file.isOpen()) {
+    printMessage(context, "Unable to open file {}", path);
+    return std::nullopt;
+  }
+  HeaderBlock block{};
+  const std::size_t filled = readBlock(file.get(), block);
+  if (filled == 0) {
+    printMessage(context, "Unable to read header for file {}", name);
+    return std::nullopt;
+  }
+  std::string_view text = withoutPadding({block.data(), filled});
+  text = text.substr(0, text.find('\0'));
+  const std::optional<std::string> decoded = textFromUtf8(text);
+  if (!decoded) return std::nullopt;
+  return decoded->substr(0, decoded->find('\n'));
+}
+
+std::optional<std::vector<std::string>> headerFieldsOfString(std::string_view header) {
+  const std::vector<std::string_view> fields = split(header, ':');
+  if (fields.size() != fieldCount) return std::nullopt;
+  return std::vector<std::string>(fields.begin(), fields.end());
+}
+
+std::optional<std::vector<std::string>> headerFieldsOfFile(const RunContext& context,
+                                                           const std::string& name) {
+  const std::optional<std::string> header = readDatabaseHeader(context, name);
+  return header ? headerFieldsOfString(*header) : std::nullopt;
+}
+
+std::int64_t databaseVersionOfFile(const RunContext& context, const std::string& name) {
+  return databaseVersionOfHeader(readDatabaseHeader(context, name));
+}
+
+std::int64_t databaseVersionOfHeader(const std::optional<std::string>& header) {
+  const auto fields = header ? headerFieldsOfString(*header) : std::nullopt;
+  return fields ? parseInteger((*fields)[versionField]) : 0;
+}
+
+std::optional<double> databaseBuildDateOfFile(const RunContext& context, const std::string& name) {
+  const auto fields = headerFieldsOfFile(context, name);
+  if (!fields) return std::nullopt;
+  return parseDecimal((*fields)[buildTimeField]);
+}
+
+}  // namespace tarnwick

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "driver/run_context.hpp"
+#include "driver/update_state.hpp"
+#include "vendor/vendor_session.hpp"
+
+namespace tarnwick {
+
+/// The vendor phase: brings `VestRUM.cud` forward, then the definitions file "database", and
+/// commits what is to be remembered of both. No failure in it ends the run.
+void updateVendorDefinitions(RunContext& context, const VendorSession& session, UpdateState& state);
+
+/// Brings one of the vendor's files, Vestrum.<item>, up to date. `item` may end in ".zip".
+/// Records exactly one value into `state`: the new "Last-Modified" text where the file was
+/// installed or withdrawn, else `storedLastModified` again.
+void updateVendorFile(RunContext& context, const VendorSession& session, std::string item,
+                      const std::optional<std::string>& storedLastModified, UpdateState& state);
+
+}  // namespace tarnwick

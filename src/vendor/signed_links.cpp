@@ -1,0 +1,38 @@
+#include "vendor/signed_links.hpp"
+
+#include <fmt/format.h>
+
+#include <chrono>
+#include <cstdint>
+
+#include "base/text_rules.hpp"
+#include "settings/vendor_settings.hpp"
+#include "transfer/file_hash.hpp"
+
+namespace tarnwick {
+namespace {
+
+constexpr double secondsOfValidity = 60.0;
+
+std::string safeForUrlPath(std::string token) {
+  token = replaced(token, "+", "-");
+  token = replaced(token, "/", "_");
+  token = replaced(token, "=", "");
+  return std::string(trimmed(token));  // the line feed that the digest's text ends with
+}
+
+}  // namespace
+
+std::string signedLinkForPathAt(std::string_view path, double secondsSince1970) {
+  const auto expiry = static_cast<std::int64_t>(secondsSince1970 + secondsOfValidity);
+  const std::string tokenInput = fmt::format("{}{}{}", settings::linkSecret, path, expiry);
+  const std::string token = safeForUrlPath(FileHash::md5HashAsBase64OfString(tokenInput));
+  return fmt::format("https://{}/{}/{}{}", settings::linkHost, token, expiry, path);
+}
+
+std::string signedLinkForPath(std::string_view path) {
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  return signedLinkForPathAt(path, std::chrono::duration<double>(now).count());
+}
+
+}  // namespace tarnwick

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "transfer/http_client.hpp"
+
+namespace tarnwick {
+
+/// What the vendor phase works with besides the run's settings.
+struct VendorSession {
+  HttpClient& http;
+  std::filesystem::path temporaryDirectory;
+  std::string userAgent;  ///< of every request in this phase
+};
+
+}  // namespace tarnwick

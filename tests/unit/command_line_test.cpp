@@ -1,0 +1,102 @@
+#include "driver/command_line.hpp"
+
+#include <gtest/gtest.h>
+
+#include "driver/commands.hpp"
+#include "scratch.hpp"
+
+namespace tarnwick {
+namespace {
+
+constexpr auto usualDirectory = "/usr/local/vestRum/share/clamav";
+
+struct Case {
+  Arguments arguments;
+  std::string passedOn;
+  std::optional<std::string> logPath;
+  bool quiet;
+  std::string dataDirectory;
+};
+
+TEST(CommandLine, ReadsAlongInFreshclamsArguments) {
+  const test::Scratch scratch;
+  std::filesystem::current_path(scratch.path(""));
+  const Case cases[] = {
+      {{}, "", {}, false, usualDirectory},
+      {{"--quiet", "a b"}, "--quiet a b ", {}, true, usualDirectory},
+      {{"--log=./x.log"}, "--log=./x.log ", "./x.log", false, usualDirectory},
+      {{"--logfile=/x"}, "--logfile=/x ", "ile=/x", false, usualDirectory},
+      {{"--log="}, "--log= ", {}, false, usualDirectory},
+      {{"--log"}, "--log ", {}, false, usualDirectory},
+      {{"--datadir=/data"}, "--datadir=/data ", {}, false, "/data"},
+      {{"--datadir=/data/log/db"},
+       "--datadir=/data/log/db ",
+       "dir=/data/log/db",
+       false,
+       "/data/log/db"},
+      {{"--datadir"}, "--datadir ", {}, false, usualDirectory},
+      {{"--datadir="}, "--datadir= ", {}, false, ""},
+      {{"x", "--remove-old-first", "y"}, "x y ", {}, false, usualDirectory},
+      {{"--quietlogdatadir=/d"}, "--quietlogdatadir=/d ", "tlogdatadir=/d", true, "/d"},
+  };
+  for (const Case& expected : cases) {
+    RunContext context;
+    readArguments(context, expected.arguments);
+    const std::string name = expected.passedOn;
+    EXPECT_EQ(context.freshclamCommand,
+              "/usr/local/vestRum/bin/freshclam " + expected.passedOn + "--no-warnings");
+    EXPECT_EQ(context.logPath, expected.logPath) << name;
+    EXPECT_EQ(context.logEnabled, expected.logPath.has_value()) << name;
+    EXPECT_EQ(context.quietMode, expected.quiet) << name;
+    EXPECT_EQ(context.dataDirectory, expected.dataDirectory) << name;
+  }
+  std::filesystem::current_path("/");
+}
+
+TEST(CommandLine, OnlyTheFirstArgumentSelectsTheMode) {
+  EXPECT_TRUE(asksForVersionReport({"-V", "x"}));
+  EXPECT_TRUE(asksForVersionReport({"--version"}));
+  EXPECT_FALSE(asksForVersionReport({"x", "-V"}));
+  EXPECT_FALSE(asksForVersionReport({"--versions"}));
+  EXPECT_TRUE(asksToRemoveOldFirst({"--remove-old-first"}));
+  EXPECT_FALSE(asksToRemoveOldFirst({"--quiet", "--remove-old-first"}));
+}
+
+TEST(Commands, KeepTheRootOfTheFileSystemFromRecursiveCommands) {
+  RunContext context;
+  for (const auto* const directory : {"", "/", "///", "/.", "/usr/..", "//./"}) {
+    context.dataDirectory = directory;
+    EXPECT_FALSE(dataDirectoryIsUsable(context)) << directory;
+  }
+  for (const auto* const directory : {usualDirectory, "relative", "."}) {
+    context.dataDirectory = directory;
+    EXPECT_TRUE(dataDirectoryIsUsable(context)) << directory;
+  }
+}
+
+TEST(Commands, NeverWaitForAReader) {
+  const std::string flood = "head -c 3000000 /dev/zero; head -c 3000000 /dev/zero >&2; exit 3";
+  for (const ToolOutput output : {ToolOutput::dropped, ToolOutput::captured}) {
+    EXPECT_EQ(
+        runTool({.executable = "/bin/sh", .arguments = {"-c", flood}, .output = output}).status, 3);
+  }
+  // Nor for a program that the child left behind with its pipes.
+  const ToolResult left = runTool({.executable = "/bin/sh",
+                                   .arguments = {"-c", "echo said; cat; sleep 1000 & echo $!"},
+                                   .output = ToolOutput::captured});
+  EXPECT_EQ(left.status, 0);
+  EXPECT_TRUE(left.output.starts_with("said\n"));
+  EXPECT_EQ(runShellCommand("kill " + left.output.substr(5)), 0);
+}
+
+TEST(Commands, FailWhereAProgramCannotRun) {
+  EXPECT_NE(runTool({.executable = "/no/such/program", .arguments = {}}).status, 0);
+  EXPECT_NE(runTool({.executable = "/bin/sh", .arguments = {"-c", "kill -9 $$"}}).status, 0);
+  EXPECT_NE(
+      runTool({.executable = "/bin/true", .arguments = {}, .workingDirectory = "/none"}).status, 0);
+  EXPECT_EQ(runShellCommand("exit 56"), 56 << 8);
+  EXPECT_EQ(runShellCommand("kill -9 $$"), 9);
+}
+
+}  // namespace
+}  // namespace tarnwick

@@ -1,0 +1,121 @@
+#include "transfer/dsa_verifier.hpp"
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "base/text_rules.hpp"
+#include "scratch.hpp"
+
+namespace tarnwick {
+namespace {
+
+using Decoded = std::vector<unsigned char>;
+
+TEST(SignatureBase64, EndsInItsOwnWay) {
+  const std::pair<std::string_view, Decoded> cases[] = {
+      {"", {}},
+      {"YWJj", {'a', 'b', 'c'}},
+      {"YWI=", {'a', 'b'}},
+      {"YQ==", {'a'}},
+      {"Y W\nJ\tj", {'a', 'b', 'c'}},
+      {"YWJjZ", {'a', 'b', 'c'}},  // a single value is dropped
+      {"YWJj\r", {'a', 'b'}},      // junk behind a full group costs a byte
+      {"YWJj=", {'a', 'b'}},
+      {"YWI=\r", {'a', 'b'}},  // behind a partial group it does not
+      {"====", {0, 0, 0}},     // nothing decodes: the zeros stay
+      {"=", {0, 0, 0}},
+  };
+  for (const auto& [text, expected] : cases)
+    EXPECT_EQ(decodeSignatureBase64(text), expected) << text;
+}
+
+/// Keys and signatures by the openssl command line, never by our own code.
+class DsaVerifier : public testing::Test {
+ protected:
+  void SetUp() override {
+    shell(fmt::format("openssl genpkey -paramfile {} -out key.pem", DSA_PARAMETERS));
+    shell("openssl pkey -in key.pem -pubout -out public.pem");
+    shell("printf 'VestRUM definitions\\n' > file");
+    sign("openssl dgst -sha1 -binary file | ");
+    key_ = replaced(scratch_.read("public.pem"), "\n", "");
+  }
+
+  void shell(const std::string& command) const {
+    const std::string line = fmt::format("cd {} && {}", scratch_.path(""), command);
+    ASSERT_EQ(std::system(line.c_str()), 0) << line;
+  }
+
+  void sign(const std::string& digestFirst) const {
+    shell(digestFirst + "openssl dgst -sha1 -sign key.pem | base64 -w0 > file.signature");
+  }
+
+  [[nodiscard]] bool fileIsValid(const std::string& signature, const std::string& key) const {
+    return DVSUDSAVerifier::validatePathWithEncodedDSASignatureWithPublicDSAKey(
+        scratch_.path("file"), signature, key);
+  }
+
+  [[nodiscard]] std::string signature() const { return scratch_.read("file.signature"); }
+
+  test::Scratch scratch_;
+  std::string key_;
+};
+
+TEST_F(DsaVerifier, AcceptsWhatTheVendorSigned) {
+  EXPECT_EQ(key_.size(), 1158U);
+  EXPECT_TRUE(fileIsValid(signature(), key_));
+  EXPECT_TRUE(fileIsValid(signature() + "\n\n\n", key_));
+  EXPECT_TRUE(fileIsValid(signature(), scratch_.read("public.pem")));
+  EXPECT_TRUE(
+      fileIsValid(signature(), "\n" + replaced(scratch_.read("public.pem"), "\n", " \t\n  ")));
+  EXPECT_TRUE(DVSUDSAVerifier::validateStringWithEncodedDSASignatureWithPublicDSAKey(
+      "VestRUM definitions\n", signature(), key_));
+}
+
+TEST_F(DsaVerifier, RefusesEverythingElse) {
+  const std::string good = signature();
+  for (const std::string& bad : {std::string(), std::string("\n"), std::string("===="), "A" + good,
+                                 good.substr(4), std::string("not Base64 at all")}) {
+    EXPECT_FALSE(fileIsValid(bad, key_)) << bad;
+  }
+  for (const std::string& key :
+       {std::string(), std::string("-----"), key_.substr(0, 900), replaced(key_, "M", "N")}) {
+    EXPECT_FALSE(fileIsValid(good, key)) << key;
+  }
+  using Verifier = DVSUDSAVerifier;
+  EXPECT_FALSE(Verifier::validatePathWithEncodedDSASignatureWithPublicDSAKey(
+      scratch_.path("missing"), good, key_));
+  EXPECT_FALSE(Verifier::validatePathWithEncodedDSASignatureWithPublicDSAKey(scratch_.path("file"),
+                                                                             std::nullopt, key_));
+  EXPECT_FALSE(Verifier::validateStringWithEncodedDSASignatureWithPublicDSAKey(
+      "VestRUM definitions", good, key_));
+}
+
+TEST_F(DsaVerifier, LosesTheLastByteToACarriageReturnOnlyBehindAFullGroup) {
+  // The length of a signature varies with its two numbers: sign until both kinds were seen.
+  bool fullGroup = false;
+  bool partialGroup = false;
+  for (int attempt = 0; attempt < 100 && !(fullGroup && partialGroup); ++attempt) {
+    sign("openssl dgst -sha1 -binary file | ");
+    const bool padded = signature().ends_with('=');
+    (padded ? partialGroup : fullGroup) = true;
+    EXPECT_EQ(fileIsValid(signature() + "\r\n", key_), padded) << signature();
+  }
+  EXPECT_TRUE(fullGroup && partialGroup);
+}
+
+TEST_F(DsaVerifier, RefusesASignatureOverTheFileItself) {
+  sign("cat file | ");
+  EXPECT_FALSE(fileIsValid(signature(), key_));
+}
+
+TEST_F(DsaVerifier, RefusesAKeyOfAnotherKind) {
+  shell("openssl genpkey -algorithm RSA -out key.pem 2>/dev/null");
+  shell("openssl pkey -in key.pem -pubout -out public.pem");
+  sign("openssl dgst -sha1 -binary file | ");
+  EXPECT_FALSE(fileIsValid(signature(), scratch_.read("public.pem")));
+}
+
+}  // namespace
+}  // namespace tarnwick
