@@ -67,16 +67,17 @@ TEST_F(DsaVerifier, AcceptsWhatTheVendorSigned) {
   EXPECT_TRUE(fileIsValid(signature(), key_));
   EXPECT_TRUE(fileIsValid(signature() + "\n\n\n", key_));
   EXPECT_TRUE(fileIsValid(signature(), scratch_.read("public.pem")));
-  EXPECT_TRUE(
-      fileIsValid(signature(), "\n" + replaced(scratch_.read("public.pem"), "\n", " \t\n  ")));
+  const std::string untidy = replaced(scratch_.read("public.pem"), "\n", " \t\n  ");
+  EXPECT_TRUE(fileIsValid(signature(), fmt::format("\n{}", untidy)));
   EXPECT_TRUE(DVSUDSAVerifier::validateStringWithEncodedDSASignatureWithPublicDSAKey(
       "VestRUM definitions\n", signature(), key_));
 }
 
 TEST_F(DsaVerifier, RefusesEverythingElse) {
   const std::string good = signature();
-  for (const std::string& bad : {std::string(), std::string("\n"), std::string("===="), "A" + good,
-                                 good.substr(4), std::string("not Base64 at all")}) {
+  for (const std::string& bad :
+       {std::string(), std::string("\n"), std::string("===="), fmt::format("A{}", good),
+        good.substr(4), std::string("not Base64 at all")}) {
     EXPECT_FALSE(fileIsValid(bad, key_)) << bad;
   }
   for (const std::string& key :
