@@ -59,6 +59,7 @@ void makeLogAnew(const std::string& log) {
 
 void wipeLog(RunContext& context) {
   if (!context.logPath) {
+    if (!dataDirectoryIsUsable(context)) return;
     const std::string log = inDataDirectory(context, "freshclam.log").string();
     removeIgnoringErrors(log);
     makeLogAnew(log);
@@ -70,7 +71,9 @@ void wipeLog(RunContext& context) {
   context.logFile.open(*context.logPath);
 }
 
-void wipeOldDatabases(RunContext& context) {
+void wipeDatabases(const RunContext& context) {
+  // Patterns must not reach the root of the file system or the working directory.
+  if (!dataDirectoryIsUsable(context)) return;
   for (const auto* const name : {"VestRUM.cud", "Vestrum.ndb", "Vestrum.hdb", "Vestrum.fp",
                                  "Vestrum.ign2", "Vestrum.database", "Vestrum.ldb"}) {
     removeIgnoringErrors(inDataDirectory(context, name));
@@ -78,7 +81,6 @@ void wipeOldDatabases(RunContext& context) {
   for (const auto* const pattern : {"*.cld", "*.cvd"}) {
     runShellCommand(fmt::format("rm -f {}", inDataDirectory(context, pattern).string()));
   }
-  wipeLog(context);
 }
 
 /// Everything before the command line is read: none of it is quiet, none of it is logged.
@@ -111,7 +113,10 @@ int runUpdate(RunContext& context, const Arguments& arguments) {
   const bool removeOldFirst = asksToRemoveOldFirst(arguments);
   if (removeOldFirst) printMessage(context, "remove old DB files and freshclam log");
   readArguments(context, arguments);
-  if (removeOldFirst) wipeOldDatabases(context);
+  if (removeOldFirst) {
+    wipeDatabases(context);
+    wipeLog(context);
+  }
   return updateEverything(context);
 }
 
@@ -120,7 +125,7 @@ int runUpdate(RunContext& context, const Arguments& arguments) {
 int runTarnwick(int argumentCount, char** arguments) {
   keepStandardDescriptorsOpen();
   RunContext context;
-  installTerminationHandlers(context);
+  const TerminationHandlers handlers(context);
   const Arguments given(arguments + (argumentCount > 0 ? 1 : 0), arguments + argumentCount);
   if (!asksForVersionReport(given)) return runUpdate(context, given);
   writeVersionReport(context);

@@ -16,6 +16,7 @@ RunLock RunLock::acquire() {
   ::mkdir(folder, 0700);
   FileDescriptor opened(::open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!opened.isOpen()) return RunLock({});
+  ::fchmod(opened.get(), 0700);
   if (::flock(opened.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
     platformLog("Another run is in progress. Waiting for it to end.");
     while (::flock(opened.get(), LOCK_EX) != 0 && errno == EINTR) {

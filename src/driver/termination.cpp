@@ -13,8 +13,10 @@
 namespace tarnwick {
 namespace {
 
+constexpr std::array<int, 4> terminationSignals{SIGTERM, SIGINT, SIGQUIT, SIGABRT};
+
 // The one global of the program: a signal handler is handed nothing but a number.
-std::atomic<const RunContext*> interruptedRun{nullptr};
+std::atomic<const RunContext*> interruptedRun{nullptr};  // set before any handler is
 
 /// A reader that has stopped reading must not keep the run from ending.
 void writeIfReady(int descriptor, std::string_view line) {
@@ -28,7 +30,6 @@ void writeIfReady(int descriptor, std::string_view line) {
 void announce() {
   constexpr std::string_view line = "killling...\n";
   const RunContext* const run = interruptedRun;
-  if (run == nullptr) return;
   if (!run->quietMode) writeIfReady(STDOUT_FILENO, line);
   if (run->logEnabled) writeIfReady(run->logFile.descriptor(), line);
 }
@@ -36,12 +37,11 @@ void announce() {
 [[noreturn]] void becomeShellCommand(const char* commandLine) {
   struct sigaction standard {};
   standard.sa_handler = SIG_DFL;
-  for (const int number : {SIGTERM, SIGINT, SIGQUIT, SIGABRT, SIGPIPE}) {
-    ::sigaction(number, &standard, nullptr);
-  }
+  for (const int number : terminationSignals) ::sigaction(number, &standard, nullptr);
+  ::sigaction(SIGPIPE, &standard, nullptr);
   sigset_t none{};
   ::sigemptyset(&none);
-  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+  ::pthread_sigmask(SIG_SETMASK, &none, nullptr);
   ::execl("/bin/sh", "sh", "-c", commandLine, static_cast<char*>(nullptr));
   ::_exit(127);
 }
@@ -73,18 +73,23 @@ void killFreshclamAndExit(int /*signalNumber*/) {
   ::_exit(255);
 }
 
-void installTerminationHandlers(const RunContext& context) {
+TerminationHandlers::TerminationHandlers(const RunContext& context) {
   interruptedRun = &context;
   struct sigaction action {};
   action.sa_handler = killFreshclamAndExit;
   // No second signal may cut the first one's work short.
   ::sigfillset(&action.sa_mask);
-  for (const int number : {SIGTERM, SIGINT, SIGQUIT, SIGABRT}) {
-    ::sigaction(number, &action, nullptr);
-  }
+  for (const int number : terminationSignals) ::sigaction(number, &action, nullptr);
   struct sigaction ignore {};
   ignore.sa_handler = SIG_IGN;
   ::sigaction(SIGPIPE, &ignore, nullptr);
+}
+
+TerminationHandlers::~TerminationHandlers() {
+  sigset_t late{};
+  ::sigemptyset(&late);
+  for (const int number : terminationSignals) ::sigaddset(&late, number);
+  ::pthread_sigmask(SIG_BLOCK, &late, nullptr);
 }
 
 }  // namespace tarnwick

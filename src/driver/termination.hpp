@@ -9,8 +9,15 @@ namespace tarnwick {
 /// what a signal handler may.
 [[noreturn]] void killFreshclamAndExit(int signalNumber);
 
-/// Makes killFreshclamAndExit the handler of signals 15, 2, 3 and 6. `context` must outlive the
-/// process's last signal. A closed standard output is from here on no signal but a failed write.
-void installTerminationHandlers(const RunContext& context);
+/// While it lives, killFreshclamAndExit handles signals 15, 2, 3 and 6, and a closed standard
+/// output is no signal but a failed write. When it goes the run is over: a signal that comes too
+/// late no longer changes how it ended. `context` must outlive it.
+class TerminationHandlers {
+ public:
+  explicit TerminationHandlers(const RunContext& context);
+  TerminationHandlers(const TerminationHandlers&) = delete;
+  TerminationHandlers& operator=(const TerminationHandlers&) = delete;
+  ~TerminationHandlers();
+};
 
 }  // namespace tarnwick

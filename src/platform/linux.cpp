@@ -31,7 +31,7 @@ std::string assignedValue(const char* file, std::string_view name) {
   for (std::string line; std::getline(stream, line);) {
     if (!line.starts_with(name) || line.size() <= name.size() || line[name.size()] != '=') continue;
     std::string value = line.substr(name.size() + 1);
-    std::erase_if(value, [](char c) { return c == '"' || c == '\'' || std::iscntrl(c) != 0; });
+    std::erase_if(value, [](unsigned char c) { return c == '"' || c == '\'' || c < ' '; });
     return value;
   }
   return {};
@@ -85,11 +85,12 @@ fs::path makeTemporaryDirectory() {
   const char* const configured = std::getenv("TMPDIR");  // NOLINT(concurrency-mt-unsafe)
   const fs::path parent = configured != nullptr && *configured != '\0' ? configured : "/tmp";
   sweepSpareDirectories(parent);
-  const fs::path usual = parent / temporaryName();
+  fs::path usual = parent / temporaryName();
   ::mkdir(usual.c_str(), 0700);
   if (isOursAlone(usual)) return usual;
   std::string spare = usual.string() + "-XXXXXX";
-  return ::mkdtemp(spare.data()) != nullptr ? fs::path(spare) : usual;
+  // A path that nothing can be made at, rather than a folder that may be somebody else's.
+  return ::mkdtemp(spare.data()) != nullptr ? fs::path(spare) : "/dev/null/tarnwick";
 }
 
 void releaseTemporaryDirectory(const fs::path& directory) {
@@ -151,7 +152,7 @@ struct DirectoryEntry {
   std::int64_t offset;
   std::uint16_t length;
   std::uint8_t type;
-  char name[1];
+  std::array<char, 1> name;  ///< as long as it needs to be
 };
 
 pid_t processNamed(const char* name) {

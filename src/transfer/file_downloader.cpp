@@ -101,8 +101,9 @@ void DVFileDownloader::downloadDidReceiveDataOfLength(std::uint64_t length) {
 }
 
 void DVFileDownloader::downloadDidFailWithError(const HttpError& error) {
-  if (!quiet_)
+  if (!quiet_) {
     platformLog(fmt::format("Download failed! Error - {} {}", error.description, error.url));
+  }
   downloadFailed_ = true;
   isComplete_ = true;
 }

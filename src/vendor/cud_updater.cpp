@@ -176,7 +176,7 @@ bool writeContainer(const RunContext& context, const Workplace& work) {
   // Inside the quotes these would end the text or make the shell run a part of it.
   const bool sound = !header.empty() && header.find_first_of("\"$`") == std::string::npos;
   // The header is printf's format: a "%" or "\" in it is printf's to interpret.
-  const std::string join = fmt::format("/usr/bin/printf \"{}\" | cat - \"{}\" > \"{}/VestRUM.cud\"",
+  const std::string join = fmt::format(R"(/usr/bin/printf "{}" | cat - "{}" > "{}/VestRUM.cud")",
                                        header, work.archive().string(), work.directory.string());
   const bool written = sound && runShellCommand(join) == 0;
   if (!written) printMessage(context, "Couldn't write header of new cud file");

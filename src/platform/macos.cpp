@@ -1,0 +1,240 @@
+#include <CoreFoundation/CoreFoundation.h>
+#include <SystemConfiguration/SystemConfiguration.h>
+#include <fmt/format.h>
+#include <libproc.h>
+#include <netinet/in.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <type_traits>
+
+#include "platform/platform.hpp"
+
+extern char** environ;
+
+namespace tarnwick::platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Release {
+  void operator()(CFTypeRef object) const { CFRelease(object); }
+};
+/// Owns what a Core Foundation function with "Create" or "Copy" in its name returned.
+template <typename Reference>
+using Owned = std::unique_ptr<std::remove_pointer_t<Reference>, Release>;
+
+/// None where the bytes are not valid UTF-8.
+Owned<CFStringRef> makeString(std::string_view text) {
+  return Owned<CFStringRef>(
+      CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
+                              static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8, false));
+}
+
+/// Empty where the object is absent or no string.
+std::string textOf(CFTypeRef object) {
+  if (object == nullptr || CFGetTypeID(object) != CFStringGetTypeID()) return {};
+  const auto string = static_cast<CFStringRef>(object);
+  const CFRange whole = CFRangeMake(0, CFStringGetLength(string));
+  const CFIndex room = CFStringGetMaximumSizeForEncoding(whole.length, kCFStringEncodingUTF8);
+  std::string text(static_cast<std::size_t>(std::max<CFIndex>(room, 0)), '\0');
+  CFIndex used = 0;
+  CFStringGetBytes(string, whole, kCFStringEncodingUTF8, 0, false,
+                   reinterpret_cast<UInt8*>(text.data()), room, &used);
+  text.resize(static_cast<std::size_t>(used));
+  return text;
+}
+
+Owned<CFPropertyListRef> parsePropertyList(std::string_view bytes) {
+  const Owned<CFDataRef> data(CFDataCreate(kCFAllocatorDefault,
+                                           reinterpret_cast<const UInt8*>(bytes.data()),
+                                           static_cast<CFIndex>(bytes.size())));
+  if (!data) return nullptr;
+  return Owned<CFPropertyListRef>(CFPropertyListCreateWithData(
+      kCFAllocatorDefault, data.get(), kCFPropertyListImmutable, nullptr, nullptr));
+}
+
+}  // namespace
+
+std::string operatingSystemVersion() {
+  std::ifstream stream("/System/Library/CoreServices/SystemVersion.plist", std::ios::binary);
+  std::stringstream content;
+  if (stream) content << stream.rdbuf();
+  const Owned<CFPropertyListRef> root = parsePropertyList(content.str());
+  if (!root || CFGetTypeID(root.get()) != CFDictionaryGetTypeID()) return "unknown";
+  const Owned<CFStringRef> key = makeString("ProductVersion");
+  const std::string version =
+      textOf(CFDictionaryGetValue(static_cast<CFDictionaryRef>(root.get()), key.get()));
+  return version.empty() ? "unknown" : version;
+}
+
+// The system gives each user a temporary folder that is closed to all others already.
+fs::path makeTemporaryDirectory() {
+  std::array<char, 1024> parent{};  // PATH_MAX here
+  const std::size_t length = ::confstr(_CS_DARWIN_USER_TEMP_DIR, parent.data(), parent.size());
+  if (length > 0 && length <= parent.size()) {
+    const fs::path usual = fs::path(parent.data()) / "tarnwick";
+    if (::mkdir(usual.c_str(), 0700) == 0 || errno == EEXIST) return usual;
+  }
+  std::string spare = "/tmp/tarnwick-XXXXXX";
+  ::mkdtemp(spare.data());
+  return spare;
+}
+
+void releaseTemporaryDirectory(const fs::path& directory) {
+  ::rmdir(directory.c_str());
+}
+
+// Deprecated by 14.4 in favour of an interface that answers later, on a queue of its own. This one
+// still answers at once, and that is what a run without an event loop needs.
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wdeprecated-declarations"
+bool defaultRouteIsUsable() {
+  sockaddr_in anyAddress{};
+  anyAddress.sin_len = sizeof anyAddress;
+  anyAddress.sin_family = AF_INET;
+  const Owned<SCNetworkReachabilityRef> route(SCNetworkReachabilityCreateWithAddress(
+      kCFAllocatorDefault, reinterpret_cast<const sockaddr*>(&anyAddress)));
+  SCNetworkReachabilityFlags flags = 0;
+  if (!route || !SCNetworkReachabilityGetFlags(route.get(), &flags)) return false;
+  return (flags & kSCNetworkReachabilityFlagsReachable) != 0 &&
+         (flags & kSCNetworkReachabilityFlagsConnectionRequired) == 0;
+}
+#pragma clang diagnostic pop
+
+// The kernel lists the newest first and stops when the buffer is full.
+std::size_t listProcesses(std::span<pid_t> processes) {
+  const int bytes =
+      ::proc_listpids(PROC_ALL_PIDS, 0, processes.data(), static_cast<int>(processes.size_bytes()));
+  return bytes > 0 ? static_cast<std::size_t>(bytes) / sizeof(pid_t) : 0;
+}
+
+std::string_view executablePathOf(pid_t process, std::span<char> buffer) {
+  // The kernel refuses a buffer that is larger than it needs.
+  const auto size = std::min<std::size_t>(buffer.size(), PROC_PIDPATHINFO_MAXSIZE);
+  const int length = ::proc_pidpath(process, buffer.data(), static_cast<std::uint32_t>(size));
+  return length > 0 ? std::string_view(buffer.data(), static_cast<std::size_t>(length))
+                    : std::string_view();
+}
+
+// sigaction(2) lists it among the functions that are safe in a handler.
+pid_t forkInSignalHandler() {
+  return ::fork();
+}
+
+namespace {
+
+/// The keys stored for a domain; none when no such domain exists.
+Owned<CFArrayRef> keysOf(CFStringRef domain) {
+  return Owned<CFArrayRef>(
+      CFPreferencesCopyKeyList(domain, kCFPreferencesCurrentUser, kCFPreferencesAnyHost));
+}
+
+CFStringRef keyAt(const Owned<CFArrayRef>& keys, CFIndex index) {
+  return static_cast<CFStringRef>(CFArrayGetValueAtIndex(keys.get(), index));
+}
+
+/// An absent value removes the key.
+void setValue(CFStringRef domain, CFStringRef key, CFStringRef value) {
+  CFPreferencesSetValue(key, value, domain, kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
+}
+
+}  // namespace
+
+std::optional<Preferences> readPreferences(std::string_view domain) {
+  const Owned<CFStringRef> name = makeString(domain);
+  const Owned<CFArrayRef> keys = keysOf(name.get());
+  if (!keys) return std::nullopt;
+  Preferences values;
+  for (CFIndex i = 0; i < CFArrayGetCount(keys.get()); ++i) {
+    const Owned<CFPropertyListRef> value(CFPreferencesCopyValue(
+        keyAt(keys, i), name.get(), kCFPreferencesCurrentUser, kCFPreferencesAnyHost));
+    if (!value || CFGetTypeID(value.get()) != CFStringGetTypeID()) continue;
+    values.insert_or_assign(textOf(keyAt(keys, i)), textOf(value.get()));
+  }
+  return values;
+}
+
+void replacePreferences(std::string_view domain, const Preferences& values) {
+  const Owned<CFStringRef> name = makeString(domain);
+  const Owned<CFArrayRef> oldKeys = keysOf(name.get());
+  const CFIndex oldCount = oldKeys ? CFArrayGetCount(oldKeys.get()) : 0;
+  for (CFIndex i = 0; i < oldCount; ++i) setValue(name.get(), keyAt(oldKeys, i), nullptr);
+  for (const auto& [key, value] : values) {
+    const Owned<CFStringRef> storedKey = makeString(key);
+    const Owned<CFStringRef> storedValue = makeString(value);
+    if (storedKey) setValue(name.get(), storedKey.get(), storedValue.get());
+  }
+  CFPreferencesSynchronize(name.get(), kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
+}
+
+namespace {
+
+std::string formatted(CFDateFormatterRef format, CFAbsoluteTime moment) {
+  const Owned<CFStringRef> text(
+      CFDateFormatterCreateStringWithAbsoluteTime(kCFAllocatorDefault, format, moment));
+  return textOf(text.get());
+}
+
+}  // namespace
+
+std::string formatDate(double secondsSince1970, std::string_view pattern, TimeZone zone) {
+  const Owned<CFStringRef> localeName = makeString("en_US_POSIX");
+  const Owned<CFLocaleRef> locale(CFLocaleCreate(kCFAllocatorDefault, localeName.get()));
+  const Owned<CFDateFormatterRef> format(CFDateFormatterCreate(
+      kCFAllocatorDefault, locale.get(), kCFDateFormatterNoStyle, kCFDateFormatterNoStyle));
+  const Owned<CFStringRef> wanted = makeString(pattern);
+  if (!format || !wanted) return {};
+  CFDateFormatterSetFormat(format.get(), wanted.get());
+  if (zone == TimeZone::gmt) {  // local is where it starts from
+    const Owned<CFTimeZoneRef> gmt(CFTimeZoneCreateWithTimeIntervalFromGMT(kCFAllocatorDefault, 0));
+    CFDateFormatterSetProperty(format.get(), kCFDateFormatterTimeZone, gmt.get());
+  }
+  return formatted(format.get(), secondsSince1970 - kCFAbsoluteTimeIntervalSince1970);
+}
+
+std::string currentDateAndTime() {
+  const Owned<CFLocaleRef> locale(CFLocaleCopyCurrent());
+  const Owned<CFDateFormatterRef> format(CFDateFormatterCreate(
+      kCFAllocatorDefault, locale.get(), kCFDateFormatterMediumStyle, kCFDateFormatterMediumStyle));
+  return format ? formatted(format.get(), CFAbsoluteTimeGetCurrent()) : std::string();
+}
+
+// The empty word says that no spare copy is kept; this sed takes it as an argument of its own.
+std::string_view inPlaceEditCommand() {
+  return "sed -i ''";
+}
+
+std::string unzipCommand(const fs::path& archive, const fs::path& directory) {
+  return fmt::format("ditto -xk {} {}", archive.string(), directory.string());
+}
+
+bool engineSignatureIsSound(const fs::path& engine) {
+  std::string program = "/usr/bin/codesign";
+  std::string verify = "--verify";
+  std::string path = engine.string();
+  const std::array<char*, 4> arguments{program.data(), verify.data(), path.data(), nullptr};
+  pid_t child = 0;
+  if (::posix_spawn(&child, program.c_str(), nullptr, nullptr, arguments.data(), environ) != 0) {
+    return false;
+  }
+  int status = 0;
+  pid_t ended = 0;
+  do {
+    ended = ::waitpid(child, &status, 0);
+  } while (ended < 0 && errno == EINTR);
+  return ended == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+}  // namespace tarnwick::platform
