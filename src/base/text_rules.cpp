@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstdlib>
 #include <limits>
 #include <system_error>
 
@@ -55,7 +56,9 @@ double parseDecimal(std::string_view text) {
   double value = 0;
   const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), value);
   if (result.ec != std::errc::result_out_of_range) return value;
-  return sign == 1 ? std::numeric_limits<double>::lowest() : std::numeric_limits<double>::max();
+  // Too large or too small: strtod tells which, and an infinity becomes the nearest limit.
+  return std::clamp(std::strtod(std::string(digits).c_str(), nullptr),
+                    std::numeric_limits<double>::lowest(), std::numeric_limits<double>::max());
 }
 
 std::string_view trimmed(std::string_view text) {

@@ -4,14 +4,17 @@
 #include <fmt/format.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
 
 #include "base/file_descriptor.hpp"
+#include "base/text_rules.hpp"
 
 extern char** environ;  // NOLINT(readability-redundant-declaration): not every system declares it
 
@@ -66,6 +69,9 @@ class SpawnSettings {
   posix_spawn_file_actions_t actions_{};
 };
 
+/// The wait status of a child whose end nobody saw: no success.
+constexpr int couldNotBeTold = -1;
+
 struct Pipe {
   FileDescriptor reading;
   FileDescriptor writing;
@@ -103,24 +109,23 @@ void drain(FileDescriptor& pipe, std::string* into) {
   }
 }
 
-/// Waits up to so many milliseconds for output and takes it. False when there was none.
-bool drainReady(std::array<FileDescriptor, 2>& pipes, std::string* into, int milliseconds) {
+/// Waits up to so many milliseconds for output and takes it.
+void drainReady(std::array<FileDescriptor, 2>& pipes, std::string* into, int milliseconds) {
   std::array<pollfd, 2> watched{pollfd{pipes[0].get(), POLLIN, 0},
                                 pollfd{pipes[1].get(), POLLIN, 0}};
-  if (::poll(watched.data(), watched.size(), milliseconds) <= 0) return false;
+  if (::poll(watched.data(), watched.size(), milliseconds) <= 0) return;
   for (std::size_t i = 0; i < pipes.size(); ++i) {
     if (watched[i].revents != 0) drain(pipes[i], into);
   }
-  return true;
 }
 
 /// Empties the pipes while the child runs, so that it never waits for a reader. A child that has
 /// ended may have left its pipes to a program of its own: that one is not waited for.
 int drainUntilExit(pid_t child, std::array<FileDescriptor, 2>& pipes, std::string* into) {
   constexpr int lookAgain = 100;  // milliseconds, for a child that closed nothing and ended
-  int status = 0;
+  int status = couldNotBeTold;
   while (pipes[0].isOpen() || pipes[1].isOpen()) {
-    if (drainReady(pipes, into, lookAgain)) continue;
+    drainReady(pipes, into, lookAgain);
     if (waitFor(child, WNOHANG, status) == 0) continue;
     drainReady(pipes, into, 0);  // what a full pipe still held fits in one go
     return status;
@@ -138,8 +143,9 @@ int runShellCommand(const std::string& commandLine) {
   const int error = settings.spawn(child, "/bin/sh", {"-c", commandLine});
   if (error == EAGAIN || error == ENOMEM) return -1;
   if (error != 0) return shellCouldNotRun;
-  int status = 0;
-  return waitFor(child, 0, status) == child ? status : -1;
+  int status = couldNotBeTold;
+  waitFor(child, 0, status);
+  return status;
 }
 
 ToolResult runTool(const ToolRun& run) {
@@ -171,10 +177,15 @@ ToolResult runTool(const ToolRun& run) {
 }
 
 bool dataDirectoryIsUsable(const RunContext& context) {
-  if (context.dataDirectory.empty()) return false;
-  const fs::path normal = fs::path(context.dataDirectory).lexically_normal();
-  return normal != normal.root_path() &&
-         normal.string().find_first_not_of('/') != std::string::npos;
+  struct stat root {};
+  if (::stat("/", &root) != 0) return false;
+  // The shell splits the text at its blanks, and each word has to pass.
+  const std::vector<std::string_view> words = split(context.dataDirectory, ' ');
+  return std::ranges::none_of(words, [&root](std::string_view word) {
+    struct stat status {};
+    const bool found = ::stat(std::string(word).c_str(), &status) == 0;
+    return word.empty() || (found && status.st_dev == root.st_dev && status.st_ino == root.st_ino);
+  });
 }
 
 void fixDatabasePermissions(const RunContext& context) {

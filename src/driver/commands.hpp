@@ -31,14 +31,14 @@ struct ToolRun {
 struct ToolResult {
   /// The exit status. A program that was killed or could not be started has one that is not 0.
   int status = -1;
-  std::string output;  ///< only when captured
+  std::string output;  ///< only when captured: its first mebibyte
 };
 
 /// Runs a program directly, without a shell, and waits for it to end.
 ToolResult runTool(const ToolRun& run);
 
-/// Whether the data directory is one that may be given to a recursive command: not an empty text,
-/// and not the root of the file system however it is written.
+/// Whether the data directory may be given to a recursive command: no part of its text that the
+/// shell would take for a word is empty, or the root of the file system however it is written.
 bool dataDirectoryIsUsable(const RunContext& context);
 
 /// Gives the database folder to "clamav" and sets its modes, and those of the log when one is

@@ -18,6 +18,19 @@ constexpr std::array<int, 4> terminationSignals{SIGTERM, SIGINT, SIGQUIT, SIGABR
 // The one global of the program: a signal handler is handed nothing but a number.
 std::atomic<const RunContext*> interruptedRun{nullptr};  // set before any handler is
 
+sigset_t terminationSignalSet() {
+  sigset_t set{};
+  ::sigemptyset(&set);
+  for (const int number : terminationSignals) ::sigaddset(&set, number);
+  return set;
+}
+
+/// The caller may have started us with some of them blocked.
+void unblockTerminationSignals() {
+  const sigset_t set = terminationSignalSet();
+  ::pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+}
+
 /// A reader that has stopped reading must not keep the run from ending.
 void writeIfReady(int descriptor, std::string_view line) {
   constexpr int patience = 200;  // milliseconds
@@ -80,15 +93,18 @@ TerminationHandlers::TerminationHandlers(const RunContext& context) {
   // No second signal may cut the first one's work short.
   ::sigfillset(&action.sa_mask);
   for (const int number : terminationSignals) ::sigaction(number, &action, nullptr);
+  unblockTerminationSignals();
   struct sigaction ignore {};
   ignore.sa_handler = SIG_IGN;
   ::sigaction(SIGPIPE, &ignore, nullptr);
+  // A caller that ignores it would otherwise keep us from learning how our children ended.
+  struct sigaction standard {};
+  standard.sa_handler = SIG_DFL;
+  ::sigaction(SIGCHLD, &standard, nullptr);
 }
 
 TerminationHandlers::~TerminationHandlers() {
-  sigset_t late{};
-  ::sigemptyset(&late);
-  for (const int number : terminationSignals) ::sigaddset(&late, number);
+  const sigset_t late = terminationSignalSet();
   ::pthread_sigmask(SIG_BLOCK, &late, nullptr);
 }
 

@@ -66,6 +66,13 @@ bool isOursAlone(const fs::path& directory) {
   return S_ISDIR(status.st_mode) && status.st_uid == ::geteuid() && (status.st_mode & 077) == 0;
 }
 
+/// The path becomes part of command lines for the shell, and of commands run in other folders.
+bool fitsInCommand(const char* path) {
+  return path != nullptr && *path == '/' &&
+         std::string_view(path).find_first_of(" \t\n\"'`$\\;&|<>()*?[]{}!#~") ==
+             std::string_view::npos;
+}
+
 /// Folders under a random name that killed runs left, from when the usual name was not to be had.
 void sweepSpareDirectories(const fs::path& parent) {
   std::error_code error;
@@ -83,7 +90,7 @@ void sweepSpareDirectories(const fs::path& parent) {
 
 fs::path makeTemporaryDirectory() {
   const char* const configured = std::getenv("TMPDIR");  // NOLINT(concurrency-mt-unsafe)
-  const fs::path parent = configured != nullptr && *configured != '\0' ? configured : "/tmp";
+  const fs::path parent = fitsInCommand(configured) ? configured : "/tmp";
   sweepSpareDirectories(parent);
   fs::path usual = parent / temporaryName();
   ::mkdir(usual.c_str(), 0700);

@@ -3,8 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <system_error>
 #include <vector>
 
 #include "base/durable_file.hpp"
@@ -16,8 +14,6 @@
 
 namespace tarnwick {
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr int stillOutOfDate = 0xEA00;  // raw status of exit 234
 constexpr int upToDate = 0x100;         // raw status of exit 1
@@ -70,11 +66,13 @@ bool databaseIsInstalled(const RunContext& context, std::string_view name) {
 }
 
 std::int64_t sigtoolVersion(const RunContext& context, const std::string& fileName) {
-  const ToolResult result =
-      runTool({.executable = "/usr/local/vestRum/bin/sigtool",
-               .arguments = {"-i", inDataDirectory(context, fileName).string()},
-               .output = ToolOutput::captured});
   std::int64_t version = -1;
+  const std::filesystem::path file = inDataDirectory(context, fileName);
+  // A named pipe in a database's place would keep sigtool, and so the run, waiting for ever.
+  if (fileExists(file) && !std::filesystem::is_regular_file(file)) return version;
+  const ToolResult result = runTool({.executable = "/usr/local/vestRum/bin/sigtool",
+                                     .arguments = {"-i", file.string()},
+                                     .output = ToolOutput::captured});
   const std::optional<std::string> text = textFromUtf8(result.output);
   if (!text) return version;
   for (const std::string_view line : split(*text, '\n')) {
@@ -105,13 +103,14 @@ void downloadFullDatabase(const RunContext& context, HttpClient& http, std::stri
   const std::string download = container + "_download";
   removeIgnoringErrors(inDataDirectory(context, container));
   removeIgnoringErrors(inDataDirectory(context, incrementalContainerOf(name)));
+  // What a killed run left of an earlier download must not pass for this one.
+  removeIgnoringErrors(inDataDirectory(context, download));
   DVFileDownloader downloader(http);
   downloader.downloadFileFromSaveToPath(fmt::format("https://{}/{}", context.mirrorHost, container),
                                         inDataDirectory(context, download));
   // Only a version of exactly 0 keeps a file out; one that sigtool finds fault with goes in.
   if (sigtoolVersion(context, download) == 0) return;
-  std::error_code ignored;
-  fs::rename(inDataDirectory(context, download), inDataDirectory(context, container), ignored);
+  moveFileIntoPlace(inDataDirectory(context, download), inDataDirectory(context, container), {});
   printMessage(context, "Downloaded {}.cvd from {}", name, context.mirrorHost);
 }
 

@@ -1,8 +1,10 @@
 #include "upstream/freshclam_configuration.hpp"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <array>
+#include <filesystem>
 #include <string>
 #include <string_view>
 
@@ -66,6 +68,20 @@ void switchFreshclamMirror(const RunContext& context, bool towardVendor) {
     // Not escaped: a dot in a host matches any character.
     runShellCommand(
         fmt::format("{} 's/{}/{}/g' {}", platform::inPlaceEditCommand(), from, to, configuration));
+  }
+}
+
+void removeUnfinishedEdits() {
+  constexpr std::string_view prefix = "sed";
+  constexpr std::size_t nameLength = prefix.size() + 6;  // sed's own temporary names
+  namespace fs = std::filesystem;
+  std::error_code error;
+  for (fs::directory_iterator entry(fs::path(configuration).parent_path(), error), end;
+       !error && entry != end; entry.increment(error)) {
+    const std::string name = entry->path().filename().string();
+    const bool ours = name.starts_with(prefix) && name.size() == nameLength &&
+                      name.find('.') == std::string::npos;
+    if (ours) ::unlink(entry->path().c_str());
   }
 }
 

@@ -9,4 +9,7 @@ namespace tarnwick {
 /// checked or reported.
 void switchFreshclamMirror(const RunContext& context, bool towardVendor);
 
+/// Removes what an in-place edit left beside the configuration when its run was killed.
+void removeUnfinishedEdits();
+
 }  // namespace tarnwick

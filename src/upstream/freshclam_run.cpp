@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <span>
 #include <string>
 
 #include "base/durable_file.hpp"
@@ -16,8 +17,9 @@ namespace {
 
 constexpr int connectionProblem = 52;
 
-/// The exit status in a raw wait status. -1, a shell that could not be started, stays -1.
-int exitStatusOf(int rawStatus) {
+/// What callers know as the exit status: a plain shift. -1, a shell that could not be started,
+/// stays -1; a shell that was itself killed by a signal gives 0.
+int shiftedStatus(int rawStatus) {
   return rawStatus >> 8;
 }
 
@@ -48,17 +50,24 @@ void killOtherFreshclams(RunContext& context) {
 
 /// What is done about an exit status of `freshclam` before it is run once more.
 struct Rung {
-  std::array<int, 4> statuses;  ///< 0 fills up: it asks for no repair
+  std::span<const int> statuses;
   void (*repair)(RunContext& context);
 };
 
+// Cannot enter the database folder, delete a file there, create one.
+constexpr std::array folderProblem{50, 53, 57};
+// No connection, a database altered, the mirror unreadable, mirrors not in step.
+constexpr std::array mirrorProblem{52, 54, 58, 59};
+constexpr std::array configurationError{56};
+constexpr std::array loggerProblem{62};
+
 /// Gone through once, from first to last; each looks at the status that the ones before it left.
 constexpr std::array<Rung, 5> recoveryLadder{{
-    {{50, 53, 57}, repairPermissions},
-    {{52, 54, 58, 59}, returnToUpstreamMirror},
-    {{56}, restoreSpareConfiguration},
-    {{56}, restoreCleanConfiguration},
-    {{62}, killOtherFreshclams},
+    {folderProblem, repairPermissions},
+    {mirrorProblem, returnToUpstreamMirror},
+    {configurationError, restoreSpareConfiguration},
+    {configurationError, restoreCleanConfiguration},
+    {loggerProblem, killOtherFreshclams},
 }};
 
 int runFreshclam(const RunContext& context) {
@@ -68,8 +77,8 @@ int runFreshclam(const RunContext& context) {
 int runFreshclamWithRepairs(RunContext& context) {
   int rawStatus = runFreshclam(context);
   for (const Rung& rung : recoveryLadder) {
-    const int status = exitStatusOf(rawStatus);
-    if (status == 0 || std::ranges::find(rung.statuses, status) == rung.statuses.end()) continue;
+    const int status = shiftedStatus(rawStatus);
+    if (std::ranges::find(rung.statuses, status) == rung.statuses.end()) continue;
     rung.repair(context);
     rawStatus = runFreshclam(context);
   }
@@ -94,14 +103,14 @@ int bringUpstreamForward(RunContext& context, HttpClient& http) {
   context.logFile.close();
   const int rawStatus = runFreshclamWithRepairs(context);
   if (context.logEnabled && context.logPath) context.logFile.open(*context.logPath);
-  if (exitStatusOf(rawStatus) != connectionProblem) return rawStatus;
+  if (shiftedStatus(rawStatus) != connectionProblem) return rawStatus;
   printMessage(context, "Still failing with network issues. Download full file.");
   return updateByVersionRecord(context, http).value_or(rawStatus);
 }
 
 /// A vendor file that changed turns "nothing done" into "something done", as the caller reads it.
 int toolExitStatus(const RunContext& context, int rawStatus) {
-  const int status = exitStatusOf(rawStatus);
+  const int status = shiftedStatus(rawStatus);
   const bool freshclamWasContent = static_cast<unsigned>(status) < 2;
   return freshclamWasContent && context.definitionsChanged ? 1 : status;
 }
@@ -109,6 +118,7 @@ int toolExitStatus(const RunContext& context, int rawStatus) {
 }  // namespace
 
 void prepareFreshclamConfiguration(const RunContext& context) {
+  removeUnfinishedEdits();
   switchFreshclamMirror(context, true);
   // A fixed path: it does not follow the data directory.
   runShellCommand("rm -f /usr/local/vestRum/share/clamav/mirrors.dat");
@@ -122,7 +132,7 @@ int updateUpstreamDatabases(RunContext& context, HttpClient& http) {
   const int rawStatus = bringUpstreamForward(context, http);
   context.logFile.close();
   fixDatabasePermissions(context);
-  switchFreshclamMirror(context, false);
+  returnToUpstreamMirror(context);
   return toolExitStatus(context, rawStatus);
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -66,7 +67,7 @@ std::int64_t availableVersion(const RunContext& context, const VendorSession& se
     printMessage(context, "Failed to get available defs version number: {}", error->description);
     return 0;
   }
-  // The status is not looked at: an error page holds no number either.
+  // The status is not looked at: an error page ends, at worst, in a script that is not there.
   const auto body = textFromUtf8(std::get<HttpResponse>(result).body);
   const std::string_view text = body ? trimmed(*body) : std::string_view();
   if (text.empty()) return 0;
@@ -131,24 +132,27 @@ bool applyScripts(const Workplace& work) {
   return applied.status == 0;
 }
 
-std::vector<std::string> entriesOf(const fs::path& directory) {
+/// None when the folder could not be read to its end: a container must not lack members.
+std::optional<std::vector<std::string>> entriesOf(const fs::path& directory) {
   std::vector<std::string> names;
   std::error_code error;
   for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
        entry.increment(error)) {
     names.push_back(entry->path().filename().string());
   }
+  if (error) return std::nullopt;
   return names;
 }
 
 bool repack(const RunContext& context, const Workplace& work) {
-  const std::vector<std::string> entries = entriesOf(work.directory);
+  const auto entries = entriesOf(work.directory).value_or(std::vector<std::string>{});
   std::vector<std::string> arguments{"-czf", work.archive().string(),
                                      fmt::format("--exclude={}", archiveName)};
   arguments.insert(arguments.end(), entries.begin(), entries.end());
   // An entry that tar would take for an option is none of a database's.
-  const bool sound =
-      std::ranges::none_of(entries, [](const std::string& name) { return name.starts_with('-'); });
+  const bool sound = !entries.empty() && std::ranges::none_of(entries, [](const std::string& name) {
+    return name.starts_with('-');
+  });
   const bool packed = sound && runTool({.executable = "/usr/bin/tar",
                                         .arguments = arguments,
                                         .workingDirectory = work.directory})
@@ -196,9 +200,10 @@ bool installNewContainer(const RunContext& context, const Workplace& work) {
   return false;
 }
 
-/// The steps from the installed container to the new one; each tells of its own failure.
-bool patchForward(const RunContext& context, const VendorSession& session, const Versions& versions,
-                  const Workplace& work) {
+/// The steps from the installed container to the new one. Each tells of its own failure, but for
+/// the applying of the scripts, where sigtool does.
+bool buildAndInstall(const RunContext& context, const VendorSession& session,
+                     const Versions& versions, const Workplace& work) {
   if (!unpackContainer(context, work)) return false;
   if (!fetchScripts(context, session, versions, work)) return false;
   if (!applyScripts(work)) return false;
@@ -208,8 +213,8 @@ bool patchForward(const RunContext& context, const VendorSession& session, const
   return installNewContainer(context, work);
 }
 
-Outcome bringForward(const RunContext& context, const VendorSession& session,
-                     const Workplace& work) {
+Outcome tryIncrementalUpdate(const RunContext& context, const VendorSession& session,
+                             const Workplace& work) {
   if (!fileExists(installedContainer)) return Outcome::wholeContainerNeeded;
   Versions versions{.local = databaseVersionOfFile(context, std::string(containerName))};
   printMessage(context, "Local version {}", versions.local);
@@ -223,7 +228,7 @@ Outcome bringForward(const RunContext& context, const VendorSession& session,
   }
 
   if (!makeWorkplace(context, work)) return Outcome::wholeContainerNeeded;
-  const bool installed = patchForward(context, session, versions, work);
+  const bool installed = buildAndInstall(context, session, versions, work);
   work.remove();
   return installed ? Outcome::installed : Outcome::wholeContainerNeeded;
 }
@@ -273,7 +278,7 @@ bool updateByWholeContainer(const RunContext& context, const VendorSession& sess
 
 bool updateIncrementalDatabase(const RunContext& context, const VendorSession& session) {
   const Workplace work = workplaceIn(session.temporaryDirectory);
-  switch (bringForward(context, session, work)) {
+  switch (tryIncrementalUpdate(context, session, work)) {
     case Outcome::upToDate:
       return false;
     case Outcome::installed:

@@ -64,11 +64,12 @@ TEST(CommandLine, OnlyTheFirstArgumentSelectsTheMode) {
 
 TEST(Commands, KeepTheRootOfTheFileSystemFromRecursiveCommands) {
   RunContext context;
-  for (const auto* const directory : {"", "/", "///", "/.", "/usr/..", "//./"}) {
+  for (const auto* const directory :
+       {"", "/", "///", "/.", "/usr/..", "//./", "/ ", "x ", "x /", "/proc/self/root"}) {
     context.dataDirectory = directory;
     EXPECT_FALSE(dataDirectoryIsUsable(context)) << directory;
   }
-  for (const auto* const directory : {usualDirectory, "relative", "."}) {
+  for (const auto* const directory : {usualDirectory, "relative", "/usr"}) {
     context.dataDirectory = directory;
     EXPECT_TRUE(dataDirectoryIsUsable(context)) << directory;
   }

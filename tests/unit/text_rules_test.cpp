@@ -42,6 +42,7 @@ TEST(TextRules, ReadsDecimalsButNoWords) {
       {".5", 0.5},
       {"", 0},
       {"inf", 0},
+      {"1e-999", 0},
       {"-nan", 0},
       {"-", 0},
       {"1e999", std::numeric_limits<double>::max()},
