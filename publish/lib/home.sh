@@ -1,0 +1,94 @@
+# shellcheck shell=bash disable=SC2034
+# The publishing home: where things lie, who may work in it, what is swept up.
+#
+#   private.pem             the signing key, for the vendor's eyes only
+#   public.pem              its public half, for the build of Tarnwick
+#   public-one-line.pem     the same as the one line that the program holds
+#   first.cud               version 1, from which `check` replays every script
+#   mirror/                 what the mirror host serves
+#   site/VestRUM2/          what the content and links hosts serve
+#   site/releases/N/        container, signature and version file of version N
+#   site/definitions/N/     definitions file and signature, Nth publication
+#
+# A container and its signature must change in one instant, and a rename
+# changes one name only. So the names that belong together are links through a
+# single name, `current`, and replacing that name publishes all of them.
+
+need_programs() {
+    local program
+    for program in sigtool clamscan openssl flock; do
+        [[ -n $(type -P "$program") ]] ||
+            fail "$program is missing; install clamav, openssl and util-linux"
+    done
+}
+
+locate() {
+    home=$(readlink -f "$1") || fail "$1 cannot be reached; name a folder with --home"
+    private_key=$home/private.pem
+    public_key=$home/public.pem
+    one_line_key=$home/public-one-line.pem
+    first_container=$home/first.cud
+    site=$home/site
+    tree=$site/VestRUM2
+    scripted=$tree/Scripted
+}
+
+# Settles which home is meant, and that it is one.
+open_home() {
+    need_programs
+    locate "$1"
+    [[ -f $private_key ]] || fail "$home is no publishing home yet: it holds no private.pem" \
+        "make one with: tarnwick-publish --home $home init"
+}
+
+# One change at a time. Children inherit the lock, so that a program which
+# outlives a killed release still keeps the next one away from its files.
+lock_home() {
+    exec 9>"$home/lock"
+    flock -n 9 || {
+        echo "Waiting for another tarnwick-publish in $home" >&2
+        flock 9
+    }
+    rm -rf -- "$home/work"
+    mkdir -m 0700 "$home/work"
+    work=$home/work
+    trap 'rm -rf -- "$work"' EXIT
+    export TMPDIR=$work
+}
+
+# Points LINK at TARGET in one step, whatever it pointed at before.
+switch_link() {
+    local target=$1 link=$2
+    ln -s "$target" "$work/link"
+    mv -T "$work/link" "$link"
+    sync "${link%/*}"
+}
+
+# Removes every entry of a folder but the one that a link leads to: what was
+# published before, and what an interrupted change left behind.
+sweep_others() {
+    local parent=$1 link=$2 keep='' entry
+    [[ ! -L $link ]] || keep=$(readlink "$link")
+    for entry in "$parent"/*; do
+        [[ ${entry##*/} == "${keep##*/}" ]] || rm -rf -- "$entry"
+    done
+}
+
+make_home() {
+    need_programs
+    mkdir -p "$1" || fail "$1 cannot be made; choose another folder with --home"
+    locate "$1"
+    [[ ! -e $private_key ]] || fail "$home holds a private key already; it is kept as it is" \
+        "every installation trusts that key: use another --home for a new one"
+    lock_home
+    mkdir -p "$home/mirror" "$site/releases" "$site/definitions" "$scripted"
+    ln -sfn current/VestRUM.cud "$scripted/VestRUM.cud"
+    ln -sfn current/VestRUM.cud.signature "$scripted/VestRUM.cud.signature"
+    ln -sfn current/VestRUM-db-version.txt "$scripted/VestRUM-db-version.txt"
+    ln -sfn current/Vestrum.database "$tree/Vestrum.database"
+    ln -sfn current/Vestrum.database.signature "$tree/Vestrum.database.signature"
+    make_keys
+    printf 'Publishing home %s is ready.\n' "$home"
+    printf 'Build Tarnwick with -DTARNWICK_PUBLIC_KEY_FILE=%s\n' "$public_key"
+    printf 'Keep a copy of %s in a safe place: without it nobody can be updated.\n' "$private_key"
+}
