@@ -12,10 +12,6 @@
 namespace tarnwick {
 namespace {
 
-bool isDigit(char c) {
-  return c >= '0' && c <= '9';
-}
-
 bool isWhiteSpaceOrLineEnd(char32_t c) {
   constexpr std::array<char32_t, 9> singles{0x20,   0x85,   0xA0,   0x1680, 0x2028,
                                             0x2029, 0x202F, 0x205F, 0x3000};
@@ -49,16 +45,11 @@ std::int64_t parseInteger(std::string_view text) {
 }
 
 double parseDecimal(std::string_view text) {
-  const std::string_view digits = numberStart(text);
-  const std::size_t sign = digits.starts_with('-') ? 1 : 0;
-  // Words such as "inf" and "nan" are not numbers here.
-  if (digits.size() <= sign || !(isDigit(digits[sign]) || digits[sign] == '.')) return 0;
-  double value = 0;
-  const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), value);
-  if (result.ec != std::errc::result_out_of_range) return value;
-  // Too large or too small: strtod tells which, and an infinity becomes the nearest limit.
-  return std::clamp(std::strtod(std::string(digits).c_str(), nullptr),
-                    std::numeric_limits<double>::lowest(), std::numeric_limits<double>::max());
+  // Only what a decimal number is made of: no words such as "inf" and "nan", no hexadecimals.
+  const std::string_view start = numberStart(text);
+  const std::string number(start.substr(0, start.find_first_not_of("0123456789.eE+-")));
+  return std::clamp(std::strtod(number.c_str(), nullptr), std::numeric_limits<double>::lowest(),
+                    std::numeric_limits<double>::max());
 }
 
 std::string_view trimmed(std::string_view text) {

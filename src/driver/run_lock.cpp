@@ -13,6 +13,7 @@ namespace tarnwick {
 RunLock RunLock::acquire() {
   // Closed to other users: nobody else can hold the lock and so hold up every update.
   constexpr auto folder = "/var/lib/tarnwick";
+  ::mkdir("/var/lib", 0755);  // not every system has it
   ::mkdir(folder, 0700);
   FileDescriptor opened(::open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!opened.isOpen()) return RunLock({});
