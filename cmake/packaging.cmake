@@ -1,0 +1,81 @@
+# What is installed, and the Debian package that is made of it.
+
+find_program(GZIP gzip REQUIRED)
+set(packaging ${PROJECT_SOURCE_DIR}/packaging)
+set(packaged ${PROJECT_BINARY_DIR}/packaging)
+
+# Without a time stamp, so that the same source gives the same package.
+function(tarnwick_install_compressed source name destination)
+  add_custom_command(OUTPUT ${packaged}/${name}.gz
+    COMMAND ${GZIP} -9nc ${source} > ${packaged}/${name}.gz DEPENDS ${source} VERBATIM)
+  set_property(GLOBAL APPEND PROPERTY TARNWICK_COMPRESSED ${packaged}/${name}.gz)
+  install(FILES ${packaged}/${name}.gz DESTINATION ${destination})
+endfunction()
+
+install(TARGETS tarnwick DESTINATION ${CMAKE_INSTALL_SBINDIR})
+configure_file(${packaging}/man/tarnwick.8 ${packaged}/tarnwick.8 @ONLY)
+tarnwick_install_compressed(${packaged}/tarnwick.8 tarnwick.8 ${CMAKE_INSTALL_MANDIR}/man8)
+
+set(documents ${CMAKE_INSTALL_DATADIR}/doc/tarnwick)
+install(FILES README.md DESTINATION ${documents})
+install(FILES ${packaging}/debian/copyright DESTINATION ${documents})
+tarnwick_install_compressed(${PROJECT_SOURCE_DIR}/CHANGELOG.md changelog ${documents})
+
+if(APPLE)
+  install(FILES ${packaging}/launchd/uk.co.pellawaysoftware.vestrum.tarnwick.plist
+          DESTINATION /Library/LaunchDaemons)
+else()
+  install(PROGRAMS ${packaging}/linux/provision ${packaging}/linux/sigtool
+                   ${packaging}/linux/freshclam DESTINATION lib/tarnwick)
+  install(PROGRAMS ${packaging}/apparmor/override DESTINATION lib/tarnwick/apparmor)
+  install(FILES ${packaging}/apparmor/freshclam DESTINATION lib/tarnwick/apparmor)
+  install(PROGRAMS ${packaging}/monitoring/check_tarnwick DESTINATION lib/nagios/plugins)
+  install(FILES ${packaging}/systemd/tarnwick.service ${packaging}/systemd/tarnwick.timer
+          DESTINATION lib/systemd/system)
+  tarnwick_install_compressed(${packaging}/debian/changelog changelog.Debian ${documents})
+  install(FILES ${packaging}/debian/lintian-overrides
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides RENAME tarnwick)
+endif()
+
+get_property(compressed GLOBAL PROPERTY TARNWICK_COMPRESSED)
+add_custom_target(tarnwick_documents ALL DEPENDS ${compressed})
+
+if(APPLE)
+  return()
+endif()
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+file(STRINGS ${packaging}/debian/changelog latest LIMIT_COUNT 1)
+string(FIND "${latest}" "(${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})" found)
+if(found EQUAL -1)
+  message(FATAL_ERROR "packaging/debian/changelog does not begin with version "
+                      "${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}: ${latest}")
+endif()
+set(CPACK_DEBIAN_PACKAGE_MAINTAINER "The Tarnwick developers <tarnwick@vestrum.example>")
+set(CPACK_DEBIAN_PACKAGE_SECTION admin)
+set(CPACK_DEBIAN_PACKAGE_DEPENDS
+    "ca-certificates, clamav, clamav-freshclam, psmisc, unzip")
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "apparmor, monitoring-plugins-common")
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY
+    "keeps the virus-definition databases of a ClamAV installation up to date")
+set(CPACK_PACKAGE_DESCRIPTION
+"Brings the vendor's own definitions forward by signed scripts, or fetches them
+whole, tests them with ClamAV's scanner and puts them in place; then runs
+ClamAV's updater for the upstream databases, with repairs and a direct download
+for when it keeps failing.
+.
+The installation it looks after lies under /usr/local/vestRum and is laid out
+from this system's ClamAV. A systemd timer starts a run every hour, and a
+monitoring plugin tells when the databases grow old.")
+configure_file(${packaging}/debian/postrm.in ${packaged}/postrm @ONLY)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
+    ${packaging}/debian/postinst ${packaging}/debian/prerm ${packaged}/postrm)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+include(CPack)

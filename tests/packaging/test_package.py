@@ -1,0 +1,100 @@
+"""The Debian package, from its making to its purging, on a copy of this system that is thrown away."""
+
+import pathlib
+import plistlib
+import re
+import subprocess
+
+import pytest
+from world import DATA, PREFIX, REPOSITORY
+from world.cache import made_once
+from world.world import EXECUTABLE
+
+PACKAGING = REPOSITORY / "packaging"
+INPUTS = [EXECUTABLE, REPOSITORY / "cmake/packaging.cmake", *filter(pathlib.Path.is_file, PACKAGING.rglob("*"))]
+CONFIGURATIONS = [f"{PREFIX}/etc/freshclam{kind}.conf" for kind in ("", "BAK", "CLEAN")]
+
+# Whatever is written lands in a folder in memory; the system below is only read. What is left in the end that was not
+# there before, apart from the package manager's own notes, is listed.
+SYSTEM = """
+mount -t tmpfs system /mnt && cd /mnt && mkdir changes work root
+mount -t overlay system -o lowerdir=/,upperdir=changes,workdir=work root
+mount -t proc proc root/proc && mount --rbind /dev root/dev && cp "$1" root/tarnwick.deb
+env -i PATH="$PATH" LC_ALL=C chroot root sh -euc "$2" >&2
+rm root/tarnwick.deb
+cd changes && find . -type f -not -path './var/lib/dpkg/*' -not -path './var/cache/*' -not -path './var/log/*' |
+    sort | while read -r file; do cmp -s "$file" "/$file" || echo "${file#.}"; done
+"""
+INSTALL = f"dpkg -i /tarnwick.deb >/dev/null && touch {DATA}/main.cvd\n"
+STATE = "mkdir -p /var/lib/tarnwick && touch /var/lib/tarnwick/state\n"
+MIRROR_OF_A_RUN = f"sed -i 's/Mirror .*/Mirror mirror.vestrum.example/' {CONFIGURATIONS[0]}\n"
+CHANGED = f"for file in {' '.join(CONFIGURATIONS)}; do echo Checks 3 >>$file; done\n"
+
+
+def run(*command):
+    return subprocess.run(command, capture_output=True, text=True, check=False)
+
+
+@pytest.fixture(scope="module")
+def package():
+    def make(folder):
+        subprocess.run(["cpack", "-G", "DEB", "-B", folder], cwd=EXECUTABLE.parent, check=True, capture_output=True)
+
+    return next(made_once(f"package-{EXECUTABLE.parent.name}", make, INPUTS).glob("tarnwick_*.deb"))
+
+
+def try_out(package, script):
+    """What the script says, and the files that it leaves."""
+    done = run("unshare", "-mnpf", "--propagation", "private", "sh", "-euc", SYSTEM, "sh", package, script)
+    assert done.returncode == 0, done.stderr
+    return done.stderr.splitlines(), done.stdout.split()
+
+
+def test_installed_package_is_whole(package):
+    output, _ = try_out(package, INSTALL + f"""
+        tarnwick --version | head -n 1
+        find {PREFIX} -printf '%M %u:%g %P %l\\n' | sort -k 3
+        systemd-analyze verify tarnwick.service tarnwick.timer
+        systemd-analyze security --offline=true --threshold=28 tarnwick.service >/dev/null
+        apparmor_parser -QK /etc/apparmor.d/usr.bin.freshclam 2>/dev/null
+        apparmor_parser -p /etc/apparmor.d/usr.bin.freshclam 2>/dev/null | grep vestRum
+        man -w tarnwick""")
+    assert output == [
+        "Created symlink /etc/systemd/system/timers.target.wants/tarnwick.timer -> /lib/systemd/system/tarnwick.timer.",
+        "Tarnwick 2.19.4", "drwxr-xr-x root:root  ", "drwxr-xr-x root:root bin ",
+        "lrwxrwxrwx root:root bin/clamscan /usr/bin/clamscan", "-rwxr-xr-x root:root bin/freshclam ",
+        "-rwxr-xr-x root:root bin/sigtool ", "drwxr-xr-x root:root etc ", "-rw-r--r-- root:root etc/freshclam.conf ",
+        "-rw-r--r-- root:root etc/freshclamBAK.conf ", "-rw-r--r-- root:root etc/freshclamCLEAN.conf ",
+        "drwxr-xr-x root:root share ", "drwxrwxr-x clamav:clamav share/clamav ",
+        "-rw-r--r-- root:root share/clamav/main.cvd ", f"{PREFIX}/etc/freshclam.conf r,", f"{DATA}/ r,",
+        f"{DATA}/** krw,", "/usr/share/man/man8/tarnwick.8.gz"]
+
+
+@pytest.mark.parametrize("script, left", [
+    (STATE + MIRROR_OF_A_RUN + "dpkg -r tarnwick", [f"{DATA}/main.cvd"]),
+    (CHANGED + INSTALL + "dpkg -r tarnwick", [*CONFIGURATIONS, f"{DATA}/main.cvd"]),
+    (CHANGED + STATE + "dpkg -P tarnwick", []),
+], ids=["removed", "removed with a changed configuration", "purged"])
+def test_what_stays_behind(package, script, left):
+    assert try_out(package, INSTALL + script)[1] == left
+
+
+def test_package_meets_debian_policy(package):
+    done = run("lintian", "--allow-root", "--fail-on", "error,warning", package)
+    assert (done.returncode, done.stdout) == (0, "")
+
+
+def test_launchd_schedule():
+    job = PACKAGING / "launchd/uk.co.pellawaysoftware.vestrum.tarnwick.plist"
+    binary = subprocess.run(["plistutil", "-i", job, "-f", "bin"], check=True, capture_output=True).stdout
+    schedule = plistlib.loads(binary)
+    assert (schedule["ProgramArguments"], schedule["StartInterval"]) == (["/usr/local/sbin/tarnwick"], 3600)
+
+
+def test_manual_page_is_sound_and_knows_every_exit_status_of_the_readme():
+    page = PACKAGING / "man/tarnwick.8"
+    assert run("man", "--warnings", "-E", "UTF-8", "-l", page).stderr == ""
+    manual = re.search(r"^\.SH EXIT STATUS$(.*?)^\.SH", page.read_text(encoding="utf-8"), re.M | re.S).group(1)
+    readme = re.findall(r"^\| ([0-9, ]+) \|", (REPOSITORY / "README.md").read_text(encoding="utf-8"), re.M)
+    documented = re.findall(r"\d+", " ".join(re.findall(r"(?m)^\.BR? \d.*", manual)))
+    assert set(re.findall(r"\d+", " ".join(readme))) - set(documented) == set()
