@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include "base/file_descriptor.hpp"
 
@@ -68,6 +69,14 @@ class StagedFile {
   bool placed_ = false;
 };
 
+/// Neither follows a link nor waits at a named pipe that somebody has put in the file's place.
+FileDescriptor openPlainFile(const fs::path& path) {
+  FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat status {};
+  const bool plain = file.isOpen() && ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);
+  return plain ? std::move(file) : FileDescriptor();
+}
+
 bool copyContent(int from, int to) {
   std::array<char, 65536> buffer;  // NOLINT(*-member-init): filled by read
   for (;;) {
@@ -83,7 +92,7 @@ bool copyContent(int from, int to) {
 
 bool moveFileIntoPlace(const fs::path& source, const fs::path& target,
                        const FileAttributes& attributes) {
-  const FileDescriptor opened(::open(source.c_str(), O_RDONLY | O_CLOEXEC));
+  const FileDescriptor opened = openPlainFile(source);
   if (!opened.isOpen()) return false;
   StagedFile staged(target);
   if (!staged.isOpen() || !copyContent(opened.get(), staged.descriptor())) return false;
@@ -115,7 +124,7 @@ bool fileExists(const fs::path& path) {
   return fs::exists(path, ignored);
 }
 
-void removeIgnoringErrors(const fs::path& path) {
+void removeTree(const fs::path& path) {
   std::error_code ignored;
   fs::remove_all(path, ignored);
 }

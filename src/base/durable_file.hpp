@@ -34,6 +34,6 @@ void removeStagedLeftovers(const std::filesystem::path& directory);
 bool fileExists(const std::filesystem::path& path);
 
 /// Deletes a file or a folder with all it holds. A missing one and every error are ignored.
-void removeIgnoringErrors(const std::filesystem::path& path);
+void removeTree(const std::filesystem::path& path);
 
 }  // namespace tarnwick

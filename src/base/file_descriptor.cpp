@@ -29,6 +29,12 @@ bool writeFully(int descriptor, std::string_view bytes) {
   return true;
 }
 
+void writeToStandardOutput(std::string_view text) {
+  if (writeFully(STDOUT_FILENO, text) || errno != EPIPE) return;
+  const FileDescriptor nowhere(::open("/dev/null", O_WRONLY | O_CLOEXEC));
+  if (nowhere.isOpen()) ::dup2(nowhere.get(), STDOUT_FILENO);
+}
+
 void keepStandardDescriptorsOpen() {
   int descriptor = 0;
   do {

@@ -23,6 +23,8 @@ class FileDescriptor {
   [[nodiscard]] int get() const { return descriptor_; }
   [[nodiscard]] bool isOpen() const { return descriptor_ >= 0; }
   void reset(int descriptor = -1);
+  /// Hands the descriptor over to the caller.
+  [[nodiscard]] int release() { return std::exchange(descriptor_, -1); }
 
  private:
   int descriptor_ = -1;
@@ -31,6 +33,10 @@ class FileDescriptor {
 /// Writes all of `bytes`, however the kernel cuts it up. False when the rest cannot be written;
 /// errno then tells why.
 bool writeFully(int descriptor, std::string_view bytes);
+
+/// Writes to standard output. When its reader is gone, standard output becomes /dev/null, so that
+/// neither this program nor one that it starts is stopped by that.
+void writeToStandardOutput(std::string_view text);
 
 /// Opens /dev/null on each of the descriptors 0, 1 and 2 that the caller left closed, so that no
 /// file of ours is ever taken for standard output.

@@ -86,6 +86,11 @@ std::vector<std::string_view> split(std::string_view text, char separator) {
   }
 }
 
+bool isPlainShellWord(std::string_view path) {
+  constexpr std::string_view special = " \t\n\"'`$\\;&|<>()*?[]{}!#~";
+  return !path.empty() && path.find_first_of(special) == std::string_view::npos;
+}
+
 std::string replaced(std::string_view text, std::string_view from, std::string_view to) {
   std::string result;
   for (;;) {

@@ -32,4 +32,8 @@ std::vector<std::string_view> split(std::string_view text, char separator);
 /// Every occurrence of `from`, taken from left to right, replaced by `to`.
 std::string replaced(std::string_view text, std::string_view from, std::string_view to);
 
+/// Whether a path can stand in a command line without quotes: the shell would take it for one word
+/// and find nothing in it to interpret.
+bool isPlainShellWord(std::string_view path);
+
 }  // namespace tarnwick

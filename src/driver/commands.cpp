@@ -15,6 +15,8 @@
 
 #include "base/file_descriptor.hpp"
 #include "base/text_rules.hpp"
+#include "driver/termination.hpp"
+#include "platform/platform.hpp"
 
 extern char** environ;  // NOLINT(readability-redundant-declaration): not every system declares it
 
@@ -52,9 +54,16 @@ class SpawnSettings {
     posix_spawn_file_actions_adddup2(&actions_, to.get(), descriptor);
   }
 
+  void startGroup() {
+    posix_spawnattr_setpgroup(&attributes_, 0);
+    posix_spawnattr_setflags(
+        &attributes_, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP);
+  }
+
   /// 0, or the error number.
   int spawn(pid_t& child, const std::string& executable,
-            const std::vector<std::string>& arguments) const {
+            const std::vector<std::string>& arguments) {
+    platform::closeOtherDescriptors(actions_, attributes_);
     std::vector<char*> list;
     list.push_back(const_cast<char*>(executable.c_str()));
     for (const std::string& argument : arguments) {
@@ -134,15 +143,42 @@ int drainUntilExit(pid_t child, std::array<FileDescriptor, 2>& pipes, std::strin
   return status;
 }
 
+int spawnShell(SpawnSettings& settings, pid_t& child, const std::string& commandLine) {
+  return settings.spawn(child, "/bin/sh", {"-c", commandLine});
+}
+
+/// The raw status that the C library's `system` gives where there is no shell.
+int shellNotStarted(int error) {
+  constexpr int shellCouldNotRun = 127 << 8;
+  return error == EAGAIN || error == ENOMEM ? -1 : shellCouldNotRun;
+}
+
 }  // namespace
 
 int runShellCommand(const std::string& commandLine) {
-  constexpr int shellCouldNotRun = 127 << 8;
-  const SpawnSettings settings;
+  SpawnSettings settings;
   pid_t child = 0;
-  const int error = settings.spawn(child, "/bin/sh", {"-c", commandLine});
-  if (error == EAGAIN || error == ENOMEM) return -1;
-  if (error != 0) return shellCouldNotRun;
+  if (const int error = spawnShell(settings, child, commandLine)) return shellNotStarted(error);
+  int status = couldNotBeTold;
+  waitFor(child, 0, status);
+  return status;
+}
+
+int runInterruptibleShellCommand(const std::string& commandLine) {
+  SpawnSettings settings;
+  settings.startGroup();
+  pid_t child = 0;
+  {
+    const TerminationDelay untilTheGroupIsKnown;
+    if (const int error = spawnShell(settings, child, commandLine)) return shellNotStarted(error);
+    endWithThisRun(child);
+  }
+  // The number must not be another process's before it is forgotten: look first, then collect.
+  siginfo_t ended{};
+  while (::waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOWAIT) != 0 &&
+         errno == EINTR) {
+  }
+  endWithThisRun(0);
   int status = couldNotBeTold;
   waitFor(child, 0, status);
   return status;
@@ -176,21 +212,17 @@ ToolResult runTool(const ToolRun& run) {
   return result;
 }
 
-bool dataDirectoryIsUsable(const RunContext& context) {
+bool dataDirectoryFitsInCommand(const RunContext& context) {
   struct stat root {};
-  if (::stat("/", &root) != 0) return false;
-  // The shell splits the text at its blanks, and each word has to pass.
-  const std::vector<std::string_view> words = split(context.dataDirectory, ' ');
-  return std::ranges::none_of(words, [&root](std::string_view word) {
-    struct stat status {};
-    const bool found = ::stat(std::string(word).c_str(), &status) == 0;
-    return word.empty() || (found && status.st_dev == root.st_dev && status.st_ino == root.st_ino);
-  });
+  struct stat directory {};
+  if (!isPlainShellWord(context.dataDirectory) || ::stat("/", &root) != 0) return false;
+  const bool found = ::stat(context.dataDirectory.c_str(), &directory) == 0;
+  return !found || directory.st_dev != root.st_dev || directory.st_ino != root.st_ino;
 }
 
 void fixDatabasePermissions(const RunContext& context) {
   // A mistaken argument must not turn into a command on the whole file system.
-  if (dataDirectoryIsUsable(context)) {
+  if (dataDirectoryFitsInCommand(context)) {
     runShellCommand(fmt::format("chown -R clamav:clamav {}", context.dataDirectory));
     runShellCommand(fmt::format("chmod 0775 {}", context.dataDirectory));
     runShellCommand(fmt::format("chmod 0664 {}/*", context.dataDirectory));

@@ -14,6 +14,10 @@ namespace tarnwick {
 /// be started. Unlike the C library's `system`, leaves this program's signals as they are.
 int runShellCommand(const std::string& commandLine);
 
+/// As runShellCommand, but a termination signal to this program ends the command too, and all that
+/// it has started.
+int runInterruptibleShellCommand(const std::string& commandLine);
+
 /// What becomes of a program's standard output and standard error.
 enum class ToolOutput {
   inherited,  ///< goes where ours goes
@@ -37,9 +41,9 @@ struct ToolResult {
 /// Runs a program directly, without a shell, and waits for it to end.
 ToolResult runTool(const ToolRun& run);
 
-/// Whether the data directory may be given to a recursive command: no part of its text that the
-/// shell would take for a word is empty, or the root of the file system however it is written.
-bool dataDirectoryIsUsable(const RunContext& context);
+/// Whether the data directory may be given to a recursive command: the shell would take its text as
+/// it stands, and it is not the root of the file system, however that is written.
+bool dataDirectoryFitsInCommand(const RunContext& context);
 
 /// Gives the database folder to "clamav" and sets its modes, and those of the log when one is
 /// named.

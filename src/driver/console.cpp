@@ -1,13 +1,11 @@
 #include "driver/console.hpp"
 
-#include <unistd.h>
-
 #include "base/file_descriptor.hpp"
 
 namespace tarnwick {
 
 void writeMessage(const RunContext& context, std::string_view format, const std::string& line) {
-  if (!context.quietMode) writeFully(STDOUT_FILENO, line);
+  if (!context.quietMode) writeToStandardOutput(line);
   const bool belongsInLog = !format.starts_with("Downloading Vestrum");
   const int log = context.logFile.descriptor();
   if (context.logEnabled && belongsInLog && log >= 0) writeFully(log, line);

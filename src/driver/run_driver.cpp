@@ -59,24 +59,24 @@ void makeLogAnew(const std::string& log) {
 
 void wipeLog(RunContext& context) {
   if (!context.logPath) {
-    if (!dataDirectoryIsUsable(context)) return;
+    if (!dataDirectoryFitsInCommand(context)) return;
     const std::string log = inDataDirectory(context, "freshclam.log").string();
-    removeIgnoringErrors(log);
+    ::unlink(log.c_str());
     makeLogAnew(log);
     return;
   }
   context.logFile.close();
-  removeIgnoringErrors(*context.logPath);
+  ::unlink(context.logPath->c_str());
   makeLogAnew(*context.logPath);
   context.logFile.open(*context.logPath);
 }
 
 void wipeDatabases(const RunContext& context) {
   // Patterns must not reach the root of the file system or the working directory.
-  if (!dataDirectoryIsUsable(context)) return;
+  if (!dataDirectoryFitsInCommand(context)) return;
   for (const auto* const name : {"VestRUM.cud", "Vestrum.ndb", "Vestrum.hdb", "Vestrum.fp",
                                  "Vestrum.ign2", "Vestrum.database", "Vestrum.ldb"}) {
-    removeIgnoringErrors(inDataDirectory(context, name));
+    removeTree(inDataDirectory(context, name));
   }
   for (const auto* const pattern : {"*.cld", "*.cvd"}) {
     runShellCommand(fmt::format("rm -f {}", inDataDirectory(context, pattern).string()));
@@ -123,7 +123,7 @@ int runUpdate(RunContext& context, const Arguments& arguments) {
 }  // namespace
 
 int runTarnwick(int argumentCount, char** arguments) {
-  keepStandardDescriptorsOpen();
+  keepStandardDescriptorsOpen();  // before anything can be opened in their place
   RunContext context;
   const TerminationHandlers handlers(context);
   const Arguments given(arguments + (argumentCount > 0 ? 1 : 0), arguments + argumentCount);

@@ -16,7 +16,10 @@ namespace {
 constexpr std::array<int, 4> terminationSignals{SIGTERM, SIGINT, SIGQUIT, SIGABRT};
 
 // The one global of the program: a signal handler is handed nothing but a number.
-std::atomic<const RunContext*> interruptedRun{nullptr};  // set before any handler is
+struct {
+  std::atomic<const RunContext*> run{nullptr};  ///< set before any handler is
+  std::atomic<pid_t> group{0};
+} interrupted;
 
 sigset_t terminationSignalSet() {
   sigset_t set{};
@@ -25,10 +28,9 @@ sigset_t terminationSignalSet() {
   return set;
 }
 
-/// The caller may have started us with some of them blocked.
-void unblockTerminationSignals() {
+void maskTerminationSignals(int how) {
   const sigset_t set = terminationSignalSet();
-  ::pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+  ::pthread_sigmask(how, &set, nullptr);
 }
 
 /// A reader that has stopped reading must not keep the run from ending.
@@ -42,7 +44,7 @@ void writeIfReady(int descriptor, std::string_view line) {
 /// What printMessage does, by means that are safe here.
 void announce() {
   constexpr std::string_view line = "killling...\n";
-  const RunContext* const run = interruptedRun;
+  const RunContext* const run = interrupted.run;
   if (!run->quietMode) writeIfReady(STDOUT_FILENO, line);
   if (run->logEnabled) writeIfReady(run->logFile.descriptor(), line);
 }
@@ -65,6 +67,12 @@ void runShellCommandSafely(const char* commandLine) {
   if (child > 0) ::waitpid(child, nullptr, 0);
 }
 
+/// Reaches a freshclam that is only just being started, which no executable path gives away yet.
+void killOwnFreshclam() {
+  const pid_t group = interrupted.group;
+  if (group > 0) ::kill(-group, SIGTERM);
+}
+
 void killEveryFreshclam() {
   std::array<pid_t, 1024> processes{};
   std::array<char, 4096> path;  // NOLINT(*-member-init): filled for each process
@@ -82,18 +90,20 @@ void killEveryFreshclam() {
 
 void killFreshclamAndExit(int /*signalNumber*/) {
   announce();
+  killOwnFreshclam();
   killEveryFreshclam();
   ::_exit(255);
 }
 
 TerminationHandlers::TerminationHandlers(const RunContext& context) {
-  interruptedRun = &context;
+  interrupted.run = &context;
   struct sigaction action {};
   action.sa_handler = killFreshclamAndExit;
   // No second signal may cut the first one's work short.
   ::sigfillset(&action.sa_mask);
   for (const int number : terminationSignals) ::sigaction(number, &action, nullptr);
-  unblockTerminationSignals();
+  // The caller may have started us with some of them blocked.
+  maskTerminationSignals(SIG_UNBLOCK);
   struct sigaction ignore {};
   ignore.sa_handler = SIG_IGN;
   ::sigaction(SIGPIPE, &ignore, nullptr);
@@ -104,8 +114,19 @@ TerminationHandlers::TerminationHandlers(const RunContext& context) {
 }
 
 TerminationHandlers::~TerminationHandlers() {
-  const sigset_t late = terminationSignalSet();
-  ::pthread_sigmask(SIG_BLOCK, &late, nullptr);
+  maskTerminationSignals(SIG_BLOCK);
+}
+
+void endWithThisRun(pid_t group) {
+  interrupted.group = group;
+}
+
+TerminationDelay::TerminationDelay() {
+  maskTerminationSignals(SIG_BLOCK);
+}
+
+TerminationDelay::~TerminationDelay() {
+  maskTerminationSignals(SIG_UNBLOCK);
 }
 
 }  // namespace tarnwick

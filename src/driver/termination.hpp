@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include "driver/run_context.hpp"
 
 namespace tarnwick {
@@ -18,6 +20,18 @@ class TerminationHandlers {
   TerminationHandlers(const TerminationHandlers&) = delete;
   TerminationHandlers& operator=(const TerminationHandlers&) = delete;
   ~TerminationHandlers();
+};
+
+/// Ends this process group too when a termination signal comes; 0 for none.
+void endWithThisRun(pid_t group);
+
+/// Keeps the termination signals back while it lives.
+class TerminationDelay {
+ public:
+  TerminationDelay();
+  TerminationDelay(const TerminationDelay&) = delete;
+  TerminationDelay& operator=(const TerminationDelay&) = delete;
+  ~TerminationDelay();
 };
 
 }  // namespace tarnwick

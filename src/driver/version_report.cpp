@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <array>
 #include <cstdint>
@@ -29,7 +28,7 @@ std::optional<double> modificationDate(const std::string& path) {
 }
 
 void writeLine(const std::string& line) {
-  writeFully(STDOUT_FILENO, line);
+  writeToStandardOutput(line);
 }
 
 }  // namespace

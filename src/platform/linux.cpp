@@ -68,9 +68,7 @@ bool isOursAlone(const fs::path& directory) {
 
 /// The path becomes part of command lines for the shell, and of commands run in other folders.
 bool fitsInCommand(const char* path) {
-  return path != nullptr && *path == '/' &&
-         std::string_view(path).find_first_of(" \t\n\"'`$\\;&|<>()*?[]{}!#~") ==
-             std::string_view::npos;
+  return path != nullptr && *path == '/' && isPlainShellWord(path);
 }
 
 /// Folders under a random name that killed runs left, from when the usual name was not to be had.
@@ -124,7 +122,9 @@ bool hasInternet4DefaultRoute() {
     unsigned flags = 0;
     columns >> interface >> destination >> gateway >> std::hex >> flags >> references >> uses >>
         metric >> mask;
-    if (columns && destination == "00000000" && mask == "00000000" && usable(flags)) return true;
+    const bool isDefault = destination == "00000000" && mask == "00000000";
+    const bool leadsSomewhere = interface != "*";  // a blackhole has no other mark
+    if (columns && isDefault && leadsSomewhere && usable(flags)) return true;
   }
   return false;
 }
@@ -208,6 +208,10 @@ std::string_view executablePathOf(pid_t process, std::span<char> buffer) {
   const ssize_t length = ::readlink(link.data(), buffer.data(), buffer.size());
   return length > 0 ? std::string_view(buffer.data(), static_cast<std::size_t>(length))
                     : std::string_view();
+}
+
+void closeOtherDescriptors(posix_spawn_file_actions_t& actions, posix_spawnattr_t& /*attributes*/) {
+  posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
 }
 
 // The C library's fork takes locks that the interrupted code may hold; this one takes none.

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <fstream>
-#include <limits>
 #include <memory>
 #include <sstream>
 
@@ -46,7 +45,9 @@ void takeText(Preferences& values, const char* key, plist_t item) {
 
 Preferences parsePropertyList(std::string_view xml) {
   Preferences values;
-  if (xml.empty() || xml.size() > std::numeric_limits<std::uint32_t>::max()) return values;
+  // A state of ours is far smaller; the library's recursion does not bear every size.
+  constexpr std::size_t largest = 65536;
+  if (xml.empty() || xml.size() > largest) return values;
   plist_t parsed = nullptr;
   plist_from_xml(xml.data(), static_cast<std::uint32_t>(xml.size()), &parsed);
   const Node root(parsed);

@@ -88,8 +88,8 @@ fs::path makeTemporaryDirectory() {
     if (::mkdir(usual.c_str(), 0700) == 0 || errno == EEXIST) return usual;
   }
   std::string spare = "/tmp/tarnwick-XXXXXX";
-  ::mkdtemp(spare.data());
-  return spare;
+  // A path that nothing can be made at, rather than a name that others can guess.
+  return ::mkdtemp(spare.data()) != nullptr ? spare : "/dev/null/tarnwick";
 }
 
 void releaseTemporaryDirectory(const fs::path& directory) {
@@ -126,6 +126,15 @@ std::string_view executablePathOf(pid_t process, std::span<char> buffer) {
   const int length = ::proc_pidpath(process, buffer.data(), static_cast<std::uint32_t>(size));
   return length > 0 ? std::string_view(buffer.data(), static_cast<std::size_t>(length))
                     : std::string_view();
+}
+
+void closeOtherDescriptors(posix_spawn_file_actions_t& actions, posix_spawnattr_t& attributes) {
+  short flags = 0;
+  posix_spawnattr_getflags(&attributes, &flags);
+  posix_spawnattr_setflags(&attributes, static_cast<short>(flags | POSIX_SPAWN_CLOEXEC_DEFAULT));
+  for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    posix_spawn_file_actions_addinherit_np(&actions, descriptor);
+  }
 }
 
 // sigaction(2) lists it among the functions that are safe in a handler.

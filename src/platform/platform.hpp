@@ -1,5 +1,6 @@
 #pragma once
 
+#include <spawn.h>
 #include <sys/types.h>
 
 #include <cstddef>
@@ -33,6 +34,10 @@ std::size_t listProcesses(std::span<pid_t> processes);
 /// The path of what a process executes, written to `buffer`; empty when it cannot be told. Safe
 /// in a signal handler.
 std::string_view executablePathOf(pid_t process, std::span<char> buffer);
+
+/// Lets a program that is about to be spawned inherit nothing but descriptors 0, 1 and 2. Libraries
+/// open some that do not close by themselves. To be called when all else has been set.
+void closeOtherDescriptors(posix_spawn_file_actions_t& actions, posix_spawnattr_t& attributes);
 
 /// As fork, safe in a signal handler, whatever the signal interrupted.
 pid_t forkInSignalHandler();

@@ -35,6 +35,9 @@ const EVP_MD* implementationOf(DigestAlgorithm algorithm) {
 struct DigestState::Implementation {
   const EVP_MD* algorithm;
   DigestContext context;
+  bool failed = false;
+
+  void note(int result) { failed = failed || result != 1; }
 };
 
 DigestState::DigestState(DigestAlgorithm algorithm)
@@ -44,15 +47,20 @@ DigestState::DigestState(DigestAlgorithm algorithm)
 DigestState::~DigestState() = default;
 
 void DigestState::reset() {
-  EVP_DigestInit_ex(implementation_->context.get(), implementation_->algorithm, nullptr);
+  implementation_->note(
+      EVP_DigestInit_ex(implementation_->context.get(), implementation_->algorithm, nullptr));
 }
 
 void DigestState::update(const void* bytes, std::uint32_t length) {
-  EVP_DigestUpdate(implementation_->context.get(), bytes, length);
+  implementation_->note(EVP_DigestUpdate(implementation_->context.get(), bytes, length));
 }
 
 void DigestState::finish(unsigned char* output) {
-  EVP_DigestFinal_ex(implementation_->context.get(), output, nullptr);
+  implementation_->note(EVP_DigestFinal_ex(implementation_->context.get(), output, nullptr));
+}
+
+bool DigestState::hasFailed() const {
+  return implementation_->failed;
 }
 
 Bytes digestOf(DigestAlgorithm algorithm, std::string_view text) {

@@ -27,6 +27,8 @@ class DigestState {
   void update(const void* bytes, std::uint32_t length);
   /// `output` has room for the algorithm's digest.
   void finish(unsigned char* output);
+  /// Whether the library refused any of this.
+  [[nodiscard]] bool hasFailed() const;
 
  private:
   struct Implementation;

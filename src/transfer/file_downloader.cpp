@@ -1,7 +1,6 @@
 #include "transfer/file_downloader.hpp"
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include "base/file_descriptor.hpp"
 #include "base/platform_log.hpp"
@@ -115,8 +114,8 @@ void DVFileDownloader::downloadDidFinish() {
 
 // A carriage return at its end lets each line overwrite the one before on a terminal.
 void DVFileDownloader::showProgress(std::uint64_t percentage, char lineEnd) const {
-  writeFully(STDOUT_FILENO,
-             fmt::format("Downloading {} [{:3}%]{}", progressName_, percentage, lineEnd));
+  writeToStandardOutput(
+      fmt::format("Downloading {} [{:3}%]{}", progressName_, percentage, lineEnd));
 }
 
 }  // namespace tarnwick

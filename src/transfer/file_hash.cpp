@@ -66,7 +66,8 @@ std::optional<std::string> hashOfFile(const std::filesystem::path& path, DigestA
                                       std::uint64_t digestLength) {
   crypto::DigestState state(algorithm);
   const auto context = contextFor(state, digestLength);
-  return FileHash::hashOfFileAtPathWithComputationContext(path, &context);
+  const auto hash = FileHash::hashOfFileAtPathWithComputationContext(path, &context);
+  return state.hasFailed() ? std::nullopt : hash;
 }
 
 }  // namespace
@@ -102,7 +103,8 @@ std::string FileHash::md5HashAsBase64OfString(std::string_view text) {
 std::optional<std::vector<unsigned char>> FileHash::sha1DigestOfFileAtPath(
     const std::filesystem::path& path) {
   crypto::DigestState state(DigestAlgorithm::sha1);
-  return digestOfFile(path, contextFor(state, 20));
+  const auto digest = digestOfFile(path, contextFor(state, 20));
+  return state.hasFailed() ? std::nullopt : digest;
 }
 
 std::string FileHash::sha1OfString(std::string_view text) {

@@ -79,7 +79,6 @@ class Exchange {
         url_(request.url),
         idleTimeout_(request.idleTimeout),
         takeBody_(std::move(takeBody)) {
-    curl_easy_reset(easy_);
     setAddressAndMethod(request);
     setPolicy(request);
     setReceivers();
@@ -138,6 +137,7 @@ class Exchange {
     // Lets curl try a host's other addresses in good time; the limit itself is ours.
     set(CURLOPT_CONNECTTIMEOUT, static_cast<long>(request.idleTimeout.count()));
     set(CURLOPT_NOSIGNAL, 1L);
+    set(CURLOPT_QUICK_EXIT, 1L);  // a name server that does not answer must not outlast the limit
     set(CURLOPT_SSL_VERIFYPEER, 1L);
     set(CURLOPT_SSL_VERIFYHOST, 2L);
     set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
@@ -186,7 +186,7 @@ class Exchange {
 
   void stop() {
     if (started_) curl_multi_remove_handle(multi_, easy_);
-    started_ = false;
+    curl_easy_reset(easy_);  // it still points into this exchange
   }
 
   CURL* easy_;

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <system_error>
 #include <vector>
 
 #include "base/durable_file.hpp"
@@ -69,7 +70,8 @@ std::int64_t sigtoolVersion(const RunContext& context, const std::string& fileNa
   std::int64_t version = -1;
   const std::filesystem::path file = inDataDirectory(context, fileName);
   // A named pipe in a database's place would keep sigtool, and so the run, waiting for ever.
-  if (fileExists(file) && !std::filesystem::is_regular_file(file)) return version;
+  std::error_code ignored;
+  if (fileExists(file) && !std::filesystem::is_regular_file(file, ignored)) return version;
   const ToolResult result = runTool({.executable = "/usr/local/vestRum/bin/sigtool",
                                      .arguments = {"-i", file.string()},
                                      .output = ToolOutput::captured});
@@ -101,10 +103,10 @@ bool databaseNeedsUpdate(const RunContext& context, std::string_view name, std::
 void downloadFullDatabase(const RunContext& context, HttpClient& http, std::string_view name) {
   const std::string container = containerOf(name);
   const std::string download = container + "_download";
-  removeIgnoringErrors(inDataDirectory(context, container));
-  removeIgnoringErrors(inDataDirectory(context, incrementalContainerOf(name)));
+  removeTree(inDataDirectory(context, container));
+  removeTree(inDataDirectory(context, incrementalContainerOf(name)));
   // What a killed run left of an earlier download must not pass for this one.
-  removeIgnoringErrors(inDataDirectory(context, download));
+  removeTree(inDataDirectory(context, download));
   DVFileDownloader downloader(http);
   downloader.downloadFileFromSaveToPath(fmt::format("https://{}/{}", context.mirrorHost, container),
                                         inDataDirectory(context, download));

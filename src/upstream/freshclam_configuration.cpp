@@ -79,9 +79,11 @@ void removeUnfinishedEdits() {
   for (fs::directory_iterator entry(fs::path(configuration).parent_path(), error), end;
        !error && entry != end; entry.increment(error)) {
     const std::string name = entry->path().filename().string();
-    const bool ours = name.starts_with(prefix) && name.size() == nameLength &&
-                      name.find('.') == std::string::npos;
-    if (ours) ::unlink(entry->path().c_str());
+    const bool isTemporary =
+        name.starts_with(prefix) && name.size() == nameLength &&
+        name.find('.') == std::string::npos &&
+        name.find_first_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789") != std::string::npos;
+    if (isTemporary) ::unlink(entry->path().c_str());
   }
 }
 

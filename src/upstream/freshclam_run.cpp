@@ -71,7 +71,7 @@ constexpr std::array<Rung, 5> recoveryLadder{{
 }};
 
 int runFreshclam(const RunContext& context) {
-  return runShellCommand(context.freshclamCommand);
+  return runInterruptibleShellCommand(context.freshclamCommand);
 }
 
 int runFreshclamWithRepairs(RunContext& context) {

@@ -47,7 +47,7 @@ struct Workplace {
 
   [[nodiscard]] fs::path container() const { return directory / containerName; }
   [[nodiscard]] fs::path archive() const { return directory / archiveName; }
-  void remove() const { removeIgnoringErrors(directory); }
+  void remove() const { removeTree(directory); }
 };
 
 Workplace workplaceIn(const fs::path& temporaryDirectory) {
@@ -128,7 +128,7 @@ bool applyScripts(const Workplace& work) {
       runTool({.executable = std::string(sigtoolPath),
                .arguments = {fmt::format("--run-cdiff={}", work.scripts.string()), "--datadir=."},
                .workingDirectory = work.directory});
-  removeIgnoringErrors(work.scripts);
+  removeTree(work.scripts);
   return applied.status == 0;
 }
 
@@ -291,8 +291,8 @@ bool updateIncrementalDatabase(const RunContext& context, const VendorSession& s
 
 void removeCudLeftovers(const VendorSession& session) {
   const Workplace work = workplaceIn(session.temporaryDirectory);
-  removeIgnoringErrors(work.directory);
-  removeIgnoringErrors(work.scripts);
+  removeTree(work.directory);
+  removeTree(work.scripts);
 }
 
 }  // namespace tarnwick

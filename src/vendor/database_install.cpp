@@ -31,7 +31,7 @@ bool scannerAccepts(const RunContext& context, const std::filesystem::path& data
 bool installDatabase(const std::filesystem::path& database,
                      const std::filesystem::path& installed) {
   if (moveFileIntoPlace(database, installed, databaseAttributes())) return true;
-  removeIgnoringErrors(installed);
+  removeTree(installed);
   return false;
 }
 

@@ -97,13 +97,13 @@ bool installFile(const RunContext& context, const Item& item, bool ignoreIntegri
   if (!sound && !ignoreIntegrity) {
     printMessage(context, "DB integrity check failed. Deleting the new Vestrum.{} file.",
                  item.name);
-    removeIgnoringErrors(item.temporaryFile);
+    removeTree(item.temporaryFile);
     return false;
   }
   printMessage(context, "DB integrity check is sound. Move Vestrum.{} into place", item.name);
   if (installDatabase(item.temporaryFile, inDataDirectory(context, item.fileName()))) return true;
   printMessage(context, "File ({}) couldn't be moved for some reason", item.temporaryFile.string());
-  removeIgnoringErrors(item.temporaryFile);
+  removeTree(item.temporaryFile);
   return false;
 }
 
@@ -112,8 +112,8 @@ void withdrawFile(const RunContext& context, const Item& item) {
   printMessage(context,
                "Downloaded file is deliberately empty, delete Vestrum.{} from defs db directory.",
                item.name);
-  removeIgnoringErrors(item.temporaryFile);
-  removeIgnoringErrors(inDataDirectory(context, item.fileName()));
+  removeTree(item.temporaryFile);
+  removeTree(inDataDirectory(context, item.fileName()));
 }
 
 /// Fetches, checks and installs or withdraws the file. True when the installed state changed.
@@ -123,7 +123,7 @@ bool replaceFile(const RunContext& context, const VendorSession& session, Item i
   if (!DVSUDSAVerifier::validatePathWithEncodedDSASignatureWithPublicDSAKey(
           item.temporaryFile, signature, settings::vendorPublicKey)) {
     printMessage(context, "Vestrum.{} definitions file is not valid. Delete it.", item.name);
-    removeIgnoringErrors(item.temporaryFile);
+    removeTree(item.temporaryFile);
     return false;
   }
   printMessage(context, "Vestrum.{} is valid and has file size: {} bytes", item.name,
@@ -163,7 +163,7 @@ void recordContainerDate(const RunContext& context, UpdateState& state) {
 void removeSeparateFiles(const RunContext& context) {
   for (const std::string_view name :
        {"Vestrum.ndb", "Vestrum.hdb", "Vestrum.fp", "Vestrum.ign2", "Vestrum.ldb"}) {
-    removeIgnoringErrors(inDataDirectory(context, name));
+    removeTree(inDataDirectory(context, name));
   }
 }
 
@@ -173,14 +173,14 @@ void removeHalfPair(const RunContext& context) {
   constexpr std::string_view signature = "Vestrum.database.signature";
   const fs::path fixedFolder(fixedDatabaseDirectory);
   if (fileExists(fixedFolder / file) && fileExists(fixedFolder / signature)) return;
-  removeIgnoringErrors(inDataDirectory(context, file));
-  removeIgnoringErrors(inDataDirectory(context, signature));
+  removeTree(inDataDirectory(context, file));
+  removeTree(inDataDirectory(context, signature));
 }
 
 /// What a killed run left in the folders that this phase writes to.
 void sweepLeftovers(const RunContext& context, const VendorSession& session) {
   removeCudLeftovers(session);
-  removeIgnoringErrors(session.temporaryDirectory / "Vestrum.database");
+  removeTree(session.temporaryDirectory / "Vestrum.database");
   removeStagedLeftovers(fixedDatabaseDirectory);
   removeStagedLeftovers(context.dataDirectory);
 }

@@ -64,14 +64,14 @@ TEST(CommandLine, OnlyTheFirstArgumentSelectsTheMode) {
 
 TEST(Commands, KeepTheRootOfTheFileSystemFromRecursiveCommands) {
   RunContext context;
-  for (const auto* const directory :
-       {"", "/", "///", "/.", "/usr/..", "//./", "/ ", "x ", "x /", "/proc/self/root"}) {
+  for (const auto* const directory : {"", "/", "///", "/.", "/usr/..", "//./", "/ ", "x /", "/*/..",
+                                      "''", "$NONE", "/proc/self/root"}) {
     context.dataDirectory = directory;
-    EXPECT_FALSE(dataDirectoryIsUsable(context)) << directory;
+    EXPECT_FALSE(dataDirectoryFitsInCommand(context)) << directory;
   }
   for (const auto* const directory : {usualDirectory, "relative", "/usr"}) {
     context.dataDirectory = directory;
-    EXPECT_TRUE(dataDirectoryIsUsable(context)) << directory;
+    EXPECT_TRUE(dataDirectoryFitsInCommand(context)) << directory;
   }
 }
 
