@@ -67,31 +67,33 @@ void runShellCommandSafely(const char* commandLine) {
   if (child > 0) ::waitpid(child, nullptr, 0);
 }
 
-/// Reaches a freshclam that is only just being started, which no executable path gives away yet.
-void killOwnFreshclam() {
-  const pid_t group = interrupted.group;
-  if (group > 0) ::kill(-group, SIGTERM);
-}
-
-void killEveryFreshclam() {
+/// False when none was found.
+bool killEveryFreshclam() {
   std::array<pid_t, 1024> processes{};
   std::array<char, 4096> path;  // NOLINT(*-member-init): filled for each process
+  bool found = false;
   const std::size_t count = platform::listProcesses(processes);
   for (std::size_t i = 0; i < count; ++i) {
     const std::string_view executable = platform::executablePathOf(processes[i], path);
+    if (executable.find("freshclam") == std::string_view::npos) continue;
     // Once for each process found, although the first command reaches them all.
-    if (executable.find("freshclam") != std::string_view::npos) {
-      runShellCommandSafely("killall freshclam");
-    }
+    runShellCommandSafely("killall freshclam");
+    found = true;
   }
+  return found;
+}
+
+/// One that is only just being started is not given away by any executable's path yet.
+void killFreshclamBeingStarted() {
+  const pid_t group = interrupted.group;
+  if (group > 0) ::kill(-group, SIGTERM);
 }
 
 }  // namespace
 
 void killFreshclamAndExit(int /*signalNumber*/) {
   announce();
-  killOwnFreshclam();
-  killEveryFreshclam();
+  if (!killEveryFreshclam()) killFreshclamBeingStarted();
   ::_exit(255);
 }
 
