@@ -1,0 +1,36 @@
+"""Each test gets worlds of its own; the world of a test that failed is kept."""
+
+import re
+import threading
+
+import pytest
+
+from world import REPOSITORY, World
+
+LONGEST_TEST = 120  # seconds; nothing here waits for more than an event that should come at once
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item, call):
+    report = (yield).get_result()
+    world = getattr(item, "funcargs", {}).get("world")
+    if call.when == "call" and report.failed and world:
+        folder = REPOSITORY / "build" / "failed-worlds" / re.sub(r"\W+", "-", item.name)
+        world.keep(folder)
+        report.sections.append(("The world of this test", f"is kept in {folder}"))
+
+
+@pytest.fixture
+def world(request):
+    """Three versions are out, or as many as `@pytest.mark.versions(n)` says."""
+    marker = request.node.get_closest_marker("versions")
+    with World(marker.args[0] if marker else 3) as made:
+        # The end of its machine ends every wait of a test that has got stuck.
+        watchdog = threading.Timer(LONGEST_TEST, made.kill)
+        watchdog.start()
+        yield made
+        watchdog.cancel()
+
+
+def pytest_configure(config):
+    config.addinivalue_line("markers", "versions(n): how many versions of the container the vendor has out")

@@ -1,0 +1,61 @@
+/* Preloaded into the tool alone: lets its steady clock and its pauses run TARNWICK_TEST_RATE times as fast, and sends
+ * it TARNWICK_TEST_SIGNAL when TARNWICK_TEST_AFTER microseconds have gone by since it was ready for signals. */
+#define _GNU_SOURCE
+#include <dlfcn.h>
+#include <errno.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+
+#define REAL(function) ((__typeof__(&function))dlsym(RTLD_NEXT, #function))
+
+static long number(const char *name)
+{
+    const char *text = getenv(name);
+    return text && strcmp(program_invocation_short_name, "tarnwick") == 0 ? atol(text) : 0;
+}
+
+static long long rate(void)
+{
+    static long long known;
+    if (!known)
+        known = number("TARNWICK_TEST_RATE") > 0 ? number("TARNWICK_TEST_RATE") : 1;
+    return known;
+}
+
+static struct timespec scaled(const struct timespec *time, long long times, long long divisor)
+{
+    long long nanoseconds = (time->tv_sec * 1000000000LL + time->tv_nsec) / divisor * times;
+    return (struct timespec){nanoseconds / 1000000000, nanoseconds % 1000000000};
+}
+
+int clock_gettime(clockid_t clock, struct timespec *now)
+{
+    int result = REAL(clock_gettime)(clock, now);
+    if (result == 0 && clock == CLOCK_MONOTONIC)
+        *now = scaled(now, rate(), 1);
+    return result;
+}
+
+int nanosleep(const struct timespec *asked, struct timespec *left)
+{
+    struct timespec shorter = scaled(asked, 1, rate());
+    return REAL(nanosleep)(&shorter, left);
+}
+
+/* The tool takes care of a broken pipe last. */
+int sigaction(int which, const struct sigaction *action, struct sigaction *before)
+{
+    static int armed;
+    int result = REAL(sigaction)(which, action, before);
+    long after = number("TARNWICK_TEST_AFTER");
+    if (which == SIGPIPE && after && !armed++) {
+        struct sigevent event = {.sigev_notify = SIGEV_SIGNAL, .sigev_signo = (int)number("TARNWICK_TEST_SIGNAL")};
+        struct itimerspec once = {.it_value = {after / 1000000, after % 1000000 * 1000}};
+        timer_t timer;
+        if (timer_create(CLOCK_MONOTONIC, &event, &timer) == 0)
+            timer_settime(timer, 0, &once, NULL);
+    }
+    return result;
+}

@@ -1,0 +1,116 @@
+"""A private machine: mount, network, process and host-name namespaces with a file tree of their own."""
+
+import dataclasses
+import os
+import pathlib
+import re
+import select
+import subprocess
+import tempfile
+
+REPOSITORY = pathlib.Path(__file__).resolve().parents[3]
+HERE = pathlib.Path(__file__).resolve().parent
+ENVIRONMENT = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "HOME": "/root", "LANG": "C", "TZ": "UTC"}
+
+
+@dataclasses.dataclass
+class Outcome:
+    status: int
+    stdout: str
+    stderr: str
+
+
+class Job:
+    """A program at work in a machine."""
+
+    def __init__(self, process):
+        self.process = process
+
+    def read_until(self, text, stream="stdout"):
+        """Everything on a stream up to and including `text`; waits until it has come."""
+        seen = b""
+        while text.encode() not in seen:
+            byte = os.read(getattr(self.process, stream).fileno(), 1)
+            assert byte, f"ended before {text!r}: {seen!r}"
+            seen += byte
+        return seen.decode()
+
+    def signal(self, number):
+        """To the program itself; nsenter is only its parent."""
+        os.kill(only_child(self.process.pid), number)
+
+    def end(self):
+        stdout, stderr = self.process.communicate()
+        return Outcome(self.process.returncode, stdout.decode(errors="replace"), stderr.decode(errors="replace"))
+
+
+def only_child(pid):
+    return int(pathlib.Path(f"/proc/{pid}/task/{pid}/children").read_text().split()[0])
+
+
+def seen_inside(path):
+    """A path below the repository, as a machine sees it."""
+    return str(pathlib.Path("/repository") / pathlib.Path(path).relative_to(REPOSITORY))
+
+
+class Machine:
+    """Starts at once; `close` (or the end of a `with`) removes every trace of it."""
+
+    def __init__(self):
+        with tempfile.TemporaryDirectory(prefix="tarnwick-machine-") as mount_point:
+            self._unshare = subprocess.Popen(
+                ["setpriv", "--pdeathsig", "KILL", "unshare", "-mnpuf", "--kill-child",
+                 HERE / "first_process", mount_point, REPOSITORY], stdout=subprocess.PIPE)
+            if self._unshare.stdout.readline() != b"ready\n":
+                raise RuntimeError("no private machine: namespaces need root")
+        self._init = only_child(self._unshare.pid)
+        self._death = os.pidfd_open(self._init)
+        self.root = pathlib.Path(f"/proc/{self._init}/root")
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.close()
+
+    def kill(self):
+        self._unshare.kill()
+
+    def close(self):
+        """The end of the first process takes everything else with it."""
+        self.kill()
+        self._unshare.wait()
+        select.select([self._death], [], [])
+        os.close(self._death)
+        self._unshare.stdout.close()
+
+    def path(self, path):
+        """Where this process finds the machine's `path`."""
+        return self.root / str(path).lstrip("/")
+
+    def start(self, *command, env=None, stdout=subprocess.PIPE, stderr=subprocess.PIPE, **more):
+        prefix = ["nsenter", "-t", str(self._init), "-m", "-n", "-p", "-u", "-r", "-w"]
+        return Job(subprocess.Popen(prefix + [str(part) for part in command], env=ENVIRONMENT | (env or {}),
+                                    stdin=subprocess.DEVNULL, stdout=stdout, stderr=stderr, **more))
+
+    def command(self, *command, **more):
+        return self.start(*command, **more).end()
+
+    def shell(self, script):
+        """For preparations, which must succeed."""
+        outcome = self.command("sh", "-euc", script)
+        assert outcome.status == 0, outcome
+        return outcome.stdout
+
+    def write(self, path, content="", mode=0o644):
+        target = self.path(path)
+        target.parent.mkdir(parents=True, exist_ok=True)
+        # An absolute link in the machine leads out of it from here, to the real system's own file.
+        target.unlink(missing_ok=True)
+        target.write_bytes(content.encode() if isinstance(content, str) else content)
+        target.chmod(mode)
+
+    def running(self, pattern):
+        """The command lines of the machine's living processes that match."""
+        lines = self.command("ps", "-e", "-o", "args=").stdout.splitlines()
+        return [line for line in lines if re.search(pattern, line) and " -o args=" not in line]

@@ -1,0 +1,155 @@
+"""The vendor's hosts inside a machine: a real nginx with TLS, its request log, and faults on demand."""
+
+import collections
+import contextlib
+import http.client
+import pathlib
+import socket
+import subprocess
+import threading
+import time
+
+from .cache import made_once
+
+CONTENT, LINKS, MIRROR = (f"{name}.vestrum.example" for name in ("content", "links", "mirror"))
+UPSTREAM = "database.clamav.net"
+HOSTS = (CONTENT, LINKS, MIRROR, UPSTREAM)
+HERE, NOBODY, IMPOSTOR = "127.0.0.1", "127.0.0.2", "127.0.0.3"
+
+# Before anything else, every server looks whether a test has put a fault in the way of the request: a file stands for
+# an answer of the test's own, a folder for a connection closed without a word.
+FAULTS = """
+    set $fault /srv/faults/$request_method$plain_path;
+    error_page 418 = @fault;
+    if (-f $fault) { return 418; }
+    if (-d $fault) { return 444; }
+    location @fault {
+        proxy_pass http://unix:/run/nginx/faults:;
+        proxy_buffering off;
+        proxy_set_header Plain $plain_path;
+    }
+"""
+NGINX = """
+user root; worker_processes 1; pid /run/nginx/pid; error_log /run/nginx/error.log;
+events { }
+http {
+    map $uri $plain_path { default $uri; "~^/[^/]{22}/[0-9]+(?<rest>/.*)$" $rest; }
+    log_format request "$connection\t$ssl_session_reused\t$request_method\t$host\t$plain_path\t$status\t"
+                       "$http_user_agent";
+    access_log /run/nginx/requests request;
+    client_body_temp_path /run/nginx/body; proxy_temp_path /run/nginx/proxy; fastcgi_temp_path /run/nginx/fastcgi;
+    uwsgi_temp_path /run/nginx/uwsgi; scgi_temp_path /run/nginx/scgi;
+    server { listen unix:/run/nginx/fence; access_log off; return 204; }
+    server {
+        listen 127.0.0.3:443 ssl;
+        ssl_certificate /srv/vendor/tls/impostor.pem;
+        ssl_certificate_key /srv/vendor/tls/impostor.pem;
+    }
+    include /srv/site.conf;
+}
+"""
+Request = collections.namedtuple("Request", "connection reused method host path status agent")
+
+
+def make_certificates(folder):
+    """A local authority, a certificate for the hosts, and one that nobody should believe."""
+    new = "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 3650"
+    names = ",".join(f"DNS:{host}" for host in HOSTS)
+    script = f"""
+        {new} -keyout authority.key -out authority.pem -subj '/CN=Local authority'
+        {new} -keyout key.pem -out certificate.pem -subj '/CN=Site' -addext subjectAltName={names} \
+            -addext basicConstraints=critical,CA:FALSE -CA authority.pem -CAkey authority.key
+        {new} -keyout impostor.pem -out impostor.crt -subj /CN=Impostor -addext subjectAltName={names}
+        cat impostor.crt >>impostor.pem"""
+    subprocess.run(["sh", "-euc", script], cwd=folder, check=True, stderr=subprocess.DEVNULL)
+
+
+class Servers:
+    """nginx in `machine`, serving the publishing home /srv/vendor as its `site` says."""
+
+    def __init__(self, machine, site):
+        self._machine = machine
+        self._answers = {}
+        self._held = collections.defaultdict(threading.Event)
+        tls = made_once("tls", make_certificates, [pathlib.Path(__file__)])
+        for name in ("certificate.pem", "key.pem", "impostor.pem"):
+            machine.write(f"/srv/vendor/tls/{name}", (tls / name).read_bytes())
+        machine.write("/etc/ssl/certs/ca-certificates.crt", (tls / "authority.pem").read_bytes())
+        machine.write("/srv/nginx.conf", NGINX)
+        for old, new in (("server {", "server {" + FAULTS), ("listen 443", f"listen {HERE}:443"),
+                         (f"server_name {MIRROR}", f"server_name {MIRROR} {UPSTREAM}")):
+            site = site.replace(old, new)
+        machine.write("/srv/site.conf", site)
+        self.place()
+        self._listener = socket.socket(socket.AF_UNIX)
+        self._listener.bind(str(machine.path("/run/nginx/faults")))
+        self._listener.listen()
+        threading.Thread(target=self._answer_all, daemon=True).start()
+        machine.shell("nginx -c /srv/nginx.conf -e /run/nginx/error.log")
+
+    def close(self):
+        self._listener.shutdown(socket.SHUT_RDWR)
+        self._listener.close()
+
+    def place(self, **elsewhere):
+        """Puts hosts at other addresses: `place(links=NOBODY)` refuses connections, None is an unknown host."""
+        where = {host: elsewhere.get(host.split(".", maxsplit=1)[0], HERE) for host in HOSTS}
+        self._machine.write("/etc/hosts", "".join(f"{at} {host}\n" for host, at in where.items() if at))
+
+    def answer(self, request, body=b"", status="200 OK", headers=(), length=None, hold=False, pause=0):
+        """`request`, such as "GET /dns.txt", is answered thus: `length` may promise more than there is, `hold` leaves
+        the connection open afterwards, and a `pause` comes before each eighth of the body. Status None: no word."""
+        body = body.encode() if isinstance(body, str) else body
+        length = len(body) if length is None else length
+        lines = [f"HTTP/1.0 {status}", *headers, f"Content-Length: {length}", "", ""]
+        self._answers[request] = ("\r\n".join(lines).encode() if status else b"", body, hold, pause)
+        self._machine.write("/srv/faults/" + request.replace(" ", "", 1))
+
+    def drop(self, request):
+        self._machine.path("/srv/faults/" + request.replace(" ", "", 1)).mkdir(parents=True)
+
+    def mend(self):
+        self._machine.shell("rm -rf /srv/faults")
+
+    def wait_for_held(self, request):
+        assert self._held[request].wait(30), f"{request} never came"
+
+    def forget_held(self):
+        self._held.clear()
+
+    def _answer_all(self):
+        while True:
+            try:
+                connection = self._listener.accept()[0]
+            except OSError:
+                return
+            threading.Thread(target=self._answer_one, args=(connection, []), daemon=True).start()
+
+    def _answer_one(self, connection, lines):
+        with connection, connection.makefile("rb") as stream, contextlib.suppress(OSError):
+            while line := stream.readline().strip():
+                lines.append(line.decode())
+            path = next(line for line in lines if line.startswith("Plain: "))[7:]
+            request = f"{lines[0].split()[0]} {path}"
+            head, body, hold, pause = self._answers[request]
+            connection.sendall(head)
+            step = len(body) // 8 if pause else len(body)
+            for start in range(0, len(body), step or 1):
+                time.sleep(pause)
+                connection.sendall(body[start:start + step])
+            if hold:
+                self._held[request].set()
+                stream.read()
+
+    def requests(self):
+        """What nginx has answered so far; forgets it, so that each run can be looked at alone."""
+        fence = http.client.HTTPConnection("fence")
+        fence.sock = socket.socket(socket.AF_UNIX)
+        fence.sock.connect(str(self._machine.path("/run/nginx/fence")))
+        fence.request("GET", "/")
+        fence.getresponse().read()
+        fence.close()
+        log = pathlib.Path(self._machine.path("/run/nginx/requests"))
+        lines = log.read_text(encoding="utf-8").splitlines()
+        log.write_text("", encoding="utf-8")
+        return [Request(*line.split("\t")) for line in lines]

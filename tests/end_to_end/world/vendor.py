@@ -1,0 +1,48 @@
+"""What the vendor has published: homes made by the publishing kit, once, and copied into machines."""
+
+import pathlib
+import shutil
+import subprocess
+
+from .cache import made_once
+from .machine import REPOSITORY
+
+HOME = REPOSITORY / "build" / "vendor"
+PUBLISHER = REPOSITORY / "publish" / "tarnwick-publish"
+
+
+def sample(version):
+    """A harmless text that the container knows from `version` on."""
+    return f"harmless sample number {version} of the vendor"
+
+
+def signature_folder(folder, version):
+    """The vendor's signatures as of `version`."""
+    folder.mkdir(parents=True, exist_ok=True)
+    lines = (f"Vestrum.Sample-{number}:0:*:{sample(number).encode().hex()}\n" for number in range(1, version + 1))
+    (folder / "Vestrum.ndb").write_text("".join(lines), encoding="ascii")
+    return folder
+
+
+def definitions_text(number=1):
+    return f"Vestrum.Definition-{number}:0:*:{sample(1000 + number).encode().hex()}\n"
+
+
+def home(versions):
+    """A publishing home in which that many versions and one definitions file are out, every version's container
+    beside it."""
+    def make(folder):
+        shutil.copytree(HOME, folder, symlinks=True, dirs_exist_ok=True)
+        (folder / "containers").mkdir()
+        for version in range(1, versions + 1):
+            _publish(folder, "release", signature_folder(folder / "signatures", version))
+            shutil.copy(folder / "site/VestRUM2/Scripted/VestRUM.cud", folder / "containers" / f"{version}.cud")
+        (folder / "definitions").write_text(definitions_text(), encoding="ascii")
+        _publish(folder, "definitions", folder / "definitions")
+
+    sources = [HOME / "public.pem", pathlib.Path(__file__), *PUBLISHER.parent.rglob("*")]
+    return made_once(f"vendor-{versions}", make, sources)
+
+
+def _publish(path, *arguments):
+    subprocess.run([PUBLISHER, "--home", path, *arguments], check=True, stdin=subprocess.DEVNULL, capture_output=True)
