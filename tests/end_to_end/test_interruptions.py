@@ -1,0 +1,153 @@
+"""Runs that are cut off, by a signal or without one, and runs that meet each other."""
+
+import os
+import random
+
+import pytest
+
+from world import BIN, CONFIGURATION, DATA, MIRROR, definitions_text
+from world.transcripts import BANNER, CURRENT, FRESHCLAM, INSTALLED, NEWER, SCRIPTS, SOUND, UNCHANGED
+
+SIGNALS = (15, 2, 3, 6)
+END = "killling...\n"
+WHOLE = (BANNER + NEWER.format(local=1, available=3) + SCRIPTS + SOUND + INSTALLED + "\nChecking ClamAV definitions\n")
+HOLD = "read -r nothing </srv/hold"
+
+
+def without_network(world):
+    world.shell("ip route del default")
+    return lambda job: job.read_until("Trying again in 5 seconds...\n")
+
+
+def stalled(world, request):
+    world.servers.answer(request, status=None, hold=True)
+    return lambda job: world.servers.wait_for_held(request)
+
+
+def scanning(world):
+    world.shell("mkfifo /srv/event /srv/hold")
+    world.program("clamscan", f"echo scanning >/srv/event; {HOLD}")
+    event = os.open(world.path("/srv/event"), os.O_RDWR)
+    return lambda job: os.read(event, 100)
+
+
+def updating(world):
+    world.shell("mkfifo /srv/hold")
+    world.program("freshclam", f"echo updating; {HOLD}")
+    return lambda job: job.read_until("updating\n")
+
+
+def falling_back(world):
+    world.freshclam(*[52] * 8)
+    return stalled(world, "GET /dns.txt")
+
+
+def seeding(world):
+    world.shell(f"rm {DATA}/daily.cvd")
+    return stalled(world, "GET /daily.cvd")
+
+
+PHASES = {
+    "no network": without_network,
+    "version stalls": lambda world: stalled(world, "GET /VestRUM2/Scripted/VestRUM-db-version.txt"),
+    "script stalls": lambda world: stalled(world, "GET /VestRUM2/Scripted/VestRUM-3.script"),
+    "scanning": scanning,
+    "definitions stall": lambda world: stalled(world, "HEAD /VestRUM2/Vestrum.database"),
+    "seeding": seeding,
+    "freshclam": updating,
+    "fallback": falling_back,
+}
+
+
+@pytest.mark.parametrize("phase", PHASES)
+def test_signals_in_every_phase(world, phase):
+    world.freshclam(*[0] * 8)
+    world.install(1)
+    wait = PHASES[phase](world)
+    for number in SIGNALS:
+        world.write(f"{DATA}/VestRUM.cud", world.container(1))
+        world.servers.forget_held()
+        job = world.launch("--log=/srv/a.log")
+        wait(job)
+        job.signal(number)
+        outcome = world.finish(job)
+        assert (outcome.status, outcome.stdout[-len(END):], outcome.stderr) == (
+            255, END, "Terminated\n" if phase == "freshclam" else "")
+        if phase == "no network":
+            assert not world.path("/srv/a.log").exists() and world.version() == 1
+        else:
+            # While freshclam runs, the log is its alone.
+            assert world.log("/srv/a.log").endswith(END) == (phase != "freshclam")
+            assert f"DatabaseMirror {MIRROR}\n" in world.log(CONFIGURATION) or phase == "fallback"
+        # An updater at work is ended too; what else was started may end by itself.
+        assert world.running(f"^{BIN}/freshclam") == [] or phase == "scanning"
+
+
+def quick(world):
+    """Every phase is gone through, in as little time as can be."""
+    world.install(1)
+    world.program("clamscan", "exit 0")
+    world.program("freshclam", "exit 0")
+
+
+def reset(world):
+    """Behind by two versions and by one definitions file."""
+    world.write(f"{DATA}/VestRUM.cud", world.container(1))
+    world.write(f"{DATA}/Vestrum.database", definitions_text(9))
+    world.remember({"database-Last-Modified": "some other date"})
+
+
+def moments(seed, count, longest):
+    generator = random.Random(seed)
+    return [generator.randrange(1, longest) for _ in range(count)]
+
+
+@pytest.mark.parametrize("seed", range(6))
+def test_signals_at_any_moment(world, seed):
+    quick(world)
+    interrupted = 0
+    for index, moment in enumerate(moments(seed, 50, 120_000)):
+        reset(world)
+        outcome = world.run(kill=(SIGNALS[index % 4], moment))
+        # At once and whole: nothing of what comes later has been said, nothing is said twice.
+        assert (outcome.status, outcome.stdout) == (1, WHOLE) or (outcome.status == 255 and outcome.stdout.endswith(
+            END) and WHOLE.startswith(outcome.stdout.removesuffix(END))), (moment, outcome)
+        interrupted += outcome.status == 255
+    assert interrupted > 10
+    world.shell(f"rm -f {DATA}/V*")
+    assert world.run().status == 1 and world.litter() == ""
+
+
+@pytest.mark.parametrize("seed", range(6))
+def test_killed_at_any_moment(world, seed):
+    quick(world)
+    reset(world)
+    assert world.run().status == 1
+    containers = {world.container(1), world.container(3)}
+    definitions = {definitions_text(1), definitions_text(9)}
+    for index, moment in enumerate(moments(seed, 50, 120_000)):
+        reset(world)
+        assert world.run(kill=(9, moment)).status in (1, -9)
+        container = world.path(f"{DATA}/VestRUM.cud").read_bytes()
+        # A container that was built here has the newest version and the digest of all that follows its header.
+        assert container in containers or (world.version() == 3 and world.command(
+            "sh", "-c", f"tail -c +513 {DATA}/VestRUM.cud | md5sum").stdout[:32].encode() in container[:512])
+        assert world.log(f"{DATA}/Vestrum.database") in definitions
+        if index % 5 == 0:
+            assert world.run().status in (0, 1) and world.version() == 3
+            assert (world.litter(), world.log(f"{DATA}/Vestrum.database")) == ("", definitions_text(1))
+
+
+def test_the_second_of_two_runs_waits(world):
+    world.install(3)
+    world.shell("mkfifo /srv/hold")
+    world.program("freshclam", f"echo updating; {HOLD}")
+    first = world.launch()
+    first.read_until("updating\n")
+    second = world.launch()
+    assert "Another run is in progress. Waiting for it to end.\n" in second.read_until("end.\n", "stderr")
+    world.program("freshclam", "echo freshclam \"$@\"; exit 1")
+    world.shell("echo >/srv/hold")
+    assert first.end().status == 0
+    outcome = world.finish(second)
+    assert (outcome.status, outcome.stdout) == (1, BANNER + CURRENT + UNCHANGED + FRESHCLAM)

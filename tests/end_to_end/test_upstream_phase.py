@@ -1,0 +1,243 @@
+"""The upstream databases: what freshclam's exit statuses lead to, whole downloads, and the real freshclam."""
+
+import pytest
+
+from world import BIN, CONFIGURATION, DATA, MIRROR, NOBODY, PREFIX, UPSTREAM
+from world.transcripts import BANNER, CURRENT, FRESHCLAM, UNCHANGED
+
+CALL = "freshclam --no-warnings\n"
+BEFORE = BANNER + CURRENT + UNCHANGED + FRESHCLAM.removesuffix(CALL)
+NO_RECORD = ("Still failing with network issues. Download full file.\nDownloading Defs version number\n"
+             f"no defs version number available on {MIRROR}\n")
+# What freshclam finds when it runs: which configuration, pointing where, and databases owned by whom. Each run leaves
+# them to root.
+FIRST, AGAIN, REPAIRED = f"live {MIRROR} clamav", f"live {MIRROR} root", f"live {MIRROR} clamav"
+BACK, BAK, CLEAN = f"live {UPSTREAM} root", f"BAK {UPSTREAM} root", f"CLEAN {UPSTREAM} root"
+LADDER = [
+    # freshclam's statuses, what its runs find, the tool's status
+    ([0], [FIRST], 0),
+    ([1], [FIRST], 1),
+    *(([status], [FIRST], status) for status in (2, 40, 51, 55, 60, 61, 127, 255)),
+    (["killed"], [FIRST], 137),
+    *(([status, 0], [FIRST, REPAIRED], 0) for status in (50, 53, 57)),
+    *(([status, 1], [FIRST, BACK], 1) for status in (52, 54, 58, 59)),
+    ([56, 0], [FIRST, BAK], 0),
+    ([56, 56, 0], [FIRST, BAK, CLEAN], 0),
+    ([56, 56, 56], [FIRST, BAK, CLEAN], 56),
+    ([62, 0], [FIRST, AGAIN], 0),
+    ([50, 50], [FIRST, REPAIRED], 50),
+    ([50, 54, 0], [FIRST, REPAIRED, BACK], 0),
+    ([50, 56, 0], [FIRST, REPAIRED, BAK], 0),
+    ([50, 62, 0], [FIRST, REPAIRED, AGAIN], 0),
+    ([54, 50], [FIRST, BACK], 50),
+    ([54, 56, 0], [FIRST, BACK, BAK], 0),
+    ([59, 62, 0], [FIRST, BACK, BACK], 0),
+    ([56, 62, 56], [FIRST, BAK, BAK], 56),
+    ([62, 62], [FIRST, AGAIN], 62),
+    ([52, 52], [FIRST, BACK], 52),
+    ([56, 52], [FIRST, BAK], 52),
+    ([62, 52], [FIRST, AGAIN], 52),
+    ([50, 52, 56, 56, 62, 0], [FIRST, REPAIRED, BACK, BAK, CLEAN, CLEAN], 0),
+    ([50, 52, 56, 56, 62, 52], [FIRST, REPAIRED, BACK, BAK, CLEAN, CLEAN], 52),
+]
+
+
+@pytest.mark.parametrize("statuses, calls, status", LADDER, ids=str)
+def test_ladder(world, statuses, calls, status):
+    world.install(3)
+    world.freshclam(*statuses)
+    for name in ("BAK", "CLEAN"):
+        world.shell(f"echo '#= {name}' >>{PREFIX}/etc/freshclam{name}.conf")
+    before = world.path(CONFIGURATION).read_bytes()
+    stray = world.start("sh", "-c", "cp /bin/sleep /srv/freshclam; echo ready; exec /srv/freshclam 1000")
+    stray.read_until("ready\n")
+    outcome = world.run()
+    assert (outcome.status, outcome.stdout, world.freshclam_calls()) == (
+        status, BEFORE + CALL * len(calls) + NO_RECORD * (statuses[-1] == 52), calls)
+    # Strays are killed for the sake of their log alone.
+    assert bool(world.running("^/srv/freshclam")) == (62 not in statuses)
+    faulty = world.path(f"{PREFIX}/etc/freshclamFAULTY.conf")
+    left = calls[-1].split()[0]
+    assert faulty.exists() == (56 in statuses)
+    if left != "live":
+        assert faulty.read_bytes() in (before, before.replace(UPSTREAM.encode(), MIRROR.encode()).replace(
+            b"#DNSDatabaseInfo current.cvd.clamav.net\n#MaxAttempts 5",
+            b"DNSDatabaseInfo version.vestrum.example\nMaxAttempts 1"))
+        before += f"#= {left}\n".encode()
+    assert world.path(CONFIGURATION).read_bytes() == before
+    world.command("pkill", "-f", "^/srv/freshclam")
+    stray.end()
+
+
+def test_vendor_changes_show_in_good_statuses_only(world):
+    for freshclam, status in ((0, 1), (1, 1), (2, 2)):
+        world.freshclam(freshclam)
+        world.shell(f"rm -f {DATA}/V*")
+        assert world.run().status == status
+
+
+@pytest.mark.parametrize("prepare, status", [
+    ("rm {0}", 127), ("chmod a-x {0}", 126), ("printf nonsense >{0}; chmod +x {0}", 127)])
+def test_freshclam_that_cannot_run(world, prepare, status):
+    world.install(3)
+    world.shell(prepare.format(f"{BIN}/freshclam"))
+    outcome = world.run()
+    assert (outcome.status, outcome.stdout) == (status, BEFORE)
+
+
+# The record's fields 1, 2 and 7 count.
+RECORD = "0.103.12:62:27400:1760000000:1:90:49192:{}\n"
+STARTED = CALL * 2 + "Still failing with network issues. Download full file.\nDownloading Defs version number\n"
+
+
+def compared(main, daily, bytecode, available, kinds=("cvd", "cvd", "cvd")):
+    return [f"{name}.{kind} installed: {installed}, available: {wanted}\n" for name, kind, installed, wanted in zip(
+        ("main", "daily", "bytecode"), kinds, (main, daily, bytecode), (62, 27400, available))]
+
+
+def fetched(name):
+    return f"Downloading {name}.cvd [100%]\nDownloaded {name}.cvd from {MIRROR}\n"
+
+
+# What is installed and what the mirror has (a file's text is what sigtool says of it), the record's last field, what is
+# said, and the exit status.
+FALLBACK = {
+    "all current": ({"main.cvd": 62, "daily.cvd": 27400, "bytecode.cvd": 339}, {}, 339,
+                    "".join(compared(62, 27400, 339, 339)) * 2, 1),
+    "one old": ({"main.cvd": 61, "daily.cvd": 27400, "bytecode.cvd": 340}, {"main.cvd": 62}, 339,
+                compared(61, 0, 0, 339)[0] + fetched("main") + "".join(
+                    compared(62, 27400, 340, 339)[1:] + compared(62, 27400, 340, 339)), 1),
+    "still old": ({"main.cvd": 62, "daily.cvd": -1, "bytecode.cvd": 339}, {"daily.cvd": 27399}, 339,
+                  "".join(compared(62, -1, 0, 339)[:2]) + fetched("daily") + "".join(
+                      compared(0, 0, 339, 339)[2:] + compared(62, 27399, 0, 339)[:2]), 234),
+    "increments decide": ({"main.cvd": 63, "main.cld": 60, "daily.cld": 27400, "bytecode.cvd": 1}, {"main.cvd": 62},
+                          "x", compared(63, 0, 0, 0)[0] + "main.cld installed: 60, available: 62\n" + fetched("main")
+                          + "".join((compared(62, 27400, 1, 0, ("cvd", "cld", "cvd"))[1:]
+                                     + compared(62, 27400, 1, 0, ("cvd", "cld", "cvd")))), 1),
+    "version 0 stays out": ({"main.cvd": 62, "daily.cvd": 1, "bytecode.cvd": 339}, {"daily.cvd": 0}, 339,
+                            "".join(compared(62, 1, 0, 339)[:2]) + "Downloading daily.cvd [100%]\n"
+                            + compared(0, 0, 339, 339)[2] + compared(62, 0, 0, 339)[0], 234),
+    "not on the mirror": ({"main.cvd": 61, "daily.cvd": 27400, "bytecode.cvd": 339}, {}, 339,
+                          compared(61, 0, 0, 339)[0] + fetched("main") + "".join(
+                              compared(0, 27400, 339, 339)[1:] + compared(-1, 0, 0, 339)[:1]), 234),
+}
+
+
+@pytest.mark.parametrize("name", FALLBACK)
+def test_fallback(world, name):
+    installed, offered, bytecode, said, status = FALLBACK[name]
+    world.install(3)
+    world.freshclam(52, 52)
+    world.program("sigtool", '[ "$1" = -i ] && case $(cat "$2") in [0-9]*) echo "Version: $(cat "$2")" ;; '
+                             '*) echo "Version: 9"; echo "ERROR: no database" ;; esac')
+    world.shell(f"rm {DATA}/*.cvd")
+    for file, version in installed.items():
+        world.write(f"{DATA}/{file}", str(version))
+    for file, version in offered.items():
+        world.write(f"/srv/vendor/mirror/{file}", str(version))
+    record = RECORD.format(bytecode)
+    world.write("/srv/vendor/mirror/dns.txt", record)
+    log = "/srv/a.log"
+    outcome = world.run(f"--log={log}")
+    started = STARTED.replace("clam ", f"clam --log={log} ") + f"version number {record}\n"
+    assert (outcome.status, outcome.stdout) == (status, BEFORE + started + said)
+    progress = [line for line in said.splitlines(keepends=True) if line.startswith("Downloading ")]
+    logged = BEFORE + started[2 * len(f"freshclam --log={log} --no-warnings\n"):] + said
+    assert world.log(log) == logged.replace(progress[0] if progress else "\0", "")
+    requests = [request for request in world.servers.requests() if request.host == MIRROR]
+    assert [request.agent for request in requests if request.path.endswith(".cvd")] == [
+        "Tarnwick/2.19.4 (2.19.4) (Macintosh; Intel Mac OS X 12)"] * len(progress)
+
+
+@pytest.mark.parametrize("record", [b"", b"1:2:3:4:5:6:7", b"\xff:1:2:3:4:5:6:7", b"x" * 3_000_000], ids=range(4))
+def test_records_that_are_none(world, record):
+    world.install(3)
+    world.freshclam(52, 52)
+    world.write("/srv/vendor/mirror/dns.txt", record)
+    outcome = world.run()
+    assert (outcome.status, outcome.stdout) == (52, BEFORE + CALL * 2 + NO_RECORD)
+
+
+def test_seeding_and_proxy_helper(world):
+    world.install(3)
+    world.freshclam(1)
+    world.shell(f"rm {DATA}/main.cvd; mv {DATA}/daily.cvd {DATA}/daily.cld; rm {DATA}/bytecode.cvd")
+    world.write("/srv/vendor/mirror/main.cvd", "no database at all")
+    world.program("VestrumProxyHelper", "echo the helper was given $# arguments; exit 9")
+    outcome = world.run()
+    helper = "the helper was given 0 arguments\n"
+    # What the mirror answers is put in place whatever it is: there was nothing before.
+    assert (outcome.status, outcome.stdout) == (
+        1, BANNER + CURRENT + UNCHANGED + "Checking proxy settings\n" + helper + "\nChecking ClamAV definitions\n"
+        + fetched("main") + fetched("bytecode") + CALL)
+    assert world.shell(f"cd {DATA} && ls *.c?d && cat main.cvd") == (
+        "VestRUM.cud\nbytecode.cvd\ndaily.cld\nmain.cvd\nno database at all")
+    # Whole downloads show their progress even to the quiet.
+    world.freshclam(1)
+    world.shell(f"rm {DATA}/main.cvd")
+    assert world.run("--quiet").stdout == helper + "Downloading main.cvd [100%]\nfreshclam --quiet --no-warnings\n"
+
+
+SWITCHES = [
+    # the configuration before a run, while freshclam runs, and afterwards
+    ("DatabaseMirror a.example.org\nMaxAttempts 12\n", None, "DatabaseMirror a.example.org\n#MaxAttempts 52\n"),
+    ("DatabaseMirror oldmirror.vestrum.example\n", f"DatabaseMirror {MIRROR}\n", f"DatabaseMirror {UPSTREAM}\n"),
+    ("DatabaseMirror content.vestrum.example\n", f"DatabaseMirror {MIRROR}\n", f"DatabaseMirror {UPSTREAM}\n"),
+    ("DatabaseMirror databaseXclamav-net\n#DNSDatabaseInfo current-cvd.clamav.net\n",
+     f"DatabaseMirror {MIRROR}\nDNSDatabaseInfo version.vestrum.example\n",
+     f"DatabaseMirror {UPSTREAM}\n#DNSDatabaseInfo current.cvd.clamav.net\n"),
+    ("#MaxAttempts 5 #MaxAttempts 5", "MaxAttempts 1 MaxAttempts 1", "#MaxAttempts 5 #MaxAttempts 5"),
+    ("", None, ""),
+]
+
+
+@pytest.mark.parametrize("before, during, after", SWITCHES, ids=range(len(SWITCHES)))
+def test_configuration_switches(world, before, during, after):
+    world.install(3)
+    world.program("freshclam", f"cat {CONFIGURATION} >/srv/seen")
+    world.write(f"{PREFIX}/etc/real.conf", before, 0o640)
+    world.shell(f"cd {PREFIX}/etc; chown clamav real.conf; ln -sf real.conf freshclam.conf")
+    assert world.run().status == 0
+    assert world.log("/srv/seen") == (before if during is None else during)
+    assert world.log(CONFIGURATION) == after
+    assert world.shell(f"cd {PREFIX}/etc; stat -c '%F %U %a' freshclam.conf real.conf") == (
+        "symbolic link root 777\nregular" + " empty" * (not after) + " file clamav 640\n")
+
+
+def test_real_freshclam(world):
+    world.custom_database()
+    before = world.path(CONFIGURATION).read_bytes()
+    outcome = world.run("--stdout")
+    assert (outcome.status, outcome.stderr) == (1, "")
+    assert "\nChecking ClamAV definitions\n" in outcome.stdout and "custom.ndb updated" in outcome.stdout
+    assert {(request.host, request.path) for request in world.servers.requests() if "Clam" in request.agent} == {
+        (MIRROR, "/custom.ndb")}
+    assert world.path(f"{DATA}/custom.ndb").exists() and world.path(CONFIGURATION).read_bytes() == before
+    assert world.run().status == 0
+
+
+def broken(world, *names):
+    for name in names:
+        world.shell(f"echo Nonsense >>{PREFIX}/etc/{name}.conf")
+
+
+def elsewhere(world, owner):
+    world.shell(f"mkdir /data; cp {DATA}/*.cvd /data; chown {owner} /data; chmod 700 /data")
+
+
+@pytest.mark.parametrize("prepare, arguments, status, left", [
+    (lambda w: w.servers.place(mirror=NOBODY, database=NOBODY), [], 52, "DatabaseCustomURL"),
+    (lambda w: broken(w, "freshclam"), [], 0, "BAK"),
+    (lambda w: broken(w, "freshclam", "freshclamBAK"), [], 0, "CLEAN"),
+    (lambda w: broken(w, "freshclam", "freshclamBAK", "freshclamCLEAN"), [], 56, "Nonsense"),
+    (lambda w: elsewhere(w, "root"), ["--datadir=/data"], 1, "DatabaseCustomURL"),
+], ids=["refused", "to BAK", "to CLEAN", "all broken", "owner"])
+def test_real_freshclam_walks_the_ladder(world, prepare, arguments, status, left):
+    world.install(3)
+    world.custom_database()
+    for name in ("BAK", "CLEAN"):
+        world.shell(f"(cat {CONFIGURATION}; echo '# {name}') >{PREFIX}/etc/freshclam{name}.conf")
+    prepare(world)
+    assert world.run(*arguments).status == status
+    configuration = world.log(CONFIGURATION)
+    assert left in configuration.splitlines()[-1] and f"DatabaseMirror {UPSTREAM}\n" in configuration
