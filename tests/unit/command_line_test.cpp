@@ -1,5 +1,6 @@
 #include "driver/command_line.hpp"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include "driver/commands.hpp"
@@ -11,44 +12,37 @@ namespace {
 constexpr auto usualDirectory = "/usr/local/vestRum/share/clamav";
 
 struct Case {
-  Arguments arguments;
-  std::string passedOn;
+  std::string argument;
   std::optional<std::string> logPath;
-  bool quiet;
-  std::string dataDirectory;
+  bool quiet = false;
+  std::string dataDirectory = usualDirectory;
 };
 
 TEST(CommandLine, ReadsAlongInFreshclamsArguments) {
   const test::Scratch scratch;
   std::filesystem::current_path(scratch.path(""));
   const Case cases[] = {
-      {{}, "", {}, false, usualDirectory},
-      {{"--quiet", "a b"}, "--quiet a b ", {}, true, usualDirectory},
-      {{"--log=./x.log"}, "--log=./x.log ", "./x.log", false, usualDirectory},
-      {{"--logfile=/x"}, "--logfile=/x ", "ile=/x", false, usualDirectory},
-      {{"--log="}, "--log= ", {}, false, usualDirectory},
-      {{"--log"}, "--log ", {}, false, usualDirectory},
-      {{"--datadir=/data"}, "--datadir=/data ", {}, false, "/data"},
-      {{"--datadir=/data/log/db"},
-       "--datadir=/data/log/db ",
-       "dir=/data/log/db",
-       false,
-       "/data/log/db"},
-      {{"--datadir"}, "--datadir ", {}, false, usualDirectory},
-      {{"--datadir="}, "--datadir= ", {}, false, ""},
-      {{"x", "--remove-old-first", "y"}, "x y ", {}, false, usualDirectory},
-      {{"--quietlogdatadir=/d"}, "--quietlogdatadir=/d ", "tlogdatadir=/d", true, "/d"},
+      {"a b", {}},
+      {"--quiet", {}, true},
+      {"--log=./x.log", "./x.log"},
+      {"--logfile=/x", "ile=/x"},
+      {"--log=", {}},
+      {"--log", {}},
+      {"--datadir=/data", {}, false, "/data"},
+      {"--datadir=/data/log/db", "dir=/data/log/db", false, "/data/log/db"},
+      {"--datadir", {}},
+      {"--datadir=", {}, false, ""},
+      {"--quietlogdatadir=/d", "tlogdatadir=/d", true, "/d"},
   };
-  for (const Case& expected : cases) {
+  for (const auto& [argument, logPath, quiet, dataDirectory] : cases) {
     RunContext context;
-    readArguments(context, expected.arguments);
-    const std::string name = expected.passedOn;
+    readArguments(context, {"x", "--remove-old-first", argument});
     EXPECT_EQ(context.freshclamCommand,
-              "/usr/local/vestRum/bin/freshclam " + expected.passedOn + "--no-warnings");
-    EXPECT_EQ(context.logPath, expected.logPath) << name;
-    EXPECT_EQ(context.logEnabled, expected.logPath.has_value()) << name;
-    EXPECT_EQ(context.quietMode, expected.quiet) << name;
-    EXPECT_EQ(context.dataDirectory, expected.dataDirectory) << name;
+              fmt::format("/usr/local/vestRum/bin/freshclam x {} --no-warnings", argument));
+    EXPECT_EQ(context.logPath, logPath) << argument;
+    EXPECT_EQ(context.logEnabled, logPath.has_value()) << argument;
+    EXPECT_EQ(context.quietMode, quiet) << argument;
+    EXPECT_EQ(context.dataDirectory, dataDirectory) << argument;
   }
   std::filesystem::current_path("/");
 }

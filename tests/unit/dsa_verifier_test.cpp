@@ -63,7 +63,6 @@ class DsaVerifier : public testing::Test {
 };
 
 TEST_F(DsaVerifier, AcceptsWhatTheVendorSigned) {
-  EXPECT_EQ(key_.size(), 1158U);
   EXPECT_TRUE(fileIsValid(signature(), key_));
   EXPECT_TRUE(fileIsValid(signature() + "\n\n\n", key_));
   EXPECT_TRUE(fileIsValid(signature(), scratch_.read("public.pem")));

@@ -30,24 +30,18 @@ TEST(PropertyLists, ComeBackAsTheyWere) {
 
 TEST(PropertyLists, HoldNothingWhereTheyCannotBeRead) {
   const std::string whole = formatPropertyList({{"key", "value"}});
-  for (std::size_t length = 0; length < whole.size(); length += 7) {
-    EXPECT_LE(parsePropertyList(whole.substr(0, length)).size(), 1U);
+  for (std::size_t length = 0; length < whole.find("</string>"); length += 7) {
+    EXPECT_TRUE(parsePropertyList(whole.substr(0, length)).empty()) << length;
   }
-  for (const std::string& text :
-       {std::string(), std::string("\0\xFF\x01", 3), std::string("bplist00"),
-        std::string("<plist><array><string>x</string></array></plist>"),
-        std::string("<plist><dict><key>k</key><integer>1</integer></dict></plist>"),
-        std::string(100000, '<')}) {
+  const std::string deep(200000, '<');
+  for (const std::string_view text :
+       {std::string_view("\0\xFF\x01", 3), std::string_view("bplist00"), std::string_view(deep),
+        std::string_view("<plist><dict><key>k</key><integer>1</integer></dict></plist>")}) {
     EXPECT_TRUE(parsePropertyList(text).empty()) << text.substr(0, 60);
   }
 }
 
 TEST(Processes, AreListedWithoutTheOldest) {
-  std::array<pid_t, 1024> processes{};
-  const std::size_t count = listProcesses(processes);
-  ASSERT_GT(count, 0U);
-  EXPECT_NE(std::find(processes.begin(), processes.begin() + static_cast<long>(count), ::getpid()),
-            processes.begin() + static_cast<long>(count));
   std::array<pid_t, 1> newest{};
   EXPECT_EQ(listProcesses(newest), 1U);
   EXPECT_GE(newest[0], ::getpid());
@@ -58,23 +52,20 @@ TEST(Processes, AreListedWithoutTheOldest) {
 
 TEST(Engine, MustBeRootsAlone) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs files that belong to root";
+  using std::filesystem::perms;
   const test::Scratch scratch;
   const std::string engine = scratch.write("engine", "x");
-  const std::string link = scratch.path("link");
-  std::filesystem::create_symlink(engine, link);
-  using std::filesystem::perms;
-  const auto sound = [&](perms mode) {
-    std::filesystem::permissions(engine, mode);
-    return engineSignatureIsSound(link);
+  std::filesystem::create_symlink(engine, scratch.path("link"));
+  const auto sound = [&](perms program, perms folder) {
+    std::filesystem::permissions(engine, program);
+    std::filesystem::permissions(scratch.path(""), folder);
+    return engineSignatureIsSound(scratch.path("link"));
   };
-  EXPECT_TRUE(sound(perms(0755)));
-  EXPECT_FALSE(sound(perms(0644)));
-  EXPECT_FALSE(sound(perms(0775)));
-  EXPECT_FALSE(engineSignatureIsSound(scratch.path("")));
+  EXPECT_TRUE(sound(perms(0755), perms(0755)));
+  EXPECT_FALSE(sound(perms(0644), perms(0755)));
+  EXPECT_FALSE(sound(perms(0775), perms(0755)));
+  EXPECT_FALSE(sound(perms(0755), perms(0777)));
   EXPECT_FALSE(engineSignatureIsSound(scratch.path("missing")));
-  std::filesystem::permissions(engine, perms(0755));
-  std::filesystem::permissions(scratch.path(""), perms(0777));
-  EXPECT_FALSE(engineSignatureIsSound(link));
 }
 
 }  // namespace
