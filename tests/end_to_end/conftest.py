@@ -10,14 +10,17 @@ from world import REPOSITORY, World
 LONGEST_TEST = 120  # seconds; nothing here waits for more than an event that should come at once
 
 
+def kept(item):
+    return REPOSITORY / "build" / "failed-worlds" / re.sub(r"\W+", "-", item.name)
+
+
 @pytest.hookimpl(hookwrapper=True)
 def pytest_runtest_makereport(item, call):
     report = (yield).get_result()
     world = getattr(item, "funcargs", {}).get("world")
     if call.when == "call" and report.failed and world:
-        folder = REPOSITORY / "build" / "failed-worlds" / re.sub(r"\W+", "-", item.name)
-        world.keep(folder)
-        report.sections.append(("The world of this test", f"is kept in {folder}"))
+        world.keep(kept(item))
+        report.sections.append(("The world of this test", f"is kept in {kept(item)}"))
 
 
 @pytest.fixture
@@ -26,7 +29,7 @@ def world(request):
     marker = request.node.get_closest_marker("versions")
     with World(marker.args[0] if marker else 3) as made:
         # The end of its machine ends every wait of a test that has got stuck.
-        watchdog = threading.Timer(LONGEST_TEST, made.kill)
+        watchdog = threading.Timer(LONGEST_TEST, lambda: (made.keep(kept(request.node)), made.kill()))
         watchdog.start()
         yield made
         watchdog.cancel()

@@ -1,5 +1,6 @@
 """Runs that are cut off, by a signal or without one, and runs that meet each other."""
 
+import hashlib
 import os
 import random
 
@@ -108,7 +109,7 @@ def test_signals_at_any_moment(world, seed):
     interrupted = 0
     for index, moment in enumerate(moments(seed, 50, 120_000)):
         reset(world)
-        outcome = world.run(kill=(SIGNALS[index % 4], moment))
+        outcome = world.run(kill=(SIGNALS[index % 4], "AFTER", moment))
         # At once and whole: nothing of what comes later has been said, nothing is said twice.
         assert (outcome.status, outcome.stdout) == (1, WHOLE) or (outcome.status == 255 and outcome.stdout.endswith(
             END) and WHOLE.startswith(outcome.stdout.removesuffix(END))), (moment, outcome)
@@ -118,24 +119,42 @@ def test_signals_at_any_moment(world, seed):
     assert world.run().status == 1 and world.litter() == ""
 
 
-@pytest.mark.parametrize("seed", range(6))
+def old_or_new(world):
+    """Whole in either case. A container that was built here names the digest of all that follows its header."""
+    container = world.path(f"{DATA}/VestRUM.cud").read_bytes()
+    assert container in (world.container(1), world.container(3)) or (
+        world.version() == 3 and container.split(b":")[5].decode() == hashlib.md5(container[512:]).hexdigest())
+    assert world.log(f"{DATA}/Vestrum.database") in (definitions_text(1), definitions_text(9))
+
+
+def completes(world):
+    assert world.run().status in (0, 1) and world.version() == 3
+    assert (world.litter(), world.log(f"{DATA}/Vestrum.database")) == ("", definitions_text(1))
+
+
+@pytest.mark.parametrize("seed", range(3))
 def test_killed_at_any_moment(world, seed):
     quick(world)
-    reset(world)
-    assert world.run().status == 1
-    containers = {world.container(1), world.container(3)}
-    definitions = {definitions_text(1), definitions_text(9)}
-    for index, moment in enumerate(moments(seed, 50, 120_000)):
+    for moment in moments(seed, 60, 120_000):
         reset(world)
-        assert world.run(kill=(9, moment)).status in (1, -9)
-        container = world.path(f"{DATA}/VestRUM.cud").read_bytes()
-        # A container that was built here has the newest version and the digest of all that follows its header.
-        assert container in containers or (world.version() == 3 and world.command(
-            "sh", "-c", f"tail -c +513 {DATA}/VestRUM.cud | md5sum").stdout[:32].encode() in container[:512])
-        assert world.log(f"{DATA}/Vestrum.database") in definitions
-        if index % 5 == 0:
-            assert world.run().status in (0, 1) and world.version() == 3
-            assert (world.litter(), world.log(f"{DATA}/Vestrum.database")) == ("", definitions_text(1))
+        assert world.run(kill=(9, "AFTER", moment)).status in (1, -9)
+        old_or_new(world)
+    completes(world)
+
+
+@pytest.mark.parametrize("way", ["by scripts", "whole"])
+def test_killed_at_every_step(world, way):
+    quick(world)
+    if way == "whole":
+        world.servers.drop("GET /VestRUM2/Scripted/VestRUM-3.script")
+    status, step = -9, 0
+    while status == -9:
+        step += 1
+        reset(world)
+        status = world.run(kill=(9, "STEP", step)).status
+        old_or_new(world)
+        completes(world)
+    assert status == 1 and step > 50
 
 
 def test_the_second_of_two_runs_waits(world):

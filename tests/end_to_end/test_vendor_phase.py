@@ -2,7 +2,7 @@
 
 import pytest
 
-from world import BIN, CONFIGURATION, DATA, NOBODY, OLDER_STATE, definitions_text, sample
+from world import BIN, CONFIGURATION, DATA, NOBODY, OLDER_STATE, PREFIX, definitions_text, sample
 from world.transcripts import (BANNER, CURRENT, FETCHED, FRESHCLAM, FULL, INSTALLED, LOCAL, NEWER, SCRIPTS, SOUND,
                                UNCHANGED, WARNING)
 
@@ -21,6 +21,7 @@ def whole(name):
 def test_first_run_then_up_to_date_then_three_scripts(world):
     world.freshclam(0, 1, 1)
     world.servers.place(links="::1")
+    world.shell(f"chown clamav:clamav {PREFIX}")
     before = world.path(CONFIGURATION).read_bytes()
     first = world.run()
     assert (first.status, first.stdout, first.stderr) == (1, BANNER + FULL + FETCHED + INSTALLED + FRESHCLAM, "")
@@ -50,9 +51,10 @@ def test_first_run_then_up_to_date_then_three_scripts(world):
     world.write("/srv/sample", sample(6))
     found = world.command("clamscan", "--no-summary", "-d", f"{DATA}/VestRUM.cud", "/srv/sample")
     assert (found.status, found.stdout) == (1, "/srv/sample: Vestrum.Sample-6.UNOFFICIAL FOUND\n")
-    assert world.shell(f"stat -c '%U:%G %a %n' {DATA}/V*") == "".join(
-        f"clamav:clamav 664 {DATA}/{name}\n"
-        for name in ("VestRUM.cud", "Vestrum.database", "Vestrum.database.signature"))
+    assert world.shell(f"stat -c '%U:%G %a %n' {PREFIX} {DATA} {DATA}/V*") == (
+        f"root:clamav 755 {PREFIX}\nclamav:clamav 775 {DATA}\n" + "".join(
+            f"clamav:clamav 664 {DATA}/{name}\n"
+            for name in ("VestRUM.cud", "Vestrum.database", "Vestrum.database.signature")))
     assert world.path(CONFIGURATION).read_bytes() == before
     assert world.litter() == ""
 
@@ -221,7 +223,7 @@ def test_an_older_domain_serves_one_run(world):
 def test_data_directory_elsewhere_moves_half_of_the_paths(world):
     world.freshclam(0)
     world.install(1)
-    world.shell(f"mkdir -p /data/db; cp {DATA}/main.cvd {DATA}/daily.cvd {DATA}/bytecode.cvd /data/db")
+    world.shell(f"mkdir -p /data/db; touch {DATA}/mirrors.dat; cp {DATA}/*.cvd {DATA}/mirrors.dat /data/db")
     outcome = world.run("--datadir=/data/db")
     # The date of the container is read where the old one still stands.
     assert (outcome.status, outcome.stdout, world.version(), world.version("/data/db"), world.state()) == (
@@ -230,9 +232,15 @@ def test_data_directory_elsewhere_moves_half_of_the_paths(world):
         {"database-Last-Modified": world.modified("Vestrum.database"),
          "hdb-Last-Modified": world.shell(f"date -ud @$(head -c 512 {DATA}/VestRUM.cud | cut -d: -f9) "
                                           "'+%a, %d %b %Y %T GMT'").strip()})
+    assert not world.path(f"{DATA}/mirrors.dat").exists()
     assert world.shell("ls /data/db; stat -c %U:%a /data/db /data/db/VestRUM.cud") == (
-        "VestRUM.cud\nVestrum.database\nVestrum.database.signature\nbytecode.cvd\ndaily.cvd\nmain.cvd\n"
+        "VestRUM.cud\nVestrum.database\nVestrum.database.signature\nbytecode.cvd\ndaily.cvd\nmain.cvd\nmirrors.dat\n"
         "clamav:775\nclamav:664\n")
+    # A half pair is looked for where the product installs it, and deleted where the run installs it.
+    for broken, said in (("/data/db", UNCHANGED), (DATA, INSTALLED)):
+        world.freshclam(0)
+        world.shell(f"rm {broken}/Vestrum.database.signature")
+        assert BANNER + OLD + SCRIPTS + SOUND + said in world.run("--datadir=/data/db").stdout
 
 
 def test_data_directory_that_cannot_be_written(world):

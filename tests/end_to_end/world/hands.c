@@ -1,12 +1,15 @@
 /* Preloaded into the tool alone: lets its steady clock and its pauses run TARNWICK_TEST_RATE times as fast, and sends
- * it TARNWICK_TEST_SIGNAL when TARNWICK_TEST_AFTER microseconds have gone by since it was ready for signals. */
+ * it TARNWICK_TEST_SIGNAL, either TARNWICK_TEST_AFTER microseconds after it was ready for signals, or just before its
+ * change number TARNWICK_TEST_STEP to any file. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <time.h>
+#include <unistd.h>
 
 #define REAL(function) ((__typeof__(&function))dlsym(RTLD_NEXT, #function))
 
@@ -59,3 +62,27 @@ int sigaction(int which, const struct sigaction *action, struct sigaction *befor
     }
     return result;
 }
+
+static void step(void)
+{
+    static long steps;
+    if (++steps == number("TARNWICK_TEST_STEP"))
+        kill(getpid(), (int)number("TARNWICK_TEST_SIGNAL"));
+}
+
+#define STEP(result, name, parameters, arguments) \
+    result name parameters                        \
+    {                                             \
+        step();                                   \
+        return REAL(name) arguments;              \
+    }
+
+STEP(int, fchmod, (int file, mode_t mode), (file, mode))
+STEP(int, fsync, (int file), (file))
+STEP(int, mkdir, (const char *path, mode_t mode), (path, mode))
+STEP(int, mkostemp, (char *pattern, int flags), (pattern, flags))
+STEP(int, rename, (const char *from, const char *to), (from, to))
+STEP(int, rmdir, (const char *path), (path))
+STEP(int, unlink, (const char *path), (path))
+STEP(int, unlinkat, (int folder, const char *path, int flags), (folder, path, flags))
+STEP(ssize_t, write, (int file, const void *bytes, size_t count), (file, bytes, count))
