@@ -58,6 +58,15 @@ def test_requests_that_get_no_answer_in_time(world, request_line, said):
     assert (outcome.status, outcome.stdout) == (0, BANNER + said + FRESHCLAM)
 
 
+def test_the_users_proxy_is_asked(world):
+    world.install(1)
+    world.freshclam(0)
+    outcome = world.run(env={"https_proxy": f"http://{NOBODY}:3128"})
+    assert (outcome.status, outcome.stdout, world.servers.requests()) == (
+        0, BANNER + LOCAL + "Failed to get available defs version number: ERROR\nAvailable version 0\n"
+        "VestRUM.cud file is up-to-date\nError occurred downloading Vestrum.database\n" + FRESHCLAM, [])
+
+
 def test_a_slow_transfer_is_waited_for_and_a_redirect_followed(world):
     body = world.container(3)
     world.freshclam(0)

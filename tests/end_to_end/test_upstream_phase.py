@@ -158,6 +158,23 @@ def test_records_that_are_none(world, record):
     assert (outcome.status, outcome.stdout) == (52, BEFORE + CALL * 2 + NO_RECORD)
 
 
+@pytest.mark.parametrize("make, version", [
+    ("cat {site}", -1), ("head -c 300 {site}", -1), ("head -c 700 {site}", -1), ("echo '<html>404</html>'", -1), (":", -1),
+    ("ln -s {data}/VestRUM.cud {data}/../unsigned.cud", 3)])
+def test_versions_that_the_real_sigtool_reads(world, make, version):
+    world.install(3)
+    world.freshclam(52, 52)
+    world.write("/srv/vendor/mirror/dns.txt", RECORD.format(0))
+    site = "/srv/vendor/site/VestRUM2/Scripted/VestRUM.cud"
+    world.shell(f"{make.format(site=site, data=DATA)} >{DATA}/main.cvd")
+    if version > 0:
+        # Only the name tells it that a container needs no signature of ClamAV's.
+        world.program("sigtool", f"exec /usr/bin/sigtool -i {DATA}/../unsigned.cud")
+    outcome = world.run()
+    assert outcome.stdout.split(f"{RECORD.format(0)}\n")[1].startswith(
+        f"main.cvd installed: {version}, available: 62\n")
+
+
 def test_seeding_and_proxy_helper(world):
     world.install(3)
     world.freshclam(1)
