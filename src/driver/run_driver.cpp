@@ -72,12 +72,13 @@ void wipeLog(RunContext& context) {
 }
 
 void wipeDatabases(const RunContext& context) {
-  // Patterns must not reach the root of the file system or the working directory.
-  if (!dataDirectoryFitsInCommand(context)) return;
+  if (context.dataDirectory.empty()) return;  // the working directory is not meant
   for (const auto* const name : {"VestRUM.cud", "Vestrum.ndb", "Vestrum.hdb", "Vestrum.fp",
                                  "Vestrum.ign2", "Vestrum.database", "Vestrum.ldb"}) {
     removeTree(inDataDirectory(context, name));
   }
+  // Patterns must not reach the root of the file system.
+  if (!dataDirectoryFitsInCommand(context)) return;
   for (const auto* const pattern : {"*.cld", "*.cvd"}) {
     runShellCommand(fmt::format("rm -f {}", inDataDirectory(context, pattern).string()));
   }
