@@ -102,6 +102,9 @@ check_strangers() {
 check_tree() {
     local damages=0 version withdrawn=published
     open_home "$1"
+    if [[ ! -e $scripted/current && ! -e $first_container ]]; then
+        fail "nothing is released yet" "begin with: tarnwick-publish --home $home release FOLDER"
+    fi
     lock_home
     check_keys
     check_container
@@ -115,7 +118,7 @@ check_tree() {
     else
         withdrawn="not published yet"
     fi
-    ((damages == 0)) || fail "$damages thing(s) found; put them right from a copy of $home"
-    printf 'All is well: version %s, %s script(s), definitions file %s.\n' \
-        "$version" "$((version > 1 ? version - 1 : 0))" "$withdrawn"
+    ((damages == 0)) || fail "$(counted "$damages" thing) found; put right from a copy of $home what cannot be published anew"
+    printf 'All is well: version %s, %s, definitions file %s.\n' \
+        "$version" "$(counted "$((version > 1 ? version - 1 : 0))" script)" "$withdrawn"
 }

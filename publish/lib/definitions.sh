@@ -28,7 +28,7 @@ publish_definitions() {
     open_home "$1"
     lock_home
     publish_pair "$2"
-    printf 'Published Vestrum.database, %s bytes.\n' "$(stat -c %s "$tree/Vestrum.database")"
+    printf 'Published Vestrum.database, %s.\n' "$(counted "$(stat -Lc %s "$tree/Vestrum.database")" byte)"
 }
 
 # An empty file tells every installation to delete its own. It must stay

@@ -44,6 +44,7 @@ open_home() {
 # One change at a time. Children inherit the lock, so that a program which
 # outlives a killed release still keeps the next one away from its files.
 lock_home() {
+    [[ -w $home ]] || fail "$home belongs to $(stat -c %U "$home"); only its owner can publish"
     exec 9>"$home/lock"
     flock -n 9 || {
         echo "Waiting for another tarnwick-publish in $home" >&2
@@ -76,7 +77,8 @@ sweep_others() {
 
 make_home() {
     need_programs
-    mkdir -p "$1" || fail "$1 cannot be made; choose another folder with --home"
+    mkdir -p "$1" || fail "$1 cannot be made; choose another folder with --home" \
+        "or let root make it yours first: install -d -o $(id -un) $1"
     locate "$1"
     [[ ! -e $private_key ]] || fail "$home holds a private key already; it is kept as it is" \
         "every installation trusts that key: use another --home for a new one"

@@ -120,5 +120,5 @@ release() {
     ((next == 1)) || build_script "$next"
     put_in_place "$next"
     read_header "$scripted/VestRUM.cud"
-    printf 'Released version %s with %s signatures.\n' "$next" "${header[3]}"
+    printf 'Released version %s with %s.\n' "$next" "$(counted "${header[3]}" signature)"
 }

@@ -20,6 +20,8 @@ END
 read_site_options() {
     while (($#)); do
         [[ $1 != --help ]] || { site_usage; exit 0; }
+        [[ ${1%%=*} =~ ^--((content|links|mirror)-host|link-secret|certificate(-key)?)$ ]] ||
+            misuse "site: no such option: ${1%%=*}"
         [[ $1 == *=* || $# -gt 1 ]] || misuse "site: $1 needs a value"
         [[ $1 == *=* ]] || set -- "$1=$2" "${@:3}"
         case $1 in
@@ -29,7 +31,6 @@ read_site_options() {
         --link-secret=*) link_secret=${1#*=} ;;
         --certificate=*) certificate=${1#*=} ;;
         --certificate-key=*) certificate_key=${1#*=} ;;
-        *) misuse "site: no such option: ${1%%=*}" ;;
         esac
         shift
     done

@@ -24,8 +24,9 @@ exec "/usr/bin/${0##*/}" "$@"
 """
 PROGRAMS = "clamscan cp ln mkdir mv openssl rm sigtool sync"
 SIGN = "sign() { openssl dgst -sha1 -binary $1 | openssl dgst -sha1 -sign private.pem | base64 -w0 >$1.signature; };"
-ANNOUNCED, DAMAGED = "VestRUM-db-version.txt says ", "tarnwick-publish: {} thing(s) found; put them right from a copy of {}\n"
-WELL = "All is well: version 4, 3 script(s), definitions file published.\n"
+ANNOUNCED, DAMAGED = "VestRUM-db-version.txt says ", (
+    "tarnwick-publish: {} thing{} found; put right from a copy of {} what cannot be published anew\n")
+WELL = "All is well: version 4, 3 scripts, definitions file published.\n"
 S = "site/VestRUM2/Scripted"
 DAMAGES = [
     ("rm VestRUM-3.script", ["VestRUM-3.script is missing, and its signature is there"], 3),
@@ -77,7 +78,7 @@ def test_check_names_what_is_wrong(home, harm, named, untried_after):
         lines.append(f"Not tried: the scripts after VestRUM-{untried_after}.script, which need its result\n")
     outcome = publish(home, "check")
     assert (outcome.returncode, outcome.stdout, outcome.stderr) == (
-        1, "".join(lines), DAMAGED.format(len(named), home))
+        1, "".join(lines), DAMAGED.format(len(named), "s" * (len(named) > 1), home))
 
 
 @pytest.mark.versions(1)
@@ -100,6 +101,7 @@ def test_a_cut_leaves_the_old_set_or_the_new_one(home, tmp_path, command, killed
         if outcome.returncode == 0:
             break
     assert moment > 12
+    assert command != "definitions" or outcome.stdout == f"Published Vestrum.database, {len(vendor.definitions_text(2))} bytes.\n"
     assert [len(os.listdir(home / "site" / name)) for name in ("releases", "definitions")] == [1, 1]
     assert not (home / "work").exists()
 
