@@ -255,7 +255,7 @@ GIVING_UP = "No internet connection available. Giving up.\n"
 
 @pytest.mark.parametrize("route, reachable", [
     ("add default dev uplink", True), ("add default via fd00::2 dev uplink", True), ("add unreachable default", False),
-    ("add 192.0.3.0/24 dev uplink", False), ("", False)])
+    ("add blackhole default", False), ("add 192.0.3.0/24 dev uplink", False), ("", False)])
 def test_network_wait(world, route, reachable):
     world.freshclam(0)
     world.install(3)
