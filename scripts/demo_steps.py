@@ -8,6 +8,7 @@ from world import BIN, CONFIGURATION, DATA, MIRROR, NOBODY, World, sample
 
 PUBLISHED = "/srv/vendor/site/VestRUM2"
 CONTAINER = f"{PUBLISHED}/Scripted/VestRUM.cud"
+ETC = "/usr/local/vestRum/etc"
 STEPS = []
 
 
@@ -39,6 +40,14 @@ def made_sure(fact, truth):
     if not truth:
         sys.exit(f"demo: this did not come true: {fact}")
     print(f"Made sure: {fact}.")
+
+
+def break_configurations(world, *names):
+    """Makes these useless, and the other spare copies as good as the live configuration was; returns what that was."""
+    good = world.path(CONFIGURATION).read_bytes()
+    for name in ("freshclam.conf", "freshclamBAK.conf", "freshclamCLEAN.conf"):
+        world.write(f"{ETC}/{name}", good + b"Nonsense\n" * (name in names))
+    return good
 
 
 def same(world, one, other):
@@ -130,14 +139,30 @@ def no_mirror(world):
 
 @step("freshclam's configuration is broken: the real freshclam rejects it, and the spare copy takes its place")
 def broken_configuration(world):
-    good = world.path(CONFIGURATION).read_bytes()
-    world.write("/usr/local/vestRum/etc/freshclamBAK.conf", good)
-    world.write(CONFIGURATION, good + b"Nonsense\n")
+    good = break_configurations(world, "freshclam.conf")
     status, _ = tarnwick(world)
     made_sure("the status is 0 and the good configuration is back",
               status == 0 and world.path(CONFIGURATION).read_bytes() == good)
-    made_sure("the rejected one is kept for a look",
-              b"Nonsense" in world.path("/usr/local/vestRum/etc/freshclamFAULTY.conf").read_bytes())
+    made_sure("the rejected one is kept for a look", b"Nonsense" in world.path(f"{ETC}/freshclamFAULTY.conf").read_bytes())
+
+
+@step("the spare copy is broken too, and the clean one takes its place")
+def broken_spare_copy(world):
+    good = break_configurations(world, "freshclam.conf", "freshclamBAK.conf")
+    status, text = tarnwick(world)
+    made_sure("freshclam rejected two configurations, and the status is 0", status == 0
+              and text.count("Can't open/parse the config file") == 2)
+    made_sure("the clean configuration is in use", world.path(CONFIGURATION).read_bytes() == good)
+
+
+@step("the databases are to lie in a folder that is root's alone: the real freshclam cannot enter it, and the run puts\n"
+      "    that right")
+def folder_of_another_owner(world):
+    world.shell("mkdir -m 700 /srv/databases")
+    status, text = tarnwick(world, "--datadir=/srv/databases")
+    made_sure("freshclam failed once and succeeded when it was run again, in a folder that is now clamav's",
+              text.count("custom.ndb updated") == 1 and world.shell("stat -c %U /srv/databases") == "clamav\n")
+    made_sure("the status is 1, for the definitions file is new there", status == 1)
 
 
 def main():
