@@ -5,9 +5,7 @@
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
 #include <cstdlib>
-#include <string>
 #include <system_error>
 #include <utility>
 
@@ -80,9 +78,8 @@ FileDescriptor openPlainFile(const fs::path& path) {
 bool copyContent(int from, int to) {
   std::array<char, 65536> buffer;  // NOLINT(*-member-init): filled by read
   for (;;) {
-    const ssize_t count = ::read(from, buffer.data(), buffer.size());
+    const ssize_t count = readSome(from, buffer);
     if (count == 0) return true;
-    if (count < 0 && errno == EINTR) continue;
     if (count < 0) return false;
     if (!writeFully(to, {buffer.data(), static_cast<std::size_t>(count)})) return false;
   }
@@ -110,18 +107,25 @@ bool writeFileWhole(const fs::path& target, std::string_view content, mode_t mod
 }
 
 void removeStagedLeftovers(const fs::path& directory) {
-  std::error_code error;
-  for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
-       entry.increment(error)) {
-    if (entry->path().filename().string().starts_with(stagedPrefix)) {
-      ::unlink(entry->path().c_str());
-    }
+  for (const std::string& name : namesIn(directory).value_or(std::vector<std::string>{})) {
+    if (name.starts_with(stagedPrefix)) ::unlink((directory / name).c_str());
   }
 }
 
 bool fileExists(const fs::path& path) {
   std::error_code ignored;
   return fs::exists(path, ignored);
+}
+
+std::optional<std::vector<std::string>> namesIn(const fs::path& directory) {
+  std::vector<std::string> names;
+  std::error_code error;
+  for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
+       entry.increment(error)) {
+    names.push_back(entry->path().filename().string());
+  }
+  if (error) return std::nullopt;
+  return names;
 }
 
 void removeTree(const fs::path& path) {

@@ -29,6 +29,13 @@ bool writeFully(int descriptor, std::string_view bytes) {
   return true;
 }
 
+ssize_t readSome(int descriptor, std::span<char> buffer) {
+  for (;;) {
+    const ssize_t count = ::read(descriptor, buffer.data(), buffer.size());
+    if (count >= 0 || errno != EINTR) return count;
+  }
+}
+
 void writeToStandardOutput(std::string_view text) {
   if (writeFully(STDOUT_FILENO, text) || errno != EPIPE) return;
   const FileDescriptor nowhere(::open("/dev/null", O_WRONLY | O_CLOEXEC));

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <sys/types.h>
+
+#include <span>
 #include <string_view>
 #include <utility>
 
@@ -33,6 +36,10 @@ class FileDescriptor {
 /// Writes all of `bytes`, however the kernel cuts it up. False when the rest cannot be written;
 /// errno then tells why.
 bool writeFully(int descriptor, std::string_view bytes);
+
+/// Reads what there is, at most `buffer`. 0 at the end, -1 on a failure; an interruption is
+/// neither.
+ssize_t readSome(int descriptor, std::span<char> buffer);
 
 /// Writes to standard output. When its reader is gone, standard output becomes /dev/null, so that
 /// neither this program nor one that it starts is stopped by that.

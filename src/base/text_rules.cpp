@@ -66,6 +66,12 @@ std::string_view trimmed(std::string_view text) {
   return text;
 }
 
+std::string_view stripped(std::string_view text, std::string_view characters) {
+  const std::size_t first = text.find_first_not_of(characters);
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(characters) - first + 1);
+}
+
 std::string_view dropCharacters(std::string_view text, std::size_t count) {
   const auto isContinuation = [](char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; };
   std::size_t position = 0;

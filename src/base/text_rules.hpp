@@ -23,6 +23,9 @@ double parseDecimal(std::string_view text);
 /// The text without white space and line ends at both ends. Expects valid UTF-8.
 std::string_view trimmed(std::string_view text);
 
+/// The text without any of these single-byte characters at both ends.
+std::string_view stripped(std::string_view text, std::string_view characters);
+
 /// The text after its first `count` characters; empty when it has no more than that.
 std::string_view dropCharacters(std::string_view text, std::size_t count);
 

@@ -109,8 +109,7 @@ int exitStatusOf(int waitStatus) {
 void drain(FileDescriptor& pipe, std::string* into) {
   constexpr std::size_t keptAtMost = 1U << 20U;
   std::array<char, 65536> buffer;  // NOLINT(*-member-init): filled by read
-  const ssize_t count = ::read(pipe.get(), buffer.data(), buffer.size());
-  if (count < 0 && errno == EINTR) return;
+  const ssize_t count = readSome(pipe.get(), buffer);
   if (count <= 0) {
     pipe.reset();
   } else if (into != nullptr && into->size() < keptAtMost) {

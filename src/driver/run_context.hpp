@@ -14,6 +14,9 @@ namespace tarnwick {
 /// `dataDirectory` elsewhere; each says so.
 inline constexpr std::string_view fixedDatabaseDirectory = "/usr/local/vestRum/share/clamav";
 
+/// Not to be moved by the command line either.
+inline constexpr std::string_view sigtoolPath = "/usr/local/vestRum/bin/sigtool";
+
 /// The log, opened for appending, or none. The signal handler may look at it at any moment.
 class LogFile {
  public:

@@ -15,6 +15,7 @@
 #include <sstream>
 #include <system_error>
 
+#include "base/durable_file.hpp"
 #include "base/file_descriptor.hpp"
 #include "base/text_rules.hpp"
 #include "platform/linux_property_list.hpp"
@@ -73,14 +74,10 @@ bool fitsInCommand(const char* path) {
 
 /// Folders under a random name that killed runs left, from when the usual name was not to be had.
 void sweepSpareDirectories(const fs::path& parent) {
-  std::error_code error;
-  for (fs::directory_iterator entry(parent, error), end; !error && entry != end;
-       entry.increment(error)) {
-    const std::string name = entry->path().filename().string();
+  for (const std::string& name : namesIn(parent).value_or(std::vector<std::string>{})) {
     const bool named = name.starts_with(temporaryName() + "-") &&
                        name.size() == temporaryName().size() + 1 + std::strlen("XXXXXX");
-    std::error_code ignored;
-    if (named && isOursAlone(entry->path())) fs::remove_all(entry->path(), ignored);
+    if (named && isOursAlone(parent / name)) removeTree(parent / name);
   }
 }
 

@@ -47,12 +47,6 @@ std::string_view withoutLineFeedsAtEnd(std::string_view text) {
   return text;
 }
 
-std::string_view withoutBlanksAround(std::string_view line) {
-  const std::size_t first = line.find_first_not_of(" \t");
-  if (first == std::string_view::npos) return {};
-  return line.substr(first, line.find_last_not_of(" \t") - first + 1);
-}
-
 /// The vendor signs the 20 digest bytes of the content, and DSA with SHA-1 digests them again.
 bool verifyDigest(const crypto::Bytes& digest, std::string_view encodedSignature,
                   const crypto::Bytes& key) {
@@ -92,7 +86,7 @@ std::vector<unsigned char> derOfPublicKeyText(std::string_view keyText) {
   std::string joined;
   for (const std::string_view line : split(kept, '\n')) {
     if (!joined.empty()) joined += '\n';
-    joined += withoutBlanksAround(line);
+    joined += stripped(line, " \t");
   }
   return decodeSignatureBase64(joined);
 }

@@ -76,12 +76,8 @@ void DVFileDownloader::fetchFile(const HttpRequest& request,
 
 bool DVFileDownloader::fileIsSigned(const HttpRequest& signatureRequest,
                                     const std::filesystem::path& file) {
-  const auto result = http_.sendSynchronousRequest(signatureRequest);
-  const auto* const response = std::get_if<HttpResponse>(&result);
-  const std::optional<std::string> signature =
-      response != nullptr ? textFromUtf8(response->body) : std::nullopt;
   return DVSUDSAVerifier::validatePathWithEncodedDSASignatureWithPublicDSAKey(
-      file, signature, settings::vendorPublicKey);
+      file, http_.fetchText(signatureRequest), settings::vendorPublicKey);
 }
 
 void DVFileDownloader::downloadDidReceiveResponse(const HttpResponse& response) {

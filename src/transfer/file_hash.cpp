@@ -2,10 +2,8 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <array>
-#include <cerrno>
 #include <span>
 
 #include "base/file_descriptor.hpp"
@@ -26,9 +24,8 @@ std::string hexadecimal(std::span<const unsigned char> digest) {
 bool digestStream(int descriptor, const _FileHashComputationContext& context) {
   std::array<char, 4096> buffer;  // NOLINT(*-member-init): filled by read
   for (;;) {
-    const ssize_t count = ::read(descriptor, buffer.data(), buffer.size());
+    const ssize_t count = readSome(descriptor, buffer);
     if (count == 0) return true;
-    if (count < 0 && errno == EINTR) continue;
     if (count < 0) return false;
     context.updateFunction(context.hashObjectPointer, buffer.data(),
                            static_cast<std::uint32_t>(count));

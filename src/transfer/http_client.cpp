@@ -34,13 +34,6 @@ std::string lowerCase(std::string_view text) {
   return result;
 }
 
-std::string_view withoutBlanks(std::string_view text) {
-  constexpr std::string_view blanks = " \t\r\n";
-  const std::size_t first = text.find_first_not_of(blanks);
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(blanks) - first + 1);
-}
-
 }  // namespace
 
 std::optional<std::string> HttpResponse::header(std::string_view name) const {
@@ -160,8 +153,9 @@ class Exchange {
     if (line.starts_with("HTTP/")) self.response_.headers.clear();
     const std::size_t colon = line.find(':');
     if (colon != std::string_view::npos) {
-      self.response_.headers.insert_or_assign(lowerCase(line.substr(0, colon)),
-                                              std::string(withoutBlanks(line.substr(colon + 1))));
+      self.response_.headers.insert_or_assign(
+          lowerCase(line.substr(0, colon)),
+          std::string(stripped(line.substr(colon + 1), " \t\r\n")));
     }
     return count;
   }
@@ -301,6 +295,12 @@ std::variant<HttpResponse, HttpError> HttpClient::sendSynchronousRequest(
   HttpResponse response = exchange.response();
   response.body = std::move(body);
   return response;
+}
+
+std::optional<std::string> HttpClient::fetchText(const HttpRequest& request) {
+  const auto result = sendSynchronousRequest(request);
+  const auto* const response = std::get_if<HttpResponse>(&result);
+  return response != nullptr ? textFromUtf8(response->body) : std::nullopt;
 }
 
 std::unique_ptr<HttpDownload> HttpClient::beginDownload(const HttpRequest& request,

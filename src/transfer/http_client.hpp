@@ -74,6 +74,10 @@ class HttpClient {
   /// Waits for the whole response. Bodies beyond `synchronousBodyLimit` bytes are an error.
   std::variant<HttpResponse, HttpError> sendSynchronousRequest(const HttpRequest& request);
 
+  /// The body of the response as text, whatever its status. None without a complete response, and
+  /// for a body that is not UTF-8.
+  std::optional<std::string> fetchText(const HttpRequest& request);
+
   /// Starts to fetch into `destination`, replacing a file there. `events` must outlive the
   /// download, and the download must end before the next request. Null when it can't be made.
   std::unique_ptr<HttpDownload> beginDownload(const HttpRequest& request,

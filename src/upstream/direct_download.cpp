@@ -72,7 +72,7 @@ std::int64_t sigtoolVersion(const RunContext& context, const std::string& fileNa
   // A named pipe in a database's place would keep sigtool, and so the run, waiting for ever.
   std::error_code ignored;
   if (fileExists(file) && !std::filesystem::is_regular_file(file, ignored)) return version;
-  const ToolResult result = runTool({.executable = "/usr/local/vestRum/bin/sigtool",
+  const ToolResult result = runTool({.executable = std::string(sigtoolPath),
                                      .arguments = {"-i", file.string()},
                                      .output = ToolOutput::captured});
   const std::optional<std::string> text = textFromUtf8(result.output);
@@ -119,10 +119,9 @@ void downloadFullDatabase(const RunContext& context, HttpClient& http, std::stri
 std::string fetchVersionRecord(const RunContext& context, HttpClient& http) {
   const std::string userAgent = toolUserAgent(context.toolVersion);
   printMessage(context, "Downloading Defs version number");
-  const auto result = http.sendSynchronousRequest(
-      toolRequest(fmt::format("https://{}/dns.txt", context.mirrorHost), userAgent));
-  const auto* const response = std::get_if<HttpResponse>(&result);
-  return response != nullptr ? textFromUtf8(response->body).value_or("") : "";
+  return http
+      .fetchText(toolRequest(fmt::format("https://{}/dns.txt", context.mirrorHost), userAgent))
+      .value_or("");
 }
 
 std::optional<int> updateByVersionRecord(const RunContext& context, HttpClient& http) {

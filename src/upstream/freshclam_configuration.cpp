@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/durable_file.hpp"
 #include "driver/commands.hpp"
 #include "platform/platform.hpp"
 
@@ -75,15 +76,13 @@ void removeUnfinishedEdits() {
   constexpr std::string_view prefix = "sed";
   constexpr std::size_t nameLength = prefix.size() + 6;  // sed's own temporary names
   namespace fs = std::filesystem;
-  std::error_code error;
-  for (fs::directory_iterator entry(fs::path(configuration).parent_path(), error), end;
-       !error && entry != end; entry.increment(error)) {
-    const std::string name = entry->path().filename().string();
+  const fs::path folder = fs::path(configuration).parent_path();
+  for (const std::string& name : namesIn(folder).value_or(std::vector<std::string>{})) {
     const bool isTemporary =
         name.starts_with(prefix) && name.size() == nameLength &&
         name.find('.') == std::string::npos &&
         name.find_first_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789") != std::string::npos;
-    if (isTemporary) ::unlink(entry->path().c_str());
+    if (isTemporary) ::unlink((folder / name).c_str());
   }
 }
 

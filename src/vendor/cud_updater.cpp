@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,7 +28,6 @@ namespace fs = std::filesystem;
 constexpr std::string_view containerName = "VestRUM.cud";
 // Unpacking and whole downloads stay with this path even where `dataDirectory` is another.
 constexpr std::string_view installedContainer = "/usr/local/vestRum/share/clamav/VestRUM.cud";
-constexpr std::string_view sigtoolPath = "/usr/local/vestRum/bin/sigtool";
 constexpr std::string_view archiveName = "VestRUM.tar.gz";
 constexpr std::size_t headerSize = 512;
 
@@ -132,20 +130,9 @@ bool applyScripts(const Workplace& work) {
   return applied.status == 0;
 }
 
-/// None when the folder could not be read to its end: a container must not lack members.
-std::optional<std::vector<std::string>> entriesOf(const fs::path& directory) {
-  std::vector<std::string> names;
-  std::error_code error;
-  for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
-       entry.increment(error)) {
-    names.push_back(entry->path().filename().string());
-  }
-  if (error) return std::nullopt;
-  return names;
-}
-
 bool repack(const RunContext& context, const Workplace& work) {
-  const auto entries = entriesOf(work.directory).value_or(std::vector<std::string>{});
+  // A folder that could not be read to its end counts as empty: a container must not lack members.
+  const auto entries = namesIn(work.directory).value_or(std::vector<std::string>{});
   std::vector<std::string> arguments{"-czf", work.archive().string(),
                                      fmt::format("--exclude={}", archiveName)};
   arguments.insert(arguments.end(), entries.begin(), entries.end());
@@ -291,7 +278,7 @@ bool updateIncrementalDatabase(const RunContext& context, const VendorSession& s
 
 void removeCudLeftovers(const VendorSession& session) {
   const Workplace work = workplaceIn(session.temporaryDirectory);
-  removeTree(work.directory);
+  work.remove();
   removeTree(work.scripts);
 }
 

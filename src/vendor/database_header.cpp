@@ -2,10 +2,9 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <array>
-#include <cerrno>
+#include <span>
 
 #include "base/durable_file.hpp"
 #include "base/file_descriptor.hpp"
@@ -30,8 +29,7 @@ std::string resolvedPath(const std::string& name) {
 std::size_t readBlock(int descriptor, HeaderBlock& block) {
   std::size_t filled = 0;
   while (filled < block.size()) {
-    const ssize_t count = ::read(descriptor, block.data() + filled, block.size() - filled);
-    if (count < 0 && errno == EINTR) continue;
+    const ssize_t count = readSome(descriptor, std::span(block).subspan(filled));
     if (count <= 0) break;
     filled += static_cast<std::size_t>(count);
   }

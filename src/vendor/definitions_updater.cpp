@@ -78,13 +78,6 @@ void download(const RunContext& context, const VendorSession& session, const Ite
   downloader.downloadFileFromSaveToPath(item.url(), item.temporaryFile);
 }
 
-std::optional<std::string> fetchSignature(const VendorSession& session, const Item& item) {
-  const auto result = session.http.sendSynchronousRequest(
-      toolRequest(item.url() + ".signature", session.userAgent));
-  const auto* const response = std::get_if<HttpResponse>(&result);
-  return response != nullptr ? textFromUtf8(response->body) : std::nullopt;
-}
-
 void unzip(Item& item) {
   runShellCommand(platform::unzipCommand(item.temporaryFile, item.temporaryFile.parent_path()));
   runShellCommand(fmt::format("rm {}", item.temporaryFile.string()));
@@ -119,7 +112,8 @@ void withdrawFile(const RunContext& context, const Item& item) {
 /// Fetches, checks and installs or withdraws the file. True when the installed state changed.
 bool replaceFile(const RunContext& context, const VendorSession& session, Item item) {
   download(context, session, item);
-  const std::optional<std::string> signature = fetchSignature(session, item);
+  const std::optional<std::string> signature =
+      session.http.fetchText(toolRequest(item.url() + ".signature", session.userAgent));
   if (!DVSUDSAVerifier::validatePathWithEncodedDSASignatureWithPublicDSAKey(
           item.temporaryFile, signature, settings::vendorPublicKey)) {
     printMessage(context, "Vestrum.{} definitions file is not valid. Delete it.", item.name);
