@@ -4,7 +4,7 @@ import os
 import subprocess
 import sys
 
-from world import BIN, CONFIGURATION, DATA, MIRROR, NOBODY, World, sample
+from testbed import BIN, CONFIGURATION, DATA, MIRROR, NOBODY, World, sample
 
 PUBLISHED = "/srv/vendor/site/VestRUM2"
 CONTAINER = f"{PUBLISHED}/Scripted/VestRUM.cud"

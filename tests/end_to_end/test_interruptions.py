@@ -6,8 +6,8 @@ import random
 
 import pytest
 
-from world import BIN, CONFIGURATION, DATA, MIRROR, definitions_text
-from world.transcripts import BANNER, CURRENT, FRESHCLAM, INSTALLED, NEWER, SCRIPTS, SOUND, UNCHANGED
+from testbed import BIN, CONFIGURATION, DATA, MIRROR, definitions_text
+from testbed.transcripts import BANNER, CURRENT, FRESHCLAM, INSTALLED, NEWER, SCRIPTS, SOUND, UNCHANGED
 
 SIGNALS = (15, 2, 3, 6)
 END = "killling...\n"

@@ -2,8 +2,8 @@
 
 import pytest
 
-from world import BIN, CONFIGURATION, DATA, MIRROR, NOBODY, PREFIX, UPSTREAM
-from world.transcripts import BANNER, CURRENT, FRESHCLAM, UNCHANGED
+from testbed import BIN, CONFIGURATION, DATA, MIRROR, NOBODY, PREFIX, UPSTREAM
+from testbed.transcripts import BANNER, CURRENT, FRESHCLAM, UNCHANGED
 
 CALL = "freshclam --no-warnings\n"
 BEFORE = BANNER + CURRENT + UNCHANGED + FRESHCLAM.removesuffix(CALL)

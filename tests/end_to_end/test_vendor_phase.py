@@ -2,8 +2,8 @@
 
 import pytest
 
-from world import BIN, CONFIGURATION, DATA, NOBODY, OLDER_STATE, PREFIX, definitions_text, sample
-from world.transcripts import (BANNER, CURRENT, FETCHED, FRESHCLAM, FULL, INSTALLED, LOCAL, NEWER, SCRIPTS, SOUND,
+from testbed import BIN, CONFIGURATION, DATA, NOBODY, OLDER_STATE, PREFIX, definitions_text, sample
+from testbed.transcripts import (BANNER, CURRENT, FETCHED, FRESHCLAM, FULL, INSTALLED, LOCAL, NEWER, SCRIPTS, SOUND,
                                UNCHANGED, WARNING)
 
 SCRIPTED = "/VestRUM2/Scripted/"

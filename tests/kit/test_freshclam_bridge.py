@@ -3,7 +3,8 @@
 import signal
 
 import pytest
-from world import BIN, CONFIGURATION, DATA, LINKS, MIRROR, NOBODY
+
+from testbed import BIN, CONFIGURATION, DATA, LINKS, MIRROR, NOBODY
 
 FRESHCLAM, LOG = f"{BIN}/freshclam", "/srv/log/freshclam.log"
 EDIT = "sed -i '{}' " + CONFIGURATION
@@ -30,6 +31,11 @@ ANSWERS = [
      f"touch {LOG}; chmod 0600 {LOG}; echo UpdateLogFile {LOG} >>{CONFIGURATION}", "", 62),
     ("forbidden", EDIT.format(f"s/{MIRROR}.custom/{LINKS}\\/custom/"), "", 17),
 ]
+
+
+@pytest.fixture(scope="module")
+def world(shared_world):
+    return shared_world
 
 
 @pytest.fixture(autouse=True)

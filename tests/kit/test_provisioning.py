@@ -1,6 +1,8 @@
 """What provisioning lays out, and the sigtool that it puts there."""
 
-from world import BIN, CONFIGURATION, PREFIX
+import pytest
+
+from testbed import BIN, CONFIGURATION, PREFIX
 
 PROVISION = "/repository/packaging/linux/provision"
 LISTING = f"cd {PREFIX} && find . -exec stat -c '%N %A %U:%G' {{}} + | sort"
@@ -17,6 +19,11 @@ LAID_OUT = """\
 './share' drwxr-xr-x root:root
 './share/clamav' drwxrwxr-x clamav:clamav
 """
+
+
+@pytest.fixture(scope="module")
+def world(shared_world):
+    return shared_world
 
 
 def test_the_prefix_is_laid_out_and_what_somebody_changed_is_kept(world):

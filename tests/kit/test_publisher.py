@@ -8,7 +8,8 @@ import shutil
 import subprocess
 
 import pytest
-from world import CONTENT, LINKS, MIRROR, vendor
+
+from testbed import CONTENT, LINKS, MIRROR, vendor
 
 # Stands before every program with which the kit changes something, and is the end of the kit at one of those moments:
 # of everything at once, or of the kit alone, with the program living on.
@@ -53,6 +54,11 @@ DAMAGES = [
     ("chmod 0644 private.pem", ["private.pem can be read by others; chmod 600 it"], None),
     ("rm first.cud", ["first.cud cannot be unpacked, so no script can be tried"], None),
 ]
+
+
+@pytest.fixture(scope="module")
+def world(shared_world):
+    return shared_world
 
 
 def publish(home, *arguments, **more):

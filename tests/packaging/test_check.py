@@ -4,9 +4,10 @@ import re
 import time
 
 import pytest
-from world import DATA, Machine
-from world.machine import seen_inside
-from world.world import EXECUTABLE
+
+from testbed import DATA, Machine
+from testbed.machine import seen_inside
+from testbed.world import EXECUTABLE
 
 FRESH = {"VestRUM.cud": 1, "daily.cvd": 1, "main.cvd": 9000, "bytecode.cvd": 9000}
 ALL_FRESH = "VestRUM.cud is 1 h old, daily is 1 h old, main is 9000 h old, bytecode is 9000 h old"

@@ -6,9 +6,10 @@ import re
 import subprocess
 
 import pytest
-from world import DATA, PREFIX, REPOSITORY
-from world.cache import made_once
-from world.world import EXECUTABLE
+
+from testbed import DATA, PREFIX, REPOSITORY
+from testbed.cache import made_once
+from testbed.world import EXECUTABLE
 
 PACKAGING = REPOSITORY / "packaging"
 INPUTS = [EXECUTABLE, REPOSITORY / "cmake/packaging.cmake", *filter(pathlib.Path.is_file, PACKAGING.rglob("*"))]

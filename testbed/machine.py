@@ -8,7 +8,7 @@ import select
 import subprocess
 import tempfile
 
-REPOSITORY = pathlib.Path(__file__).resolve().parents[3]
+REPOSITORY = pathlib.Path(__file__).resolve().parents[1]
 HERE = pathlib.Path(__file__).resolve().parent
 ENVIRONMENT = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "HOME": "/root", "LANG": "C", "TZ": "UTC"}
 

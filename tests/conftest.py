@@ -1,11 +1,11 @@
-"""Each test gets worlds of its own; the world of a test that failed is kept."""
+"""Worlds for the tests; the world of a test that failed is kept."""
 
 import re
 import threading
 
 import pytest
 
-from world import REPOSITORY, World
+from testbed import REPOSITORY, World
 
 LONGEST_TEST = 120  # seconds; nothing here waits for more than an event that should come at once
 
@@ -25,7 +25,7 @@ def pytest_runtest_makereport(item, call):
 
 @pytest.fixture
 def world(request):
-    """Three versions are out, or as many as `@pytest.mark.versions(n)` says."""
+    """A world of the test's own. Three versions are out, or as many as `@pytest.mark.versions(n)` says."""
     marker = request.node.get_closest_marker("versions")
     with World(marker.args[0] if marker else 3) as made:
         # The end of its machine ends every wait of a test that has got stuck.
@@ -35,5 +35,8 @@ def world(request):
         watchdog.cancel()
 
 
-def pytest_configure(config):
-    config.addinivalue_line("markers", "versions(n): how many versions of the container the vendor has out")
+@pytest.fixture(scope="module")
+def shared_world():
+    """One world for all tests of a file, each of which prepares what it needs. Four versions are out."""
+    with World(versions=4) as made:
+        yield made
