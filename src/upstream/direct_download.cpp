@@ -8,8 +8,8 @@
 
 #include "base/durable_file.hpp"
 #include "base/text_rules.hpp"
-#include "driver/commands.hpp"
-#include "driver/console.hpp"
+#include "driver/run/commands.hpp"
+#include "driver/run/console.hpp"
 #include "transfer/file_downloader.hpp"
 #include "transfer/tool_request.hpp"
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "driver/run_context.hpp"
+#include "driver/run/run_context.hpp"
 #include "transfer/http_client.hpp"
 
 /// ClamAV's databases fetched whole from the mirror, without `freshclam`.

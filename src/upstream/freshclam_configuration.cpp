@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "base/durable_file.hpp"
-#include "driver/commands.hpp"
+#include "driver/run/commands.hpp"
 #include "platform/platform.hpp"
 
 namespace tarnwick {

@@ -6,9 +6,9 @@
 #include <string>
 
 #include "base/durable_file.hpp"
-#include "driver/commands.hpp"
-#include "driver/console.hpp"
-#include "driver/update_state.hpp"
+#include "driver/run/commands.hpp"
+#include "driver/run/console.hpp"
+#include "driver/run/update_state.hpp"
 #include "upstream/direct_download.hpp"
 #include "upstream/freshclam_configuration.hpp"
 

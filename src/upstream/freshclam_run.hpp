@@ -1,6 +1,6 @@
 #pragma once
 
-#include "driver/run_context.hpp"
+#include "driver/run/run_context.hpp"
 #include "transfer/http_client.hpp"
 
 namespace tarnwick {

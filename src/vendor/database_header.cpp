@@ -9,7 +9,7 @@
 #include "base/durable_file.hpp"
 #include "base/file_descriptor.hpp"
 #include "base/text_rules.hpp"
-#include "driver/console.hpp"
+#include "driver/run/console.hpp"
 
 namespace tarnwick {
 namespace {

@@ -4,7 +4,7 @@
 #include <pwd.h>
 
 #include "base/durable_file.hpp"
-#include "driver/commands.hpp"
+#include "driver/run/commands.hpp"
 
 namespace tarnwick {
 namespace {

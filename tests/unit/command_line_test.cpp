@@ -1,9 +1,9 @@
-#include "driver/command_line.hpp"
+#include "driver/program/command_line.hpp"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include "driver/commands.hpp"
+#include "driver/run/commands.hpp"
 #include "scratch.hpp"
 
 namespace tarnwick {

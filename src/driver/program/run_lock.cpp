@@ -1,4 +1,4 @@
-#include "driver/run_lock.hpp"
+#include "driver/program/run_lock.hpp"
 
 #include <fcntl.h>
 #include <sys/file.h>

@@ -1,4 +1,4 @@
-#include "driver/console.hpp"
+#include "driver/run/console.hpp"
 
 #include "base/file_descriptor.hpp"
 

@@ -1,4 +1,4 @@
-#include "driver/run_context.hpp"
+#include "driver/run/run_context.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>

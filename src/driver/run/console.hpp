@@ -6,7 +6,7 @@
 #include <string_view>
 #include <utility>
 
-#include "driver/run_context.hpp"
+#include "driver/run/run_context.hpp"
 
 namespace tarnwick {
 

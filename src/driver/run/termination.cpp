@@ -1,4 +1,4 @@
-#include "driver/termination.hpp"
+#include "driver/run/termination.hpp"
 
 #include <poll.h>
 #include <sys/wait.h>

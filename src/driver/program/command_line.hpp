@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "driver/run_context.hpp"
+#include "driver/run/run_context.hpp"
 
 namespace tarnwick {
 

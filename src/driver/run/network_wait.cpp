@@ -1,9 +1,9 @@
-#include "driver/network_wait.hpp"
+#include "driver/run/network_wait.hpp"
 
 #include <chrono>
 #include <thread>
 
-#include "driver/console.hpp"
+#include "driver/run/console.hpp"
 #include "platform/platform.hpp"
 
 namespace tarnwick {

@@ -1,4 +1,4 @@
-#include "driver/update_state.hpp"
+#include "driver/run/update_state.hpp"
 
 namespace tarnwick {
 namespace {

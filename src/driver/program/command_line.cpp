@@ -1,4 +1,4 @@
-#include "driver/command_line.hpp"
+#include "driver/program/command_line.hpp"
 
 #include <cstddef>
 #include <string_view>

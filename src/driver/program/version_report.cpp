@@ -1,4 +1,4 @@
-#include "driver/version_report.hpp"
+#include "driver/program/version_report.hpp"
 
 #include <fmt/format.h>
 #include <sys/stat.h>

@@ -1,4 +1,4 @@
-#include "driver/commands.hpp"
+#include "driver/run/commands.hpp"
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -15,7 +15,7 @@
 
 #include "base/file_descriptor.hpp"
 #include "base/text_rules.hpp"
-#include "driver/termination.hpp"
+#include "driver/run/termination.hpp"
 #include "platform/platform.hpp"
 
 extern char** environ;  // NOLINT(readability-redundant-declaration): not every system declares it

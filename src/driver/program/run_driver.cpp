@@ -1,4 +1,4 @@
-#include "driver/run_driver.hpp"
+#include "driver/program/run_driver.hpp"
 
 #include <fmt/format.h>
 #include <unistd.h>
@@ -7,14 +7,14 @@
 
 #include "base/durable_file.hpp"
 #include "base/file_descriptor.hpp"
-#include "driver/command_line.hpp"
-#include "driver/commands.hpp"
-#include "driver/console.hpp"
-#include "driver/network_wait.hpp"
-#include "driver/run_lock.hpp"
-#include "driver/termination.hpp"
-#include "driver/update_state.hpp"
-#include "driver/version_report.hpp"
+#include "driver/program/command_line.hpp"
+#include "driver/run/commands.hpp"
+#include "driver/run/console.hpp"
+#include "driver/run/network_wait.hpp"
+#include "driver/program/run_lock.hpp"
+#include "driver/run/termination.hpp"
+#include "driver/run/update_state.hpp"
+#include "driver/program/version_report.hpp"
 #include "platform/platform.hpp"
 #include "transfer/tool_request.hpp"
 #include "upstream/freshclam_run.hpp"
