@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "base/file_descriptor.hpp"
+#include "base/files.hpp"
 
 namespace tarnwick {
 namespace {
@@ -110,27 +111,6 @@ void removeStagedLeftovers(const fs::path& directory) {
   for (const std::string& name : namesIn(directory).value_or(std::vector<std::string>{})) {
     if (name.starts_with(stagedPrefix)) ::unlink((directory / name).c_str());
   }
-}
-
-bool fileExists(const fs::path& path) {
-  std::error_code ignored;
-  return fs::exists(path, ignored);
-}
-
-std::optional<std::vector<std::string>> namesIn(const fs::path& directory) {
-  std::vector<std::string> names;
-  std::error_code error;
-  for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
-       entry.increment(error)) {
-    names.push_back(entry->path().filename().string());
-  }
-  if (error) return std::nullopt;
-  return names;
-}
-
-void removeTree(const fs::path& path) {
-  std::error_code ignored;
-  fs::remove_all(path, ignored);
 }
 
 }  // namespace tarnwick

@@ -4,9 +4,7 @@
 
 #include <filesystem>
 #include <optional>
-#include <string>
 #include <string_view>
-#include <vector>
 
 /// Files that are replaced whole: whoever looks, at any instant and after any loss of power, finds
 /// the old file or the new one. New content is staged beside its target under a name nobody can
@@ -31,15 +29,5 @@ bool writeFileWhole(const std::filesystem::path& target, std::string_view conten
 
 /// Removes what a run that was killed left staged in `directory`.
 void removeStagedLeftovers(const std::filesystem::path& directory);
-
-/// Whether something is there, links followed. False too when that cannot be told.
-bool fileExists(const std::filesystem::path& path);
-
-/// The names in a folder, in the order in which the system lists them. None when it could not be
-/// read to its end.
-std::optional<std::vector<std::string>> namesIn(const std::filesystem::path& directory);
-
-/// Deletes a file or a folder with all it holds. A missing one and every error are ignored.
-void removeTree(const std::filesystem::path& path);
 
 }  // namespace tarnwick

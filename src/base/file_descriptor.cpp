@@ -1,6 +1,5 @@
 #include "base/file_descriptor.hpp"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -34,20 +33,6 @@ ssize_t readSome(int descriptor, std::span<char> buffer) {
     const ssize_t count = ::read(descriptor, buffer.data(), buffer.size());
     if (count >= 0 || errno != EINTR) return count;
   }
-}
-
-void writeToStandardOutput(std::string_view text) {
-  if (writeFully(STDOUT_FILENO, text) || errno != EPIPE) return;
-  const FileDescriptor nowhere(::open("/dev/null", O_WRONLY | O_CLOEXEC));
-  if (nowhere.isOpen()) ::dup2(nowhere.get(), STDOUT_FILENO);
-}
-
-void keepStandardDescriptorsOpen() {
-  int descriptor = 0;
-  do {
-    descriptor = ::open("/dev/null", O_RDWR);  // meant to be inherited, as the others are
-  } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
-  if (descriptor > STDERR_FILENO) ::close(descriptor);
 }
 
 }  // namespace tarnwick

@@ -15,8 +15,8 @@
 #include <sstream>
 #include <system_error>
 
-#include "base/durable_file.hpp"
 #include "base/file_descriptor.hpp"
+#include "base/files.hpp"
 #include "base/text_rules.hpp"
 #include "platform/linux_property_list.hpp"
 #include "platform/platform.hpp"

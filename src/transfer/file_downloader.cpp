@@ -2,8 +2,8 @@
 
 #include <fmt/format.h>
 
-#include "base/file_descriptor.hpp"
 #include "base/platform_log.hpp"
+#include "base/standard_streams.hpp"
 #include "base/text_rules.hpp"
 #include "platform/platform.hpp"
 #include "settings/vendor_settings.hpp"

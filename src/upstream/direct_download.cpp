@@ -7,9 +7,12 @@
 #include <vector>
 
 #include "base/durable_file.hpp"
+#include "base/files.hpp"
+#include "base/prefix.hpp"
 #include "base/text_rules.hpp"
 #include "driver/run/commands.hpp"
 #include "driver/run/console.hpp"
+#include "driver/run/database_folder.hpp"
 #include "transfer/file_downloader.hpp"
 #include "transfer/tool_request.hpp"
 
@@ -72,7 +75,7 @@ std::int64_t sigtoolVersion(const RunContext& context, const std::string& fileNa
   // A named pipe in a database's place would keep sigtool, and so the run, waiting for ever.
   std::error_code ignored;
   if (fileExists(file) && !std::filesystem::is_regular_file(file, ignored)) return version;
-  const ToolResult result = runTool({.executable = std::string(sigtoolPath),
+  const ToolResult result = runTool({.executable = sigtoolPath(),
                                      .arguments = {"-i", file.string()},
                                      .output = ToolOutput::captured});
   const std::optional<std::string> text = textFromUtf8(result.output);

@@ -8,14 +8,18 @@
 #include <string>
 #include <string_view>
 
-#include "base/durable_file.hpp"
+#include "base/files.hpp"
+#include "base/prefix.hpp"
 #include "driver/run/commands.hpp"
 #include "platform/platform.hpp"
+#include "settings/vendor_settings.hpp"
 
 namespace tarnwick {
 namespace {
 
-constexpr std::string_view configuration = "/usr/local/vestRum/etc/freshclam.conf";
+std::string configuration() {
+  return inPrefix("etc/freshclam.conf");
+}
 
 struct Substitution {
   std::string from;
@@ -67,8 +71,8 @@ void switchFreshclamMirror(const RunContext& context, bool towardVendor) {
   const auto substitutions = towardVendor ? towardVendorMirror(context) : towardUpstreamMirror();
   for (const auto& [from, to] : substitutions) {
     // Not escaped: a dot in a host matches any character.
-    runShellCommand(
-        fmt::format("{} 's/{}/{}/g' {}", platform::inPlaceEditCommand(), from, to, configuration));
+    runShellCommand(fmt::format("{} 's/{}/{}/g' {}", platform::inPlaceEditCommand(), from, to,
+                                configuration()));
   }
 }
 
@@ -76,7 +80,7 @@ void removeUnfinishedEdits() {
   constexpr std::string_view prefix = "sed";
   constexpr std::size_t nameLength = prefix.size() + 6;  // sed's own temporary names
   namespace fs = std::filesystem;
-  const fs::path folder = fs::path(configuration).parent_path();
+  const fs::path folder = fs::path(configuration()).parent_path();
   for (const std::string& name : namesIn(folder).value_or(std::vector<std::string>{})) {
     const bool isTemporary =
         name.starts_with(prefix) && name.size() == nameLength &&
@@ -84,6 +88,13 @@ void removeUnfinishedEdits() {
         name.find_first_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789") != std::string::npos;
     if (isTemporary) ::unlink((folder / name).c_str());
   }
+}
+
+void prepareFreshclamConfiguration(const RunContext& context) {
+  removeUnfinishedEdits();
+  switchFreshclamMirror(context, true);
+  // A fixed path: it does not follow the data directory.
+  runShellCommand(fmt::format("rm -f {}/mirrors.dat", fixedDatabaseDirectory()));
 }
 
 }  // namespace tarnwick

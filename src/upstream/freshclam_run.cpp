@@ -1,13 +1,18 @@
 #include "upstream/freshclam_run.hpp"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 #include <span>
 #include <string>
+#include <string_view>
 
-#include "base/durable_file.hpp"
+#include "base/files.hpp"
+#include "base/prefix.hpp"
 #include "driver/run/commands.hpp"
 #include "driver/run/console.hpp"
+#include "driver/run/database_folder.hpp"
 #include "driver/run/update_state.hpp"
 #include "upstream/direct_download.hpp"
 #include "upstream/freshclam_configuration.hpp"
@@ -31,16 +36,17 @@ void repairPermissions(RunContext& context) {
   fixDatabasePermissions(context);
 }
 
+void copyConfiguration(std::string_view from, std::string_view to) {
+  runShellCommand(fmt::format("cp -Rp {0}/{1} {0}/{2}", inPrefix("etc"), from, to));
+}
+
 void restoreSpareConfiguration(RunContext& /*context*/) {
-  runShellCommand(
-      "cp -Rp /usr/local/vestRum/etc/freshclam.conf /usr/local/vestRum/etc/freshclamFAULTY.conf");
-  runShellCommand(
-      "cp -Rp /usr/local/vestRum/etc/freshclamBAK.conf /usr/local/vestRum/etc/freshclam.conf");
+  copyConfiguration("freshclam.conf", "freshclamFAULTY.conf");
+  copyConfiguration("freshclamBAK.conf", "freshclam.conf");
 }
 
 void restoreCleanConfiguration(RunContext& /*context*/) {
-  runShellCommand(
-      "cp -Rp /usr/local/vestRum/etc/freshclamCLEAN.conf /usr/local/vestRum/etc/freshclam.conf");
+  copyConfiguration("freshclamCLEAN.conf", "freshclam.conf");
 }
 
 void killOtherFreshclams(RunContext& context) {
@@ -86,7 +92,7 @@ int runFreshclamWithRepairs(RunContext& context) {
 }
 
 void runProxyHelper(const RunContext& context) {
-  const std::string helper = "/usr/local/vestRum/bin/VestrumProxyHelper";
+  const std::string helper = inPrefix("bin/VestrumProxyHelper");
   if (!fileExists(helper)) return;
   printMessage(context, "Checking proxy settings");
   runShellCommand(helper);
@@ -116,13 +122,6 @@ int toolExitStatus(const RunContext& context, int rawStatus) {
 }
 
 }  // namespace
-
-void prepareFreshclamConfiguration(const RunContext& context) {
-  removeUnfinishedEdits();
-  switchFreshclamMirror(context, true);
-  // A fixed path: it does not follow the data directory.
-  runShellCommand("rm -f /usr/local/vestRum/share/clamav/mirrors.dat");
-}
 
 int updateUpstreamDatabases(RunContext& context, HttpClient& http) {
   runProxyHelper(context);

@@ -5,9 +5,6 @@
 
 namespace tarnwick {
 
-/// Points `freshclam` at the vendor's mirror for this run and removes its memory of mirrors.
-void prepareFreshclamConfiguration(const RunContext& context);
-
 /// The upstream phase: runs `freshclam`, repairs what its exit status complains of and runs it
 /// again, fetches whole databases when the network keeps failing it, and points its configuration
 /// back at ClamAV's own mirror. Returns the tool's exit status.

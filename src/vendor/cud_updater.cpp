@@ -9,10 +9,12 @@
 #include <string_view>
 #include <vector>
 
-#include "base/durable_file.hpp"
+#include "base/files.hpp"
+#include "base/prefix.hpp"
 #include "base/text_rules.hpp"
 #include "driver/run/commands.hpp"
 #include "driver/run/console.hpp"
+#include "driver/run/database_folder.hpp"
 #include "transfer/file_downloader.hpp"
 #include "transfer/file_hash.hpp"
 #include "transfer/tool_request.hpp"
@@ -26,10 +28,13 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::string_view containerName = "VestRUM.cud";
-// Unpacking and whole downloads stay with this path even where `dataDirectory` is another.
-constexpr std::string_view installedContainer = "/usr/local/vestRum/share/clamav/VestRUM.cud";
 constexpr std::string_view archiveName = "VestRUM.tar.gz";
 constexpr std::size_t headerSize = 512;
+
+/// Unpacking and whole downloads stay with this path even where `dataDirectory` is another.
+std::string installedContainer() {
+  return fmt::format("{}/{}", fixedDatabaseDirectory(), containerName);
+}
 
 struct Versions {
   std::int64_t local = 0;
@@ -85,8 +90,8 @@ bool makeWorkplace(const RunContext& context, const Workplace& work) {
 
 bool unpackContainer(const RunContext& context, const Workplace& work) {
   const ToolResult unpacked =
-      runTool({.executable = std::string(sigtoolPath),
-               .arguments = {fmt::format("--unpack={}", installedContainer)},
+      runTool({.executable = sigtoolPath(),
+               .arguments = {fmt::format("--unpack={}", installedContainer())},
                .workingDirectory = work.directory});
   if (unpacked.status == 0) return true;
   printMessage(context, "Couldn't unpack cud file");
@@ -123,7 +128,7 @@ bool applyScripts(const Workplace& work) {
   runShellCommand(fmt::format("mkdir {0} && cp {1}/*.script {0}/", work.scripts.string(),
                               work.directory.string()));
   const ToolResult applied =
-      runTool({.executable = std::string(sigtoolPath),
+      runTool({.executable = sigtoolPath(),
                .arguments = {fmt::format("--run-cdiff={}", work.scripts.string()), "--datadir=."},
                .workingDirectory = work.directory});
   removeTree(work.scripts);
@@ -202,7 +207,7 @@ bool buildAndInstall(const RunContext& context, const VendorSession& session,
 
 Outcome tryIncrementalUpdate(const RunContext& context, const VendorSession& session,
                              const Workplace& work) {
-  if (!fileExists(installedContainer)) return Outcome::wholeContainerNeeded;
+  if (!fileExists(installedContainer())) return Outcome::wholeContainerNeeded;
   Versions versions{.local = databaseVersionOfFile(context, std::string(containerName))};
   printMessage(context, "Local version {}", versions.local);
   if (versions.local < 1) return Outcome::wholeContainerNeeded;
@@ -244,7 +249,7 @@ bool installWholeContainer(const RunContext& context, const Workplace& work) {
   }
   printMessage(context, "VestRUM.cud (version {}) DB integrity is sound. Moving into place.",
                databaseVersionOfFile(context, work.container().string()));
-  if (!installDatabase(work.container(), installedContainer)) {
+  if (!installDatabase(work.container(), installedContainer())) {
     printMessage(context, "File ({}) couldn't be moved", work.container().string());
   }
   // True either way: a container that passed its test counts as installed.

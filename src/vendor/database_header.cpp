@@ -6,8 +6,9 @@
 #include <array>
 #include <span>
 
-#include "base/durable_file.hpp"
 #include "base/file_descriptor.hpp"
+#include "base/files.hpp"
+#include "base/prefix.hpp"
 #include "base/text_rules.hpp"
 #include "driver/run/console.hpp"
 
@@ -23,7 +24,7 @@ using HeaderBlock = std::array<char, 512>;
 /// Appends even an absolute path to the folder, so that what the console names is what was tried.
 std::string resolvedPath(const std::string& name) {
   if (fileExists(name)) return name;
-  return fmt::format("{}{}{}", fixedDatabaseDirectory, name.starts_with('/') ? "" : "/", name);
+  return fmt::format("{}{}{}", fixedDatabaseDirectory(), name.starts_with('/') ? "" : "/", name);
 }
 
 std::size_t readBlock(int descriptor, HeaderBlock& block) {

@@ -4,6 +4,7 @@
 #include <pwd.h>
 
 #include "base/durable_file.hpp"
+#include "base/files.hpp"
 #include "driver/run/commands.hpp"
 
 namespace tarnwick {

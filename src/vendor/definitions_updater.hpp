@@ -9,10 +9,6 @@
 
 namespace tarnwick {
 
-/// The vendor phase: brings `VestRUM.cud` forward, then the definitions file "database", and
-/// commits what is to be remembered of both. No failure in it ends the run.
-void updateVendorDefinitions(RunContext& context, const VendorSession& session, UpdateState& state);
-
 /// Brings one of the vendor's files, Vestrum.<item>, up to date. `item` may end in ".zip".
 /// Records exactly one value into `state`: the new "Last-Modified" text where the file was
 /// installed or withdrawn, else `storedLastModified` again.

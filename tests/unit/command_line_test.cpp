@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "driver/run/commands.hpp"
+#include "driver/run/database_folder.hpp"
 #include "scratch.hpp"
 
 namespace tarnwick {

@@ -5,20 +5,23 @@
 
 #include <string>
 
-#include "base/durable_file.hpp"
-#include "base/file_descriptor.hpp"
+#include "base/prefix.hpp"
+#include "base/standard_streams.hpp"
 #include "driver/program/command_line.hpp"
+#include "driver/program/run_lock.hpp"
+#include "driver/program/version_report.hpp"
+#include "driver/program/wipe.hpp"
 #include "driver/run/commands.hpp"
 #include "driver/run/console.hpp"
+#include "driver/run/database_folder.hpp"
 #include "driver/run/network_wait.hpp"
-#include "driver/program/run_lock.hpp"
 #include "driver/run/termination.hpp"
 #include "driver/run/update_state.hpp"
-#include "driver/program/version_report.hpp"
 #include "platform/platform.hpp"
 #include "transfer/tool_request.hpp"
+#include "upstream/freshclam_configuration.hpp"
 #include "upstream/freshclam_run.hpp"
-#include "vendor/definitions_updater.hpp"
+#include "vendor/vendor_phase.hpp"
 
 namespace tarnwick {
 namespace {
@@ -51,42 +54,9 @@ void checkScanningEngine(const RunContext& context) {
                context.clamscanPath);
 }
 
-void makeLogAnew(const std::string& log) {
-  runShellCommand(fmt::format("touch {}", log));
-  runShellCommand(fmt::format("chown clamav:clamav {}", log));
-  runShellCommand(fmt::format("chmod a+rw {}", log));
-}
-
-void wipeLog(RunContext& context) {
-  if (!context.logPath) {
-    if (!dataDirectoryFitsInCommand(context)) return;
-    const std::string log = inDataDirectory(context, "freshclam.log").string();
-    ::unlink(log.c_str());
-    makeLogAnew(log);
-    return;
-  }
-  context.logFile.close();
-  ::unlink(context.logPath->c_str());
-  makeLogAnew(*context.logPath);
-  context.logFile.open(*context.logPath);
-}
-
-void wipeDatabases(const RunContext& context) {
-  if (context.dataDirectory.empty()) return;  // the working directory is not meant
-  for (const auto* const name : {"VestRUM.cud", "Vestrum.ndb", "Vestrum.hdb", "Vestrum.fp",
-                                 "Vestrum.ign2", "Vestrum.database", "Vestrum.ldb"}) {
-    removeTree(inDataDirectory(context, name));
-  }
-  // Patterns must not reach the root of the file system.
-  if (!dataDirectoryFitsInCommand(context)) return;
-  for (const auto* const pattern : {"*.cld", "*.cvd"}) {
-    runShellCommand(fmt::format("rm -f {}", inDataDirectory(context, pattern).string()));
-  }
-}
-
 /// Everything before the command line is read: none of it is quiet, none of it is logged.
 bool prepareRun(RunContext& context) {
-  runShellCommand("chown root /usr/local/vestRum");
+  runShellCommand(fmt::format("chown root {}", inPrefix("")));
   fixDatabasePermissions(context);
   if (!waitForNetwork(context)) return false;
   context.mirrorHost = settings::mirrorHost;
@@ -114,10 +84,7 @@ int runUpdate(RunContext& context, const Arguments& arguments) {
   const bool removeOldFirst = asksToRemoveOldFirst(arguments);
   if (removeOldFirst) printMessage(context, "remove old DB files and freshclam log");
   readArguments(context, arguments);
-  if (removeOldFirst) {
-    wipeDatabases(context);
-    wipeLog(context);
-  }
+  if (removeOldFirst) wipeDatabasesAndLog(context);
   return updateEverything(context);
 }
 

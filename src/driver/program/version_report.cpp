@@ -9,7 +9,8 @@
 #include <string>
 #include <string_view>
 
-#include "base/file_descriptor.hpp"
+#include "base/prefix.hpp"
+#include "base/standard_streams.hpp"
 #include "platform/platform.hpp"
 #include "vendor/database_header.hpp"
 
@@ -42,7 +43,7 @@ void writeVersionReport(const RunContext& context) {
   // Always the product's own folder, as nothing on the command line is looked at.
   for (const std::string_view name : {"Vestrum.fp", "Vestrum.hdb", "Vestrum.ign2", "Vestrum.ndb",
                                       "Vestrum.ldb", "Vestrum.database"}) {
-    const auto date = modificationDate(fmt::format("{}/{}", fixedDatabaseDirectory, name));
+    const auto date = modificationDate(fmt::format("{}/{}", fixedDatabaseDirectory(), name));
     writeLine(fmt::format("{} updated {}\n", name, describe(date)));
   }
 }

@@ -1,10 +1,8 @@
 #include "driver/run/commands.hpp"
 
 #include <fcntl.h>
-#include <fmt/format.h>
 #include <poll.h>
 #include <spawn.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,7 +12,6 @@
 #include <csignal>
 
 #include "base/file_descriptor.hpp"
-#include "base/text_rules.hpp"
 #include "driver/run/termination.hpp"
 #include "platform/platform.hpp"
 
@@ -209,26 +206,6 @@ ToolResult runTool(const ToolRun& run) {
   const bool captured = run.output == ToolOutput::captured;
   result.status = exitStatusOf(drainUntilExit(child, pipes, captured ? &result.output : nullptr));
   return result;
-}
-
-bool dataDirectoryFitsInCommand(const RunContext& context) {
-  struct stat root {};
-  struct stat directory {};
-  if (!isPlainShellWord(context.dataDirectory) || ::stat("/", &root) != 0) return false;
-  const bool found = ::stat(context.dataDirectory.c_str(), &directory) == 0;
-  return !found || directory.st_dev != root.st_dev || directory.st_ino != root.st_ino;
-}
-
-void fixDatabasePermissions(const RunContext& context) {
-  // A mistaken argument must not turn into a command on the whole file system.
-  if (dataDirectoryFitsInCommand(context)) {
-    runShellCommand(fmt::format("chown -R clamav:clamav {}", context.dataDirectory));
-    runShellCommand(fmt::format("chmod 0775 {}", context.dataDirectory));
-    runShellCommand(fmt::format("chmod 0664 {}/*", context.dataDirectory));
-  }
-  if (!context.logEnabled || !context.logPath) return;
-  runShellCommand(fmt::format("touch {}", *context.logPath));
-  runShellCommand(fmt::format("chmod a+rw {}", *context.logPath));
 }
 
 }  // namespace tarnwick

@@ -5,8 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "driver/run/run_context.hpp"
-
 namespace tarnwick {
 
 /// Hands a command line to the system shell as it stands and waits for it. Returns the raw wait
@@ -40,13 +38,5 @@ struct ToolResult {
 
 /// Runs a program directly, without a shell, and waits for it to end.
 ToolResult runTool(const ToolRun& run);
-
-/// Whether the data directory may be given to a recursive command: the shell would take its text as
-/// it stands, and it is not the root of the file system, however that is written.
-bool dataDirectoryFitsInCommand(const RunContext& context);
-
-/// Gives the database folder to "clamav" and sets its modes, and those of the log when one is
-/// named.
-void fixDatabasePermissions(const RunContext& context);
 
 }  // namespace tarnwick

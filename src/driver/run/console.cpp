@@ -1,6 +1,7 @@
 #include "driver/run/console.hpp"
 
 #include "base/file_descriptor.hpp"
+#include "base/standard_streams.hpp"
 
 namespace tarnwick {
 

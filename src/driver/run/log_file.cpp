@@ -1,4 +1,4 @@
-#include "driver/run/run_context.hpp"
+#include "driver/run/log_file.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -23,10 +23,6 @@ void LogFile::close() {
   // Forgotten first: the signal handler must never write to a number that means another file.
   const int descriptor = descriptor_.exchange(-1);
   if (descriptor >= 0) ::close(descriptor);
-}
-
-std::filesystem::path inDataDirectory(const RunContext& context, std::string_view name) {
-  return std::filesystem::path(context.dataDirectory) / name;
 }
 
 }  // namespace tarnwick

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tarnwick {
+
+/// Whether something is there, links followed. False too when that cannot be told.
+bool fileExists(const std::filesystem::path& path);
+
+/// The names in a folder, in the order in which the system lists them. None when it could not be
+/// read to its end.
+std::optional<std::vector<std::string>> namesIn(const std::filesystem::path& directory);
+
+/// Deletes a file or a folder with all it holds. A missing one and every error are ignored.
+void removeTree(const std::filesystem::path& path);
+
+}  // namespace tarnwick

@@ -1,0 +1,55 @@
+#include "driver/program/wipe.hpp"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "base/files.hpp"
+#include "driver/run/commands.hpp"
+#include "driver/run/database_folder.hpp"
+
+namespace tarnwick {
+namespace {
+
+void makeLogAnew(const std::string& log) {
+  runShellCommand(fmt::format("touch {}", log));
+  runShellCommand(fmt::format("chown clamav:clamav {}", log));
+  runShellCommand(fmt::format("chmod a+rw {}", log));
+}
+
+void wipeLog(RunContext& context) {
+  if (!context.logPath) {
+    if (!dataDirectoryFitsInCommand(context)) return;
+    const std::string log = inDataDirectory(context, "freshclam.log").string();
+    ::unlink(log.c_str());
+    makeLogAnew(log);
+    return;
+  }
+  context.logFile.close();
+  ::unlink(context.logPath->c_str());
+  makeLogAnew(*context.logPath);
+  context.logFile.open(*context.logPath);
+}
+
+void wipeDatabases(const RunContext& context) {
+  if (context.dataDirectory.empty()) return;  // the working directory is not meant
+  for (const auto* const name : {"VestRUM.cud", "Vestrum.ndb", "Vestrum.hdb", "Vestrum.fp",
+                                 "Vestrum.ign2", "Vestrum.database", "Vestrum.ldb"}) {
+    removeTree(inDataDirectory(context, name));
+  }
+  // Patterns must not reach the root of the file system.
+  if (!dataDirectoryFitsInCommand(context)) return;
+  for (const auto* const pattern : {"*.cld", "*.cvd"}) {
+    runShellCommand(fmt::format("rm -f {}", inDataDirectory(context, pattern).string()));
+  }
+}
+
+}  // namespace
+
+void wipeDatabasesAndLog(RunContext& context) {
+  wipeDatabases(context);
+  wipeLog(context);
+}
+
+}  // namespace tarnwick

@@ -1,0 +1,35 @@
+#include "driver/run/database_folder.hpp"
+
+#include <fmt/format.h>
+#include <sys/stat.h>
+
+#include "base/text_rules.hpp"
+#include "driver/run/commands.hpp"
+
+namespace tarnwick {
+
+std::filesystem::path inDataDirectory(const RunContext& context, std::string_view name) {
+  return std::filesystem::path(context.dataDirectory) / name;
+}
+
+bool dataDirectoryFitsInCommand(const RunContext& context) {
+  struct stat root {};
+  struct stat directory {};
+  if (!isPlainShellWord(context.dataDirectory) || ::stat("/", &root) != 0) return false;
+  const bool found = ::stat(context.dataDirectory.c_str(), &directory) == 0;
+  return !found || directory.st_dev != root.st_dev || directory.st_ino != root.st_ino;
+}
+
+void fixDatabasePermissions(const RunContext& context) {
+  // A mistaken argument must not turn into a command on the whole file system.
+  if (dataDirectoryFitsInCommand(context)) {
+    runShellCommand(fmt::format("chown -R clamav:clamav {}", context.dataDirectory));
+    runShellCommand(fmt::format("chmod 0775 {}", context.dataDirectory));
+    runShellCommand(fmt::format("chmod 0664 {}/*", context.dataDirectory));
+  }
+  if (!context.logEnabled || !context.logPath) return;
+  runShellCommand(fmt::format("touch {}", *context.logPath));
+  runShellCommand(fmt::format("chmod a+rw {}", *context.logPath));
+}
+
+}  // namespace tarnwick
