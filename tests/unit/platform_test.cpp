@@ -5,7 +5,7 @@
 #include <array>
 #include <limits>
 
-#include "platform/linux_property_list.hpp"
+#include "platform/property_list.hpp"
 #include "scratch.hpp"
 
 namespace tarnwick::platform {

@@ -9,8 +9,8 @@
 #include <sstream>
 
 #include "base/durable_file.hpp"
-#include "platform/linux_property_list.hpp"
 #include "platform/platform.hpp"
+#include "platform/property_list.hpp"
 
 namespace tarnwick::platform {
 namespace {
