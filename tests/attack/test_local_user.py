@@ -1,0 +1,53 @@
+"""Another user of the machine, with no rights but their own: nothing of theirs steers a run or holds it up."""
+
+import pytest
+
+from testbed import BIN, TOOL
+from testbed.transcripts import BANNER, FRESHCLAM, INSTALLED, NEWER, SCRIPTS, SOUND
+
+THEIRS = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
+KEEP = "echo theirs >{0}/Vestrum.database; mkdir {0}/VestRUMdefs; echo theirs >{0}/VestRUMdefs/VestRUM-2.script"
+# What they do before the run, and whether the usual temporary folder is still to be had.
+TRICKS = {
+    "the temporary folder is theirs": ("mkdir -m 777 /tmp/tarnwick-0; " + KEEP.format("/tmp/tarnwick-0"), False),
+    "the temporary folder leads to root's": ("ln -s /etc /tmp/tarnwick-0", False),
+    "the temporary folder leads to theirs": (
+        "mkdir -m 777 /tmp/trap; ln -s trap /tmp/tarnwick-0; " + KEEP.format("/tmp/trap"), False),
+    "the temporary folder is a pipe": ("mkfifo /tmp/tarnwick-0", False),
+    "a spare folder is theirs": ("mkdir -m 777 /tmp/tarnwick-0-AAAAAA; " + KEEP.format("/tmp/tarnwick-0-AAAAAA"), True),
+    "a spare folder leads to root's": ("ln -s /etc /tmp/tarnwick-0-AAAAAA", True),
+    "the lock is theirs to take": ("! flock -n /var/lib/tarnwick true 2>/dev/null", True),
+    "they run it themselves": (f"{TOOL} --datadir=/etc --remove-old-first >/dev/null 2>&1 || true", True),
+}
+OUTSIDE = f"find /etc {BIN} /usr/local/bin -exec stat -c '%N %A %U:%G %s %Y' {{}} + | sort"
+LEFT = "find /tmp -mindepth 1 -user 65534 -printf '%p %l %m\\n' | sort; cat /tmp/*/Vestrum.database 2>/dev/null || true"
+
+
+@pytest.mark.parametrize("name", TRICKS)
+def test_what_they_leave_lying_about_changes_nothing(world, name):
+    trick, usual = TRICKS[name]
+    world.freshclam(0)
+    world.install(1)
+    world.shell("install -d -m 700 /var/lib/tarnwick")
+    world.remember({})
+    assert world.command(*THEIRS, "sh", "-euc", f"umask 0; {trick}").status == 0
+    before = world.shell(OUTSIDE), world.shell(LEFT)
+    outcome = world.run()
+    said = outcome.stdout if usual else outcome.stdout.replace(outcome.stdout.split("/tmp/tarnwick-0")[1][:7], "", 1)
+    assert (outcome.status, said, outcome.stderr) == (
+        1, BANNER + NEWER.format(local=1, available=3) + SCRIPTS + SOUND + INSTALLED + FRESHCLAM, "")
+    assert (world.shell(OUTSIDE), world.shell(LEFT), world.version()) == (*before, 3)
+    assert world.shell("find /tmp -mindepth 1 ! -user 65534") == ""
+
+
+@pytest.mark.parametrize("lay", ["mkfifo VestRUM.cud", "mkfifo VestRUM.cud; ln -s /etc/shadow Vestrum.database"])
+def test_a_run_that_is_started_in_their_folder_ends(world, lay):
+    """A file of the container's name in the working directory is read for its version, and no more than that."""
+    world.freshclam(0)
+    world.install(3)
+    world.shell("install -d -o 65534 /home/theirs")
+    assert world.command(*THEIRS, "sh", "-euc", f"cd /home/theirs; {lay}").status == 0
+    outcome = world.finish(world.start("sh", "-c", f"cd /home/theirs; exec {TOOL}"))
+    unreadable = "Unable to read header for file VestRUM.cud\n"
+    assert outcome.stdout.startswith(BANNER + unreadable + "Local version 0\n"), outcome.stdout
+    assert (outcome.status, world.version()) == (0, 3)
