@@ -89,7 +89,8 @@ class Machine:
         return self.root / str(path).lstrip("/")
 
     def start(self, *command, env=None, stdout=subprocess.PIPE, stderr=subprocess.PIPE, **more):
-        prefix = ["nsenter", "-t", str(self._init), "-m", "-n", "-p", "-u", "-r", "-w"]
+        # Whoever started this may ignore signals, as `nohup` does, and what is started here must not inherit that.
+        prefix = ["env", "--default-signal", "nsenter", "-t", str(self._init), "-m", "-n", "-p", "-u", "-r", "-w"]
         return Job(subprocess.Popen(prefix + [str(part) for part in command], env=ENVIRONMENT | (env or {}),
                                     stdin=subprocess.DEVNULL, stdout=stdout, stderr=stderr, **more))
 

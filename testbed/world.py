@@ -3,6 +3,7 @@
 import email.utils
 import os
 import pathlib
+import platform
 import plistlib
 import re
 import shutil
@@ -20,6 +21,8 @@ STATE = "/var/lib/tarnwick/uk.co.pellawaysoftware.vestrum.tarnwick.plist"
 OLDER_STATE = "/var/lib/tarnwick/uk.co.tobrennel.vestrum.tarnwick.plist"
 EXECUTABLE = pathlib.Path(os.environ.get("TARNWICK_EXECUTABLE", REPOSITORY / "build" / "test" / "tarnwick"))
 TOOL = "/usr/local/bin/tarnwick"
+# As the tool presents the system that it runs on.
+MACINTOSH = f"(Macintosh; Intel Mac OS X {platform.freedesktop_os_release().get('VERSION_ID', 'unknown')})"
 UPSTREAM_DATABASES = ("main", "daily", "bytecode")
 
 # A stand-in updater is run by a shell whose path says "freshclam", as the tool looks at executables. It notes which

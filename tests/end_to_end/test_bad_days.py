@@ -4,7 +4,7 @@ import re
 
 import pytest
 
-from testbed import BIN, CONFIGURATION, DATA, IMPOSTOR, MIRROR, NOBODY, PREFIX, STATE, TOOL, UPSTREAM
+from testbed import BIN, CONFIGURATION, DATA, IMPOSTOR, MACINTOSH, MIRROR, NOBODY, PREFIX, STATE, TOOL, UPSTREAM
 from testbed.transcripts import (BANNER, CURRENT, FETCHED, FRESHCLAM, FULL, INSTALLED, LOCAL, NEWER, SCRIPTS, SOUND,
                                UNCHANGED, WARNING)
 
@@ -100,7 +100,7 @@ def test_user_agents_end_in_a_blank(world):
     assert "Nothing to download for Vestrum.database\n" in world.run().stdout
     request = server.end().stdout.split("\r\n")
     assert request[0] == "HEAD /there HTTP/1.1"
-    assert "User-Agent: Tarnwick/2.19.4 (Macintosh; Intel Mac OS X 12) " in request
+    assert f"User-Agent: Tarnwick/2.19.4 {MACINTOSH} " in request
 
 
 NO_SCRIPT = "Failed to download and verify VestRUM-{}.script\nProcessing updates…\n"

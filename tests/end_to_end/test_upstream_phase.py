@@ -2,7 +2,7 @@
 
 import pytest
 
-from testbed import BIN, CONFIGURATION, DATA, MIRROR, NOBODY, PREFIX, UPSTREAM
+from testbed import BIN, CONFIGURATION, DATA, MACINTOSH, MIRROR, NOBODY, PREFIX, UPSTREAM
 from testbed.transcripts import BANNER, CURRENT, FRESHCLAM, UNCHANGED
 
 CALL = "freshclam --no-warnings\n"
@@ -146,7 +146,7 @@ def test_fallback(world, name):
     assert world.log(log) == logged.replace(progress[0] if progress else "\0", "")
     requests = [request for request in world.servers.requests() if request.host == MIRROR]
     assert [request.agent for request in requests if request.path.endswith(".cvd")] == [
-        "Tarnwick/2.19.4 (2.19.4) (Macintosh; Intel Mac OS X 12)"] * len(progress)
+        f"Tarnwick/2.19.4 (2.19.4) {MACINTOSH}"] * len(progress)
 
 
 @pytest.mark.parametrize("record", [b"", b"1:2:3:4:5:6:7", b"\xff:1:2:3:4:5:6:7", b"x" * 3_000_000], ids=range(4))

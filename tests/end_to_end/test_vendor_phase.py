@@ -2,7 +2,7 @@
 
 import pytest
 
-from testbed import BIN, CONFIGURATION, DATA, NOBODY, OLDER_STATE, PREFIX, definitions_text, sample
+from testbed import BIN, CONFIGURATION, DATA, MACINTOSH, NOBODY, OLDER_STATE, PREFIX, definitions_text, sample
 from testbed.transcripts import (BANNER, CURRENT, FETCHED, FRESHCLAM, FULL, INSTALLED, LOCAL, NEWER, SCRIPTS, SOUND,
                                UNCHANGED, WARNING)
 
@@ -67,7 +67,7 @@ def test_a_hundred_scripts_take_one_handshake(world):
     assert outcome.status == 1 and outcome.stdout.count(".script [") == 100
     requests = [request for request in world.servers.requests() if request.path.startswith(SCRIPTED)]
     assert len(requests) == 201 and len({request.connection for request in requests}) == 1
-    assert {request.agent for request in requests} == {"Tarnwick/2.19.4 (Macintosh; Intel Mac OS X 12)"}
+    assert {request.agent for request in requests} == {f"Tarnwick/2.19.4 {MACINTOSH}"}
     assert world.version() == 101
     # What was built here holds its own scripts, and is brought forward all the same.
     world.release(102)

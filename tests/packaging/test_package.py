@@ -26,7 +26,8 @@ rm root/tarnwick.deb
 cd changes && find . -type f -not -path './var/lib/dpkg/*' -not -path './var/cache/*' -not -path './var/log/*' |
     sort | while read -r file; do cmp -s "$file" "/$file" || echo "${file#.}"; done
 """
-INSTALL = f"dpkg -i /tarnwick.deb >/dev/null && touch {DATA}/main.cvd\n"
+# systemctl words differently from release to release what it says of a link that it makes.
+INSTALL = f"dpkg -i /tarnwick.deb 2>&1 >/dev/null | sed '/^Created symlink/d'; touch {DATA}/main.cvd\n"
 STATE = "mkdir -p /var/lib/tarnwick && touch /var/lib/tarnwick/state\n"
 MIRROR_OF_A_RUN = f"sed -i 's/Mirror .*/Mirror mirror.vestrum.example/' {CONFIGURATIONS[0]}\n"
 CHANGED = f"for file in {' '.join(CONFIGURATIONS)}; do echo Checks 3 >>$file; done\n"
@@ -53,6 +54,7 @@ def try_out(package, script):
 
 def test_installed_package_is_whole(package):
     output, _ = try_out(package, INSTALL + f"""
+        readlink -f /etc/systemd/system/timers.target.wants/tarnwick.timer
         tarnwick --version | head -n 1
         find {PREFIX} -printf '%M %u:%g %P %l\\n' | sort -k 3
         systemd-analyze verify tarnwick.service tarnwick.timer
@@ -61,8 +63,7 @@ def test_installed_package_is_whole(package):
         apparmor_parser -p /etc/apparmor.d/usr.bin.freshclam 2>/dev/null | grep vestRum
         man -w tarnwick""")
     assert output == [
-        "Created symlink /etc/systemd/system/timers.target.wants/tarnwick.timer -> /lib/systemd/system/tarnwick.timer.",
-        "Tarnwick 2.19.4", "drwxr-xr-x root:root  ", "drwxr-xr-x root:root bin ",
+        "/usr/lib/systemd/system/tarnwick.timer", "Tarnwick 2.19.4", "drwxr-xr-x root:root  ", "drwxr-xr-x root:root bin ",
         "lrwxrwxrwx root:root bin/clamscan /usr/bin/clamscan", "-rwxr-xr-x root:root bin/freshclam ",
         "-rwxr-xr-x root:root bin/sigtool ", "drwxr-xr-x root:root etc ", "-rw-r--r-- root:root etc/freshclam.conf ",
         "-rw-r--r-- root:root etc/freshclamBAK.conf ", "-rw-r--r-- root:root etc/freshclamCLEAN.conf ",
