@@ -23,8 +23,8 @@ struct {
 
 sigset_t terminationSignalSet() {
   sigset_t set{};
-  ::sigemptyset(&set);
-  for (const int number : terminationSignals) ::sigaddset(&set, number);
+  sigemptyset(&set);
+  for (const int number : terminationSignals) sigaddset(&set, number);
   return set;
 }
 
@@ -55,7 +55,7 @@ void announce() {
   for (const int number : terminationSignals) ::sigaction(number, &standard, nullptr);
   ::sigaction(SIGPIPE, &standard, nullptr);
   sigset_t none{};
-  ::sigemptyset(&none);
+  sigemptyset(&none);
   ::pthread_sigmask(SIG_SETMASK, &none, nullptr);
   ::execl("/bin/sh", "sh", "-c", commandLine, static_cast<char*>(nullptr));
   ::_exit(127);
@@ -102,7 +102,7 @@ TerminationHandlers::TerminationHandlers(const RunContext& context) {
   struct sigaction action {};
   action.sa_handler = killFreshclamAndExit;
   // No second signal may cut the first one's work short.
-  ::sigfillset(&action.sa_mask);
+  sigfillset(&action.sa_mask);
   for (const int number : terminationSignals) ::sigaction(number, &action, nullptr);
   // The caller may have started us with some of them blocked.
   maskTerminationSignals(SIG_UNBLOCK);
