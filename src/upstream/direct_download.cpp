@@ -1,6 +1,7 @@
 #include "upstream/direct_download.hpp"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <system_error>
@@ -35,6 +36,10 @@ std::string incrementalContainerOf(std::string_view name) {
   return fmt::format("{}.cld", name);
 }
 
+std::string downloadOf(std::string_view name) {
+  return fmt::format("{}.cvd_download", name);
+}
+
 bool isPresent(const RunContext& context, const std::string& fileName) {
   return fileExists(inDataDirectory(context, fileName));
 }
@@ -64,6 +69,13 @@ bool anyStillNeedsUpdate(const RunContext& context, const RecordedVersions& vers
 }
 
 }  // namespace
+
+void removeUnfinishedDownloads(const RunContext& context) {
+  if (context.dataDirectory.empty()) return;  // the working directory is not meant
+  for (const std::string_view name : databaseNames) {
+    ::unlink(inDataDirectory(context, downloadOf(name)).c_str());
+  }
+}
 
 bool databaseIsInstalled(const RunContext& context, std::string_view name) {
   return isPresent(context, containerOf(name)) || isPresent(context, incrementalContainerOf(name));
@@ -105,7 +117,7 @@ bool databaseNeedsUpdate(const RunContext& context, std::string_view name, std::
 
 void downloadFullDatabase(const RunContext& context, HttpClient& http, std::string_view name) {
   const std::string container = containerOf(name);
-  const std::string download = container + "_download";
+  const std::string download = downloadOf(name);
   removeTree(inDataDirectory(context, container));
   removeTree(inDataDirectory(context, incrementalContainerOf(name)));
   // What a killed run left of an earlier download must not pass for this one.

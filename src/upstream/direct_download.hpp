@@ -15,6 +15,10 @@ namespace tarnwick {
 /// In the order in which they are always gone through.
 inline constexpr std::array<std::string_view, 3> databaseNames{"main", "daily", "bytecode"};
 
+/// Removes the downloads that an earlier run left in the data directory: one that was killed, or
+/// one whose download had version 0.
+void removeUnfinishedDownloads(const RunContext& context);
+
 /// Whether the data directory holds the database, as a ".cvd" or as a ".cld".
 bool databaseIsInstalled(const RunContext& context, std::string_view name);
 

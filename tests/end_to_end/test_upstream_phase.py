@@ -147,6 +147,13 @@ def test_fallback(world, name):
     requests = [request for request in world.servers.requests() if request.host == MIRROR]
     assert [request.agent for request in requests if request.path.endswith(".cvd")] == [
         f"Tarnwick/2.19.4 (2.19.4) {MACINTOSH}"] * len(progress)
+    # A download of version 0 stays where it is until the next run begins.
+    assert world.path(f"{DATA}/daily.cvd_download").exists() == ("version 0" in name)
+    world.freshclam(0)
+    world.write(f"{DATA}/daily.cvd", "27400")
+    world.write(f"{DATA}/other.cvd_download", "somebody's")
+    assert world.run().status == 0
+    assert world.shell(f"cd {DATA}; ls *_download") == "other.cvd_download\n"
 
 
 @pytest.mark.parametrize("record", [b"", b"1:2:3:4:5:6:7", b"\xff:1:2:3:4:5:6:7", b"x" * 3_000_000], ids=range(4))

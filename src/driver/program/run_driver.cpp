@@ -19,6 +19,7 @@
 #include "driver/run/update_state.hpp"
 #include "platform/platform.hpp"
 #include "transfer/tool_request.hpp"
+#include "upstream/direct_download.hpp"
 #include "upstream/freshclam_configuration.hpp"
 #include "upstream/freshclam_run.hpp"
 #include "vendor/vendor_phase.hpp"
@@ -66,6 +67,7 @@ bool prepareRun(RunContext& context) {
 }
 
 int updateEverything(RunContext& context) {
+  removeUnfinishedDownloads(context);
   UpdateState state;
   state.open();
   HttpClient http;
