@@ -1,10 +1,13 @@
 /* Preloaded into the tool alone: lets its steady clock and its pauses run TARNWICK_TEST_RATE times as fast, and sends
  * it TARNWICK_TEST_SIGNAL, either TARNWICK_TEST_AFTER microseconds after it was ready for signals, or just before its
- * change number TARNWICK_TEST_STEP to any file. */
+ * change number TARNWICK_TEST_STEP to any file. What a loss of power depends on goes to the file TARNWICK_TEST_RECORD:
+ * each renaming, deletion and bringing to the disk, with the last part of the path. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <signal.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
@@ -70,19 +73,43 @@ static void step(void)
         kill(getpid(), (int)number("TARNWICK_TEST_SIGNAL"));
 }
 
-#define STEP(result, name, parameters, arguments) \
-    result name parameters                        \
-    {                                             \
-        step();                                   \
-        return REAL(name) arguments;              \
+static void record(const char *what, const char *path)
+{
+    const char *to = getenv("TARNWICK_TEST_RECORD");
+    int file = to && strcmp(program_invocation_short_name, "tarnwick") == 0
+                   ? open(to, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644) : -1;
+    if (file >= 0) {
+        const char *last = strrchr(path, '/');
+        dprintf(file, "%s %s\n", what, last ? last + 1 : path);
+        close(file);
+    }
+}
+
+static const char *name_of(int file)
+{
+    static char path[4096];
+    char link[32];
+    snprintf(link, sizeof link, "/proc/self/fd/%d", file);
+    ssize_t length = readlink(link, path, sizeof path - 1);
+    path[length > 0 ? length : 0] = 0;
+    return path;
+}
+
+#define RECORDED(what, path) record(what, path),
+#define STEP(result, name, parameters, arguments, ...) \
+    result name parameters                             \
+    {                                                  \
+        step();                                        \
+        return __VA_ARGS__ REAL(name) arguments;       \
     }
 
 STEP(int, fchmod, (int file, mode_t mode), (file, mode))
-STEP(int, fsync, (int file), (file))
+STEP(int, fsync, (int file), (file), RECORDED("sync", name_of(file)))
 STEP(int, mkdir, (const char *path, mode_t mode), (path, mode))
 STEP(int, mkostemp, (char *pattern, int flags), (pattern, flags))
-STEP(int, rename, (const char *from, const char *to), (from, to))
+STEP(int, remove, (const char *path), (path), RECORDED("delete", path))
+STEP(int, rename, (const char *from, const char *to), (from, to), RECORDED("rename", to))
 STEP(int, rmdir, (const char *path), (path))
-STEP(int, unlink, (const char *path), (path))
-STEP(int, unlinkat, (int folder, const char *path, int flags), (folder, path, flags))
+STEP(int, unlink, (const char *path), (path), RECORDED("delete", path))
+STEP(int, unlinkat, (int folder, const char *path, int flags), (folder, path, flags), RECORDED("delete", path))
 STEP(ssize_t, write, (int file, const void *bytes, size_t count), (file, bytes, count))

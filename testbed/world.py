@@ -104,16 +104,16 @@ class World(Machine):
         return self.shell(f"find /tmp {PREFIX} /var/lib/tarnwick -mindepth 1 "
                           rf"\( -path '/tmp/*' -o -name '.*' -o -name '*.new*' -o -name '*_download' \)")
 
-    def launch(self, *arguments, rate=None, kill=None, **more):
+    def launch(self, *arguments, rate=None, kill=None, record=None, **more):
         """Starts the tool: with clocks `rate` times as fast, or with `kill`, a signal and when it comes ("AFTER" so
-        many microseconds, or before the "STEP" of that number)."""
+        many microseconds, or before the "STEP" of that number), or with a file to `record` its syncs and renames."""
         settings = []
-        if rate or kill:
+        if rate or kill or record:
             library = made_once("hands", make_hands, [HERE / "hands.c"]) / "hands.so"
             number, kind, moment = kill or (0, "AFTER", 0)
             settings = [f"LD_PRELOAD={seen_inside(library)}", "ASAN_OPTIONS=verify_asan_link_order=0",
                         f"TARNWICK_TEST_RATE={rate or 1}", f"TARNWICK_TEST_SIGNAL={number}",
-                        f"TARNWICK_TEST_{kind}={moment}"]
+                        f"TARNWICK_TEST_{kind}={moment}", *([f"TARNWICK_TEST_RECORD={record}"] if record else [])]
         return self.start("env", *settings, TOOL, *arguments, **more)
 
     def run(self, *arguments, **more):

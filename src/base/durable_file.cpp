@@ -9,6 +9,7 @@
 #include <system_error>
 #include <utility>
 
+#include "base/disk_sync.hpp"
 #include "base/file_descriptor.hpp"
 #include "base/files.hpp"
 
@@ -19,6 +20,26 @@ namespace fs = std::filesystem;
 
 // No ending that ClamAV knows, so that a staged file is never loaded as a database.
 constexpr std::string_view stagedPrefix = ".tarnwick-staged.";
+
+void setAttributes(int file, const FileAttributes& attributes) {
+  constexpr auto unchanged = static_cast<uid_t>(-1);
+  // Ignored where it fails: without super-user rights the file is installed all the same.
+  [[maybe_unused]] const int owned =
+      ::fchown(file, attributes.owner.value_or(unchanged),
+               attributes.group.value_or(static_cast<gid_t>(unchanged)));
+  ::fchmod(file, attributes.mode);
+}
+
+/// Puts a file of the same file system in the target's place, once all of it is on the disk.
+bool renameOver(int file, const fs::path& path, const fs::path& target) {
+  if (!syncToDisk(file)) return false;
+  std::error_code ignored;
+  // A folder where the file belongs would refuse the rename.
+  if (fs::is_directory(fs::symlink_status(target, ignored))) fs::remove_all(target, ignored);
+  if (::rename(path.c_str(), target.c_str()) != 0) return false;
+  syncFolder(target.parent_path());
+  return true;
+}
 
 /// A new file beside a target, which vanishes again unless it has been put in the target's place.
 class StagedFile {
@@ -36,32 +57,13 @@ class StagedFile {
   [[nodiscard]] int descriptor() const { return descriptor_.get(); }
   [[nodiscard]] bool isOpen() const { return descriptor_.isOpen(); }
 
-  void setAttributes(const FileAttributes& attributes) const {
-    constexpr auto unchanged = static_cast<uid_t>(-1);
-    // Ignored where it fails: without super-user rights the file is installed all the same.
-    [[maybe_unused]] const int owned =
-        ::fchown(descriptor(), attributes.owner.value_or(unchanged),
-                 attributes.group.value_or(static_cast<gid_t>(unchanged)));
-    ::fchmod(descriptor(), attributes.mode);
-  }
-
-  bool putInPlace() {
-    if (::fsync(descriptor()) != 0) return false;
-    std::error_code ignored;
-    // A folder where the file belongs would refuse the rename.
-    if (fs::is_directory(fs::symlink_status(target_, ignored))) fs::remove_all(target_, ignored);
-    placed_ = ::rename(path_.c_str(), target_.c_str()) == 0;
-    if (placed_) syncFolder();
+  bool putInPlace(const FileAttributes& attributes) {
+    setAttributes(descriptor(), attributes);
+    placed_ = renameOver(descriptor(), path_, target_);
     return placed_;
   }
 
  private:
-  void syncFolder() const {
-    const fs::path folder = target_.has_parent_path() ? target_.parent_path() : fs::path(".");
-    const FileDescriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (opened.isOpen()) ::fsync(opened.get());
-  }
-
   fs::path target_;
   std::string path_;
   FileDescriptor descriptor_;
@@ -86,25 +88,54 @@ bool copyContent(int from, int to) {
   }
 }
 
+/// Whether one file system seems to hold both, and the file is nobody else's: a second name of it
+/// would change its owner and mode along with ours.
+bool canBeRenamed(int file, const fs::path& target) {
+  const fs::path folder = target.parent_path().empty() ? "." : target.parent_path();
+  struct stat source {};
+  struct stat destination {};
+  return ::fstat(file, &source) == 0 && ::stat(folder.c_str(), &destination) == 0 &&
+         source.st_dev == destination.st_dev && source.st_nlink == 1 &&
+         source.st_uid == ::geteuid();
+}
+
+bool moveByRename(int file, const fs::path& source, const fs::path& target,
+                  const FileAttributes& attributes) {
+  if (!canBeRenamed(file, target)) return false;
+  setAttributes(file, attributes);
+  return renameOver(file, source, target);
+}
+
+bool moveByCopy(int file, const fs::path& source, const fs::path& target,
+                const FileAttributes& attributes) {
+  StagedFile staged(target);
+  if (!staged.isOpen() || !copyContent(file, staged.descriptor())) return false;
+  if (!staged.putInPlace(attributes)) return false;
+  ::unlink(source.c_str());
+  return true;
+}
+
 }  // namespace
 
 bool moveFileIntoPlace(const fs::path& source, const fs::path& target,
                        const FileAttributes& attributes) {
   const FileDescriptor opened = openPlainFile(source);
   if (!opened.isOpen()) return false;
-  StagedFile staged(target);
-  if (!staged.isOpen() || !copyContent(opened.get(), staged.descriptor())) return false;
-  staged.setAttributes(attributes);
-  if (!staged.putInPlace()) return false;
-  ::unlink(source.c_str());
-  return true;
+  // A file system that is mounted at both places refuses the rename and takes the copy.
+  return moveByRename(opened.get(), source, target, attributes) ||
+         moveByCopy(opened.get(), source, target, attributes);
 }
 
 bool writeFileWhole(const fs::path& target, std::string_view content, mode_t mode) {
   StagedFile staged(target);
-  if (!staged.isOpen() || !writeFully(staged.descriptor(), content)) return false;
-  staged.setAttributes({.owner = {}, .group = {}, .mode = mode});
-  return staged.putInPlace();
+  return staged.isOpen() && writeFully(staged.descriptor(), content) &&
+         staged.putInPlace({.owner = {}, .group = {}, .mode = mode});
+}
+
+void syncFolder(const fs::path& folder) {
+  const FileDescriptor opened(
+      ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (opened.isOpen()) syncToDisk(opened.get());
 }
 
 void removeStagedLeftovers(const fs::path& directory) {

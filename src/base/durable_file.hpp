@@ -8,7 +8,8 @@
 
 /// Files that are replaced whole: whoever looks, at any instant and after any loss of power, finds
 /// the old file or the new one. New content is staged beside its target under a name nobody can
-/// guess, brought to the disk, and renamed over the target.
+/// guess, brought to the disk, and renamed over the target; a file that already is on the target's
+/// file system needs no second copy.
 namespace tarnwick {
 
 /// Who is to own a file, and its mode. Owner and group are absent where the machine lacks them.
@@ -20,12 +21,16 @@ struct FileAttributes {
 
 /// Moves `source` over `target`, across file systems too. Owner, group and mode are set on the
 /// way, and a failure to set them is no failure of the move. False when the move failed: both
-/// files are then as they were.
+/// files then stand where they were, with what they held.
 bool moveFileIntoPlace(const std::filesystem::path& source, const std::filesystem::path& target,
                        const FileAttributes& attributes);
 
 /// Replaces `target` by a file with this content. False when that failed.
 bool writeFileWhole(const std::filesystem::path& target, std::string_view content, mode_t mode);
+
+/// Brings to the disk which files a folder holds, and so the deletion of those that it held. Does
+/// nothing where that is not possible; "" is the working directory.
+void syncFolder(const std::filesystem::path& folder);
 
 /// Removes what a run that was killed left staged in `directory`.
 void removeStagedLeftovers(const std::filesystem::path& directory);

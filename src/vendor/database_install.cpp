@@ -31,9 +31,11 @@ bool scannerAccepts(const RunContext& context, const std::filesystem::path& data
 
 bool installDatabase(const std::filesystem::path& database,
                      const std::filesystem::path& installed) {
-  if (moveFileIntoPlace(database, installed, databaseAttributes())) return true;
+  const FileAttributes attributes = databaseAttributes();
+  if (moveFileIntoPlace(database, installed, attributes)) return true;
   removeTree(installed);
-  return false;
+  // On a full disk that has made the room.
+  return moveFileIntoPlace(database, installed, attributes);
 }
 
 }  // namespace tarnwick

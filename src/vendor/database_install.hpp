@@ -11,8 +11,8 @@ namespace tarnwick {
 bool scannerAccepts(const RunContext& context, const std::filesystem::path& database);
 
 /// Moves a tested database over the installed one and gives it to "clamav". There is no instant
-/// without an installed database; only when the move has failed is the installed one deleted, and
-/// the result false.
+/// without an installed database, unless the move fails: then the installed one is deleted and the
+/// move tried once more. False when that failed too.
 bool installDatabase(const std::filesystem::path& database, const std::filesystem::path& installed);
 
 }  // namespace tarnwick

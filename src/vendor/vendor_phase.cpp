@@ -71,6 +71,8 @@ void updateVendorDefinitions(RunContext& context, const VendorSession& session,
   removeHalfPair(context);
   updateVendorFile(context, session, "database", state.storedValue("database-Last-Modified"),
                    state);
+  // What was withdrawn must not come back with the power while its withdrawal is remembered.
+  syncFolder(context.dataDirectory);
   state.commit();
 }
 

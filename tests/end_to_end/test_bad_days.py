@@ -232,6 +232,28 @@ def test_bad_machines(world, name):
         assert f"DatabaseMirror {UPSTREAM}\n" in world.log(CONFIGURATION) and world.litter() == ""
 
 
+MEBIBYTE = 1 << 20
+
+
+def test_a_disk_with_room_for_one(world):
+    """A database that is fetched there needs its size once; one that comes from elsewhere, that of the old one."""
+    world.freshclam(0)
+    world.install(3)
+    world.shell("mkdir /data; mount -t tmpfs -o size=7m data /data; mount -t tmpfs tmp /tmp")
+    for name in ("bytecode.cvd", "daily.cvd"):
+        world.write(f"/data/{name}", "dummy")
+    world.write("/srv/vendor/mirror/main.cvd", bytes(4 * MEBIBYTE))
+    world.write("/data/Vestrum.database", bytes(5 * MEBIBYTE))
+    world.write("/srv/definitions", bytes(5 * MEBIBYTE // 2))
+    world.publish("definitions", "/srv/definitions")
+    outcome = world.run("--datadir=/data")
+    assert outcome.stdout == (
+        BANNER + CURRENT + INSTALLED.replace(" 108 ", f" {5 * MEBIBYTE // 2} ") + FRESHCLAM.replace(
+            "\nfreshclam ", f"\nDownloading main.cvd [100%]\nDownloaded main.cvd from {MIRROR}\nfreshclam --datadir=/data "))
+    assert world.shell("cd /data; stat -c '%s %n' *.cvd Vestrum.database") == (
+        f"5 bytecode.cvd\n5 daily.cvd\n{4 * MEBIBYTE} main.cvd\n{5 * MEBIBYTE // 2} Vestrum.database\n")
+
+
 @pytest.mark.parametrize("argument", ["--datadir=", "--datadir=/", "--datadir=//."])
 def test_the_whole_file_system_is_no_data_directory(world, argument):
     world.freshclam(0)

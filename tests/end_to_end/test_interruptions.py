@@ -3,10 +3,11 @@
 import hashlib
 import os
 import random
+import re
 
 import pytest
 
-from testbed import BIN, CONFIGURATION, DATA, MIRROR, definitions_text
+from testbed import BIN, CONFIGURATION, DATA, MIRROR, PREFIX, STATE, definitions_text
 from testbed.transcripts import BANNER, CURRENT, FRESHCLAM, INSTALLED, NEWER, SCRIPTS, SOUND, UNCHANGED
 
 SIGNALS = (15, 2, 3, 6)
@@ -128,7 +129,9 @@ def old_or_new(world):
 
 
 def completes(world):
+    """The next run makes everything good: nothing is left of the one that was cut off, in the configuration either."""
     assert world.run().status in (0, 1) and world.version() == 3
+    assert world.log(CONFIGURATION) == world.log(f"{PREFIX}/etc/freshclamBAK.conf")
     assert (world.litter(), world.log(f"{DATA}/Vestrum.database")) == ("", definitions_text(1))
 
 
@@ -142,19 +145,39 @@ def test_killed_at_any_moment(world, seed):
     completes(world)
 
 
-@pytest.mark.parametrize("way", ["by scripts", "whole"])
+@pytest.mark.parametrize("way", ["by scripts", "whole", "seeding"])
 def test_killed_at_every_step(world, way):
     quick(world)
+    world.write("/srv/vendor/mirror/daily.cvd", "dummy")
     if way == "whole":
         world.servers.drop("GET /VestRUM2/Scripted/VestRUM-3.script")
     status, step = -9, 0
     while status == -9:
         step += 1
         reset(world)
+        if way == "seeding":
+            world.shell(f"rm -f {DATA}/daily.cvd")
         status = world.run(kill=(9, "STEP", step)).status
         old_or_new(world)
         completes(world)
     assert status == 1 and step > 50
+
+
+def test_what_is_remembered_is_on_the_disk_before(world):
+    """A power cut between any two of these leaves something that the next run makes good."""
+    quick(world)
+    world.publish("withdraw")
+    world.write("/srv/vendor/mirror/daily.cvd", "dummy")
+    world.shell(f"rm {DATA}/daily.cvd; mount -t tmpfs tmp /tmp")
+    assert world.run(record="/srv/steps").status == 1
+    steps = re.sub(r"staged\.\w+", "staged", world.log("/srv/steps")).splitlines()
+    state = STATE.rsplit("/", maxsplit=1)[1]
+
+    def recorded(*wanted):
+        return any(steps[start:start + len(wanted)] == list(wanted) for start in range(len(steps)))
+    assert recorded("sync .tarnwick-staged", "rename VestRUM.cud", "sync clamav")
+    assert recorded("delete Vestrum.database", "sync clamav", "sync .tarnwick-staged", f"rename {state}", "sync tarnwick")
+    assert recorded("sync daily.cvd_download", "rename daily.cvd", "sync clamav")
 
 
 def test_the_second_of_two_runs_waits(world):
