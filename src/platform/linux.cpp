@@ -175,7 +175,8 @@ std::string_view inPlaceEditCommand() {
 }
 
 std::string unzipCommand(const fs::path& archive, const fs::path& directory) {
-  return fmt::format("unzip -o -q {} -d {}", archive.string(), directory.string());
+  // On a full disk it would ask whether to go on.
+  return fmt::format("unzip -o -q {} -d {} </dev/null", archive.string(), directory.string());
 }
 
 bool engineSignatureIsSound(const fs::path& engine) {

@@ -64,7 +64,8 @@ std::string currentDateAndTime();
 /// quoted script, a blank and the file.
 std::string_view inPlaceEditCommand();
 
-/// The shell command that unpacks a zip archive into a folder, overwriting.
+/// The shell command that unpacks a zip archive into a folder, overwriting. Its status is 0 when
+/// all of it was unpacked.
 std::string unzipCommand(const std::filesystem::path& archive,
                          const std::filesystem::path& directory);
 

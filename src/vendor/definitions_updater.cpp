@@ -45,10 +45,16 @@ struct Published {
   std::int64_t contentLength = 0;
 };
 
-std::uintmax_t sizeOf(const fs::path& path) {
+/// None where it cannot be told, which is not the same as an empty file.
+std::optional<std::uintmax_t> sizeOf(const fs::path& path) {
   std::error_code error;
   const std::uintmax_t size = fs::file_size(path, error);
-  return error ? 0 : size;
+  return error ? std::nullopt : std::optional(size);
+}
+
+bool isMissing(const fs::path& path) {
+  std::error_code ignored;
+  return fs::symlink_status(path, ignored).type() == fs::file_type::not_found;
 }
 
 Published askServer(const VendorSession& session, const Item& item) {
@@ -78,21 +84,35 @@ void download(const RunContext& context, const VendorSession& session, const Ite
   downloader.downloadFileFromSaveToPath(item.url(), item.temporaryFile);
 }
 
-void unzip(Item& item) {
-  runShellCommand(platform::unzipCommand(item.temporaryFile, item.temporaryFile.parent_path()));
-  runShellCommand(fmt::format("rm {}", item.temporaryFile.string()));
-  item.temporaryFile = replaced(item.temporaryFile.string(), ".zip", "");
+/// False when the archive could not be unpacked without complaint: a member may be missing then.
+bool unzip(Item& item) {
+  const fs::path archive = item.temporaryFile;
+  item.temporaryFile = replaced(archive.string(), ".zip", "");
   item.name = item.baseName;
+  // What a killed run left there must not pass for what the archive holds.
+  if (item.temporaryFile != archive) removeTree(item.temporaryFile);
+  const int status = runShellCommand(platform::unzipCommand(archive, archive.parent_path()));
+  runShellCommand(fmt::format("rm {}", archive.string()));
+  return status == 0;
+}
+
+/// Unpacks what is zipped. The size of what there is to install; none where that cannot be told.
+std::optional<std::uintmax_t> unpackedSize(Item& item) {
+  if (!item.name.ends_with("zip")) return sizeOf(item.temporaryFile);
+  if (!unzip(item)) return std::nullopt;
+  // An archive without the file withdraws it, as an empty file does.
+  return isMissing(item.temporaryFile) ? 0 : sizeOf(item.temporaryFile);
+}
+
+bool rejectFile(const RunContext& context, const Item& item) {
+  printMessage(context, "DB integrity check failed. Deleting the new Vestrum.{} file.", item.name);
+  removeTree(item.temporaryFile);
+  return false;
 }
 
 bool installFile(const RunContext& context, const Item& item, bool ignoreIntegrity) {
   const bool sound = scannerAccepts(context, item.temporaryFile);
-  if (!sound && !ignoreIntegrity) {
-    printMessage(context, "DB integrity check failed. Deleting the new Vestrum.{} file.",
-                 item.name);
-    removeTree(item.temporaryFile);
-    return false;
-  }
+  if (!sound && !ignoreIntegrity) return rejectFile(context, item);
   printMessage(context, "DB integrity check is sound. Move Vestrum.{} into place", item.name);
   if (installDatabase(item.temporaryFile, inDataDirectory(context, item.fileName()))) return true;
   printMessage(context, "File ({}) couldn't be moved for some reason", item.temporaryFile.string());
@@ -114,21 +134,23 @@ bool replaceFile(const RunContext& context, const VendorSession& session, Item i
   download(context, session, item);
   const std::optional<std::string> signature =
       session.http.fetchText(toolRequest(item.url() + ".signature", session.userAgent));
-  if (!DVSUDSAVerifier::validatePathWithEncodedDSASignatureWithPublicDSAKey(
-          item.temporaryFile, signature, settings::vendorPublicKey)) {
+  const bool valid = DVSUDSAVerifier::validatePathWithEncodedDSASignatureWithPublicDSAKey(
+      item.temporaryFile, signature, settings::vendorPublicKey);
+  const std::optional<std::uintmax_t> downloaded = sizeOf(item.temporaryFile);
+  if (!valid || !downloaded) {
     printMessage(context, "Vestrum.{} definitions file is not valid. Delete it.", item.name);
     removeTree(item.temporaryFile);
     return false;
   }
-  printMessage(context, "Vestrum.{} is valid and has file size: {} bytes", item.name,
-               sizeOf(item.temporaryFile));
-  if (item.name.ends_with("zip")) unzip(item);
+  printMessage(context, "Vestrum.{} is valid and has file size: {} bytes", item.name, *downloaded);
+  const std::optional<std::uintmax_t> size = unpackedSize(item);
+  if (!size) return rejectFile(context, item);
   // ClamAV does not know the kind of this file, so that its verdict on it means nothing.
   const bool ignoreIntegrity = item.name.ends_with("database");
   if (ignoreIntegrity) {
     writeFileWhole(inDataDirectory(context, item.fileName() + ".signature"), *signature, 0644);
   }
-  if (sizeOf(item.temporaryFile) > 0) return installFile(context, item, ignoreIntegrity);
+  if (*size > 0) return installFile(context, item, ignoreIntegrity);
   withdrawFile(context, item);
   return true;
 }

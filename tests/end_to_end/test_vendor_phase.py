@@ -1,10 +1,15 @@
 """The vendor's own definitions: whole transcripts of runs, every way in which a step can fail, and what is left."""
 
+import io
+import zipfile
+
 import pytest
 
 from testbed import BIN, CONFIGURATION, DATA, MACINTOSH, NOBODY, OLDER_STATE, PREFIX, definitions_text, sample
 from testbed.transcripts import (BANNER, CURRENT, FETCHED, FRESHCLAM, FULL, INSTALLED, LOCAL, NEWER, SCRIPTS, SOUND,
                                UNCHANGED, WARNING)
+from testbed.machine import seen_inside
+from testbed.world import EXECUTABLE
 
 SCRIPTED = "/VestRUM2/Scripted/"
 DATABASE = "/VestRUM2/Vestrum.database"
@@ -198,6 +203,54 @@ def test_definitions_failures(world, name):
     assert (outcome.status, outcome.stderr, world.state()) == (int(stored and said != UNCHANGED), errors, after)
     file = world.path(f"{DATA}/Vestrum.database")
     assert (file.read_text() if file.exists() else None) == (left and definitions_text(left))
+
+
+def archive(*names, text=definitions_text(2)):
+    """A zip archive of files, and of folders where a name ends in a slash."""
+    stream = io.BytesIO()
+    with zipfile.ZipFile(stream, "w", zipfile.ZIP_DEFLATED) as made:
+        for name in names:
+            made.writestr(name, "" if name.endswith("/") else text)
+    return stream.getvalue()
+
+
+MOVED = "DB integrity check is sound. Move Vestrum.ndb into place\n"
+SPOILT = "DB integrity check failed. Deleting the new Vestrum.ndb file.\n"
+EMPTY = "Downloaded file is deliberately empty, delete Vestrum.ndb from defs db directory.\n"
+# A zipped item: what is published, what else is wrong, what is said, and what is left of the installed file.
+ZIPPED_ITEMS = {
+    "sound": (archive("Vestrum.ndb"), None, MOVED, 2),
+    "with a warning": (b"more" + archive("Vestrum.ndb"), None, SPOILT, 1),
+    "of something else": (archive("Vestrum.other"), None, EMPTY, None),
+    "of an empty file": (archive("Vestrum.ndb", text=""), None, EMPTY, None),
+    "of a folder": (archive("Vestrum.ndb/"), None, SPOILT, 1),
+    "cut off": (archive("Vestrum.ndb")[:-30], None, SPOILT, 1),
+    "no unzip": (archive("Vestrum.ndb"), lambda w: w.shell("mount --bind /dev/null /usr/bin/unzip"), SPOILT, 1),
+    "disk full": (archive("Vestrum.ndb", text="x" * 3_000_000),
+                  lambda w: w.shell("mount -t tmpfs -o size=1m tmp /tmp"), SPOILT, 1),
+    "left behind": (archive("Vestrum.other"), lambda w: w.shell(
+        "mkdir -m 700 /tmp/tarnwick-0; echo unsigned >/tmp/tarnwick-0/Vestrum.ndb"), EMPTY, None),
+}
+
+
+@pytest.mark.parametrize("name", ZIPPED_ITEMS)
+def test_zipped_items(world, name):
+    published, spoil, said, left = ZIPPED_ITEMS[name]
+    world.write(f"{DATA}/Vestrum.ndb", definitions_text(1))
+    site = "/srv/vendor/site/VestRUM2/Vestrum.ndb.zip"
+    world.write(site, published)
+    world.shell(f"openssl dgst -sha1 -binary {site} | openssl dgst -sha1 -sign /srv/vendor/private.pem | base64 -w0 "
+                f">{site}.signature")
+    if spoil:
+        spoil(world)
+    outcome = world.finish(world.start(seen_inside(EXECUTABLE.parent / "tests/unit/tarnwick_update_item"), "ndb.zip"))
+    assert outcome.stdout == (f"Downloading Vestrum.ndb [100%]\nVestrum.ndb.zip is valid and has file size: "
+                              f"{len(published)} bytes\n{said}")
+    assert (outcome.status, world.state()) == (int(said != SPOILT), {
+        "ndb-Last-Modified": "stored before" if said == SPOILT else world.modified("Vestrum.ndb.zip")})
+    file = world.path(f"{DATA}/Vestrum.ndb")
+    assert (file.read_text() if file.exists() else None) == (left and definitions_text(left))
+    assert not world.path("/tmp/tarnwick-0/Vestrum.ndb.zip").exists()
 
 
 def test_withdrawn_file_is_not_asked_for_again(world):
