@@ -24,8 +24,16 @@ std::string_view numberStart(std::string_view text) {
   const std::size_t start = text.find_first_not_of(" \t\n\v\f\r");
   if (start == std::string_view::npos) return {};
   text.remove_prefix(start);
-  if (text.size() > 1 && text[0] == '+' && text[1] != '-') text.remove_prefix(1);
+  if (text.size() > 1 && text[0] == '+' && text[1] != '-' && text[1] != '+') text.remove_prefix(1);
   return text;
+}
+
+/// From the first opening character to the last closing one; empty where none is closed.
+std::string_view between(std::string_view text, char opening, char closing) {
+  const std::size_t start = text.find(opening);
+  const std::size_t end = text.rfind(closing);
+  if (start == std::string_view::npos || end == std::string_view::npos || end < start) return {};
+  return text.substr(start, end - start + 1);
 }
 
 }  // namespace
@@ -93,8 +101,12 @@ std::vector<std::string_view> split(std::string_view text, char separator) {
 }
 
 bool isPlainShellWord(std::string_view path) {
-  constexpr std::string_view special = " \t\n\"'`$\\;&|<>()*?[]{}!#~";
-  return !path.empty() && path.find_first_of(special) == std::string_view::npos;
+  constexpr std::string_view special = " \t\n\"'`$\\;&|<>()*?";
+  if (path.empty() || path.find_first_of(special) != std::string_view::npos) return false;
+  if (path[0] == '#' || path[0] == '~') return false;
+  const std::string_view braced = between(path, '{', '}');
+  return between(path, '[', ']').empty() && braced.find(',') == std::string_view::npos &&
+         braced.find("..") == std::string_view::npos;
 }
 
 std::string replaced(std::string_view text, std::string_view from, std::string_view to) {

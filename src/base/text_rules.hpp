@@ -36,7 +36,7 @@ std::vector<std::string_view> split(std::string_view text, char separator);
 std::string replaced(std::string_view text, std::string_view from, std::string_view to);
 
 /// Whether a path can stand in a command line without quotes: the shell would take it for one word
-/// and find nothing in it to interpret.
+/// and find nothing in it to interpret, nor would one that knows braces.
 bool isPlainShellWord(std::string_view path);
 
 }  // namespace tarnwick

@@ -71,7 +71,7 @@ bool anyStillNeedsUpdate(const RunContext& context, const RecordedVersions& vers
 }  // namespace
 
 void removeUnfinishedDownloads(const RunContext& context) {
-  if (context.dataDirectory.empty()) return;  // the working directory is not meant
+  if (dataDirectoryUse(context) == DataDirectoryUse::nothing) return;
   for (const std::string_view name : databaseNames) {
     ::unlink(inDataDirectory(context, downloadOf(name)).c_str());
   }

@@ -336,20 +336,22 @@ def test_quiet_and_log(world):
 
 @pytest.mark.parametrize("arguments, wiped", [
     (["--remove-old-first"], True), (["--remove-old-first", "--log=/srv/a.log"], True),
+    (["--remove-old-first", "--datadir=/srv/a#b"], True),
     (["-v", "--remove-old-first"], False)])
 def test_wipe(world, arguments, wiped):
-    log = "/srv/a.log" if "--log=/srv/a.log" in arguments else f"{DATA}/freshclam.log"
+    folder = "/srv/a#b" if "--datadir=/srv/a#b" in arguments else DATA
+    log = "/srv/a.log" if "--log=/srv/a.log" in arguments else f"{folder}/freshclam.log"
     old = ("Vestrum.ndb", "Vestrum.hdb", "Vestrum.fp", "Vestrum.ign2", "Vestrum.ldb", "old.cld", "old.cvd")
     world.freshclam(0)
     world.install(3)
     for name in old:
-        world.write(f"{DATA}/{name}", "old")
+        world.write(f"{folder}/{name}", "old")
     world.write(log, "old\n")
     outcome = world.run(*arguments)
     assert outcome.stdout.startswith(
-        "remove old DB files and freshclam log\n" * wiped + BANNER + (FULL if wiped else CURRENT))
+        "remove old DB files and freshclam log\n" * wiped + BANNER + (FULL if wiped and folder == DATA else CURRENT))
     kept = " ".join(argument + " " for argument in arguments if argument != "--remove-old-first")
     assert f"freshclam {kept}--no-warnings\n" in outcome.stdout
-    assert {name for name in old if world.path(f"{DATA}/{name}").exists()} == (set() if wiped else set(old))
+    assert {name for name in old if world.path(f"{folder}/{name}").exists()} == (set() if wiped else set(old))
     assert ("old\n" in world.log(log), world.path(log).stat().st_mode & 0o777) == (
-        not wiped, 0o664 if log.startswith(DATA) else 0o666)
+        not wiped, 0o664 if log.startswith(folder) else 0o666)

@@ -20,7 +20,7 @@ void makeLogAnew(const std::string& log) {
 
 void wipeLog(RunContext& context) {
   if (!context.logPath) {
-    if (!dataDirectoryFitsInCommand(context)) return;
+    if (dataDirectoryUse(context) != DataDirectoryUse::commands) return;
     const std::string log = inDataDirectory(context, "freshclam.log").string();
     ::unlink(log.c_str());
     makeLogAnew(log);
@@ -33,13 +33,14 @@ void wipeLog(RunContext& context) {
 }
 
 void wipeDatabases(const RunContext& context) {
-  if (context.dataDirectory.empty()) return;  // the working directory is not meant
+  const DataDirectoryUse use = dataDirectoryUse(context);
+  if (use == DataDirectoryUse::nothing) return;
   for (const auto* const name : {"VestRUM.cud", "Vestrum.ndb", "Vestrum.hdb", "Vestrum.fp",
                                  "Vestrum.ign2", "Vestrum.database", "Vestrum.ldb"}) {
     removeTree(inDataDirectory(context, name));
   }
   // Patterns must not reach the root of the file system.
-  if (!dataDirectoryFitsInCommand(context)) return;
+  if (use != DataDirectoryUse::commands) return;
   for (const auto* const pattern : {"*.cld", "*.cvd"}) {
     runShellCommand(fmt::format("rm -f {}", inDataDirectory(context, pattern).string()));
   }

@@ -12,17 +12,21 @@ std::filesystem::path inDataDirectory(const RunContext& context, std::string_vie
   return std::filesystem::path(context.dataDirectory) / name;
 }
 
-bool dataDirectoryFitsInCommand(const RunContext& context) {
+DataDirectoryUse dataDirectoryUse(const RunContext& context) {
+  if (context.dataDirectory.empty()) return DataDirectoryUse::nothing;
   struct stat root {};
   struct stat directory {};
-  if (!isPlainShellWord(context.dataDirectory) || ::stat("/", &root) != 0) return false;
+  if (!isPlainShellWord(context.dataDirectory) || ::stat("/", &root) != 0) {
+    return DataDirectoryUse::files;
+  }
   const bool found = ::stat(context.dataDirectory.c_str(), &directory) == 0;
-  return !found || directory.st_dev != root.st_dev || directory.st_ino != root.st_ino;
+  const bool isRoot = found && directory.st_dev == root.st_dev && directory.st_ino == root.st_ino;
+  return isRoot ? DataDirectoryUse::files : DataDirectoryUse::commands;
 }
 
 void fixDatabasePermissions(const RunContext& context) {
   // A mistaken argument must not turn into a command on the whole file system.
-  if (dataDirectoryFitsInCommand(context)) {
+  if (dataDirectoryUse(context) == DataDirectoryUse::commands) {
     runShellCommand(fmt::format("chown -R clamav:clamav {}", context.dataDirectory));
     runShellCommand(fmt::format("chmod 0775 {}", context.dataDirectory));
     runShellCommand(fmt::format("chmod 0664 {}/*", context.dataDirectory));
