@@ -13,14 +13,14 @@ void FileDescriptor::reset(int descriptor) {
   descriptor_ = descriptor;
 }
 
-bool writeFully(int descriptor, std::string_view bytes) {
+bool writeFully(int descriptor, std::string_view bytes, int patience) {
   while (!bytes.empty()) {
     const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
     if (written >= 0) {
       bytes.remove_prefix(static_cast<std::size_t>(written));
     } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
       pollfd ready{descriptor, POLLOUT, 0};
-      ::poll(&ready, 1, -1);
+      if (::poll(&ready, 1, patience) == 0) return false;
     } else if (errno != EINTR) {
       return false;
     }

@@ -34,8 +34,9 @@ class FileDescriptor {
 };
 
 /// Writes all of `bytes`, however the kernel cuts it up. False when the rest cannot be written;
-/// errno then tells why.
-bool writeFully(int descriptor, std::string_view bytes);
+/// errno then tells why. A descriptor that would block is waited for, each time for so many
+/// milliseconds at most; -1 is for ever.
+bool writeFully(int descriptor, std::string_view bytes, int patience = -1);
 
 /// Reads what there is, at most `buffer`. 0 at the end, -1 on a failure; an interruption is
 /// neither.

@@ -211,6 +211,13 @@ MACHINES = {
     "no clamav user": (lambda w: w.shell("sed -i /^clamav:/d /etc/passwd /etc/group"), [TOOL], 0, ORDINARY),
     "no log folder": (lambda w: None, [TOOL, "--log=/none/a.log"], 0,
                       ORDINARY.replace("clam -", "clam --log=/none/a.log -")),
+    "log to a pipe": (lambda w: None, ["sh", "-c", f"{TOOL} --quiet --log=/dev/stdout | cat"], 0,
+                      ORDINARY.replace("clam -", "clam --quiet --log=/dev/stdout -")),
+    "log that is a pipe": (lambda w: w.shell("mkfifo /srv/log"),
+                           ["sh", "-c", f"{TOOL} --remove-old-first --quiet --log=/srv/log; stat -c %F /srv/log"], 0,
+                           "remove old DB files and freshclam log\n"
+                           + "".join(SAVED.format(f"{name}.cvd") for name in ("main", "daily", "bytecode"))
+                           + "freshclam --quiet --log=/srv/log --no-warnings\nfifo\n"),
     "closed output": (lambda w: None, ["sh", "-c", f"exec {TOOL} >&- 2>&-"], 0, ""),
     "full output": (lambda w: None, ["sh", "-c", f"exec {TOOL} >/dev/full"], 0, ""),
     "broken output": (lambda w: w.program("freshclam", "exit 0"),

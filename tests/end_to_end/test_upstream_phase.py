@@ -237,7 +237,10 @@ def test_real_freshclam(world):
     assert {(request.host, request.path) for request in world.servers.requests() if "Clam" in request.agent} == {
         (MIRROR, "/custom.ndb")}
     assert world.path(f"{DATA}/custom.ndb").exists() and world.path(CONFIGURATION).read_bytes() == before
-    assert world.run().status == 0
+    # It opens a log that this very run has made, as a user of its own.
+    assert world.run("--log=/var/log/new.log").status == 0
+    assert "Checking ClamAV definitions\n" in world.log("/var/log/new.log") and (
+        "custom.ndb is up-to-date" in world.log("/var/log/new.log"))
 
 
 def broken(world, *names):

@@ -1,7 +1,10 @@
 #include "driver/run/console.hpp"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include "base/file_descriptor.hpp"
 #include "scratch.hpp"
 
 namespace tarnwick {
@@ -28,6 +31,40 @@ TEST(Console, TheFormatAndNotTheLineKeepsOutOfTheLog) {
       EXPECT_EQ(scratch.read("log"), logged ? inLog : "");
     }
   }
+}
+
+TEST(Console, WritesToALogThatIsAPipe) {
+  const test::Scratch scratch;
+  RunContext context;
+  context.logEnabled = context.quietMode = true;
+  ::mkfifo(scratch.path("pipe").c_str(), 0600);
+  context.logFile.open(scratch.path("pipe"));
+  printMessage(context, "nobody reads");
+  const FileDescriptor reader(::open(scratch.path("pipe").c_str(), O_RDONLY | O_NONBLOCK));
+  context.logFile.open(scratch.path("pipe"));
+  const std::string page(4000, '.');
+  std::string written = "read\n";
+  printMessage(context, "read");
+  // Goes on although the reader has fallen asleep; it then finds whole lines.
+  for (int i = 0; i < 18; ++i) printMessage(context, "{}", page);
+  std::string taken(1U << 20U, '\0');
+  taken.resize(static_cast<std::size_t>(readSome(reader.get(), taken)));
+  while (written.size() < taken.size()) written += page + '\n';
+  EXPECT_TRUE(taken.size() > 60000 && taken == written) << taken.size();
+}
+
+TEST(Console, MakesALogThatFreshclamCanOpenAndLeavesOthersAlone) {
+  const test::Scratch scratch;
+  const auto modeOf = [&](const std::string& name) {
+    return static_cast<unsigned>(std::filesystem::status(scratch.path(name)).permissions());
+  };
+  std::filesystem::permissions(scratch.write("old", ""), std::filesystem::perms(0600));
+  std::filesystem::create_symlink("made through a link", scratch.path("link"));
+  LogFile log;
+  for (const auto* const name : {"new", "old", "link"}) log.open(scratch.path(name));
+  EXPECT_EQ(modeOf("new"), 0666U);
+  EXPECT_EQ(modeOf("old"), 0600U);
+  EXPECT_EQ(modeOf("link") & 0022U, 0U);
 }
 
 }  // namespace

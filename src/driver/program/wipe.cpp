@@ -1,6 +1,7 @@
 #include "driver/program/wipe.hpp"
 
 #include <fmt/format.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <string>
@@ -18,6 +19,13 @@ void makeLogAnew(const std::string& log) {
   runShellCommand(fmt::format("chmod a+rw {}", log));
 }
 
+/// A pipe or a device, such as /dev/stdout, holds nothing old, and is not ours to remove.
+void removeLog(const std::string& log) {
+  struct stat status {};
+  if (::stat(log.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) return;
+  ::unlink(log.c_str());
+}
+
 void wipeLog(RunContext& context) {
   if (!context.logPath) {
     if (dataDirectoryUse(context) != DataDirectoryUse::commands) return;
@@ -27,7 +35,7 @@ void wipeLog(RunContext& context) {
     return;
   }
   context.logFile.close();
-  ::unlink(context.logPath->c_str());
+  removeLog(*context.logPath);
   makeLogAnew(*context.logPath);
   context.logFile.open(*context.logPath);
 }
