@@ -1,8 +1,11 @@
 """What the vendor has published: homes made by the publishing kit, once, and copied into machines."""
 
+import hashlib
+import io
 import pathlib
 import shutil
 import subprocess
+import tarfile
 
 from .cache import made_once
 from .machine import REPOSITORY
@@ -26,6 +29,29 @@ def signature_folder(folder, version):
 
 def definitions_text(number=1):
     return f"Vestrum.Definition-{number}:0:*:{sample(1000 + number).encode().hex()}\n"
+
+
+def member(name, content="", kind=tarfile.REGTYPE, target=""):
+    """A member for `repacked`; its content may be made by a function from what was there."""
+    entry = tarfile.TarInfo(name)
+    entry.type, entry.linkname = kind, target
+    return entry, content
+
+
+def repacked(container, *members):
+    """The container with members of somebody else's; they replace those of the same name."""
+    packed = io.BytesIO()
+    with tarfile.open(fileobj=io.BytesIO(container[512:])) as archive:
+        contents = {entry.name: (entry, archive.extractfile(entry).read().decode()) for entry in archive}
+    for entry, content in members:
+        contents[entry.name] = (entry, content(contents[entry.name][1]) if callable(content) else content)
+    with tarfile.open(fileobj=packed, mode="w:gz", format=tarfile.USTAR_FORMAT) as archive:
+        for entry, content in contents.values():
+            entry.size = len(content.encode())
+            archive.addfile(entry, io.BytesIO(content.encode()))
+    fields = container[:512].split(b":")
+    fields[5] = hashlib.md5(packed.getvalue()).hexdigest().encode()
+    return b":".join(fields) + packed.getvalue()
 
 
 def home(versions):

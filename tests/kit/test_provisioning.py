@@ -1,4 +1,4 @@
-"""What provisioning lays out, and the sigtool that it puts there."""
+"""What provisioning lays out."""
 
 import pytest
 
@@ -44,18 +44,3 @@ def test_provisioning_says_what_to_do_when_it_cannot(world):
                               "provision: they come with: apt-get install clamav-freshclam\n")):
         outcome = world.command("sh", "-c", f"cp /etc/group /tmp; {command}; s=$?; cp /tmp/group /etc; exit $s")
         assert (outcome.status, outcome.stdout, outcome.stderr) == (1, "", "provision: " + message)
-
-
-def test_sigtool_applies_a_folder_of_scripts_in_the_order_of_their_versions(world):
-    world.shell(f"rm -rf {PREFIX}/bin; {PROVISION}; mkdir -p /tmp/work /tmp/scripts; cd /tmp/work"
-                "; sigtool --unpack=/srv/vendor/first.cud; cp /srv/vendor/site/VestRUM2/Scripted/*.script ..")
-    look = (f"cd /tmp/work; {BIN}/sigtool --run-cdiff=/tmp/scripts --datadir=. >/dev/null 2>&1 || echo failed"
-            "; cut -d: -f3 VestRUM.info | head -n 1; ls COPYING")
-    # 10 comes after 9; what is not newer than the container is passed over; the first that fails is the last.
-    for preparation, answer in (("mv VestRUM-2.script scripts", "2\n"), ("mv VestRUM-3.script scripts", "3\n"),
-                                ("touch scripts/VestRUM-10.script; mv VestRUM-4.script scripts/VestRUM-9.script", "4\n"),
-                                ("cd scripts; rm *9*; echo CLOSE >V-11.script; echo UNLINK COPYING >V-12.script",
-                                 "failed\n4\n"), ("rm scripts/V-*; touch scripts/other.script", "failed\n4\n")):
-        world.shell(f"cd /tmp; {preparation}")
-        assert world.shell(look) == answer + "COPYING\n", preparation
-    assert world.shell(f"{BIN}/sigtool --version") == world.shell("/usr/bin/sigtool --version")

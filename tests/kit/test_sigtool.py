@@ -1,0 +1,145 @@
+"""The sigtool that provisioning puts into the prefix: folders of scripts, and containers without theirs."""
+
+import hashlib
+
+import pytest
+
+from testbed import BIN, member, repacked, sample
+
+SCRIPTED = "/srv/vendor/site/VestRUM2/Scripted"
+
+
+@pytest.fixture(scope="module")
+def world(shared_world):
+    return shared_world
+
+
+def test_sigtool_applies_a_folder_of_scripts_in_the_order_of_their_versions(world):
+    world.shell("mkdir -p /tmp/work /tmp/scripts; cd /tmp/work"
+                f"; sigtool --unpack=/srv/vendor/first.cud; cp {SCRIPTED}/*.script ..")
+    look = (f"cd /tmp/work; {BIN}/sigtool --run-cdiff=/tmp/scripts --datadir=. >/dev/null 2>&1 || echo failed"
+            "; cut -d: -f3 VestRUM.info | head -n 1; ls COPYING")
+    # 10 comes after 9; what is not newer than the container is passed over; the first that fails is the last.
+    for preparation, answer in (("mv VestRUM-2.script scripts", "2\n"), ("mv VestRUM-3.script scripts", "3\n"),
+                                ("touch scripts/VestRUM-10.script; mv VestRUM-4.script scripts/VestRUM-9.script", "4\n"),
+                                ("cd scripts; rm *9*; echo CLOSE >V-11.script; echo UNLINK COPYING >V-12.script",
+                                 "failed\n4\n"), ("rm scripts/V-*; touch scripts/other.script", "failed\n4\n")):
+        world.shell(f"cd /tmp; {preparation}")
+        assert world.shell(look) == answer + "COPYING\n", preparation
+    assert world.shell(f"{BIN}/sigtool --version") == world.shell("/usr/bin/sigtool --version")
+
+
+GOOD = "OPEN more\nADD one/../two:/three\nCLOSE\n"
+REFUSED_SCRIPTS = {
+    "MOVE to elsewhere": "MOVE more ../outside 1 one/../two:/three 1 one/../two:/three\n",
+    "MOVE from elsewhere": "MOVE ../outside more 1 mine 1 mine",
+    "OPEN elsewhere": "OPEN ../outside\nADD x\nCLOSE\n",
+    "UNLINK elsewhere": "UNLINK /tmp/outside\n",
+    "folder above": "UNLINK ..\n",
+    "hidden": "OPEN .new\nADD x\nCLOSE\n",
+    "option": "UNLINK -rf\n",
+    "unknown": "SYSTEM id\n",
+    "signed": GOOD + ":0123456789abcdef\n",
+    "lower case": "move more ../outside 1 a 1 a\n",
+    "two blanks": "MOVE  more ../outside 1 a 1 a\n",
+    "tab": "OPEN\tVestRUM.ndb\n",
+    "blank at the end": "OPEN VestRUM.ndb \nCLOSE\n",
+    "carriage return": GOOD.replace("\n", "\r\n"),
+    "NUL": "OPEN VestRUM.ndb\0../outside\nCLOSE\n",
+    "empty line": "\n" + GOOD,
+}
+
+
+@pytest.mark.parametrize("name", REFUSED_SCRIPTS)
+def test_what_a_script_may_not_say_lets_none_be_applied(world, name):
+    world.shell("rm -rf /tmp/*; mkdir /tmp/work /tmp/scripts; cp /srv/vendor/first.cud /tmp; echo mine >/tmp/outside"
+                "; cd /tmp/work; sigtool --unpack=../first.cud >/dev/null; cp -a . ../before")
+    world.write("/tmp/scripts/VestRUM-2.script", GOOD)
+    world.write("/tmp/scripts/VestRUM-3.script", REFUSED_SCRIPTS[name])
+    outcome = world.command("sh", "-c", f"cd /tmp/work && {BIN}/sigtool --run-cdiff=/tmp/scripts --datadir=.")
+    assert (outcome.status, outcome.stdout, outcome.stderr) == (
+        1, "", "ERROR: the scripts hold a command or a file name that is not allowed; none was applied\n")
+    assert world.shell("cd /tmp; diff -r before work; cat outside; ls -A scripts") == (
+        "mine\nVestRUM-2.script\nVestRUM-3.script\n")
+
+
+def test_scripts_are_not_applied_where_a_link_lies(world):
+    world.shell("rm -rf /tmp/*; mkdir /tmp/work /tmp/scripts; echo mine >/tmp/outside; cd /tmp/work"
+                "; sigtool --unpack=/srv/vendor/first.cud >/dev/null; ln -s ../outside link")
+    world.write("/tmp/scripts/VestRUM-2.script", "OPEN link\nADD x\nCLOSE\n")
+    outcome = world.command("sh", "-c", f"cd /tmp/work && {BIN}/sigtool --run-cdiff=/tmp/scripts --datadir=.")
+    assert (outcome.status, outcome.stderr, world.shell("cat /tmp/outside")) == (
+        1, "ERROR: the folder holds more than plain files; no script was applied\n", "mine\n")
+
+
+def test_what_scripts_may_say_is_what_the_real_program_does(world):
+    """Each command, a signature that looks like one, and a script without a line end at its end."""
+    world.shell("rm -rf /tmp/*; mkdir /tmp/work /tmp/scripts; cd /tmp/work"
+                "; sigtool --unpack=/srv/vendor/first.cud >/dev/null; printf 'a\nb\nc\n' >a; : >b; : >c")
+    world.write("/tmp/scripts/VestRUM-2.script", "# MOVE /a /b\nOPEN a\nDEL 1 a\nXCHG 2 b MOVE a ../b 1 c 1 c\n"
+                "ADD UNLINK /etc/passwd \nCLOSE")
+    world.write("/tmp/scripts/VestRUM-3.script", "MOVE a b 2 c 3 UNLINK\nUNLINK c\n")
+    said = world.shell(f"cd /tmp/work; {BIN}/sigtool --run-cdiff=/tmp/scripts --datadir=.; head a b; ls")
+    assert said == ("==> a <==\nMOVE a ../b 1 c 1 c\n\n==> b <==\nc\nUNLINK /etc/passwd \n"
+                    "COPYING\nVestRUM.info\nVestRUM.ndb\na\nb\n")
+
+
+def test_unpacking_leaves_out_scripts_of_the_container_only(world):
+    world.shell("rm -rf /tmp/*; mkdir /tmp/work; cd /tmp/work; echo own >own.script; ln -s ../outside x.txt")
+    names = ("VestRUM-1.script", ".script", "-r.script", "a b\n.script", "x.txt")
+    world.write("/tmp/c.cud", repacked(world.container(1), *(member(name, "OPEN a\n") for name in names)))
+    outcome = world.command("sh", "-c", f"cd /tmp/work && {BIN}/sigtool --unpack=../c.cud")
+    assert (outcome.status, outcome.stdout, outcome.stderr) == (0, "", "")
+    assert world.shell("cd /tmp; cat work/own.script; ls -A work; [ -e outside ] || stat -c %F work/x.txt") == (
+        "own\nCOPYING\nVestRUM.info\nVestRUM.ndb\nown.script\nx.txt\nregular file\n")
+    outcome = world.command(f"{BIN}/sigtool", "--unpack=/tmp/outside")
+    assert (outcome.status, outcome.stdout, world.shell("ls -A /tmp")) == (1, "", "c.cud\nwork\n")
+
+
+def write_scripts(world, folder, count):
+    """Signatures for `count` versions after the first, written as the publishing kit would; returns the definitions."""
+    info, text = world.shell("cd /tmp/1 && cat VestRUM.info"), world.path("/tmp/1/VestRUM.ndb").read_text("ascii")
+    header = info.split(":")
+    for version in range(2, count + 2):
+        line = f"Vestrum.Sample-{version}:0:*:{sample(version).encode().hex()}\n"
+        text += line
+        header[2] = str(version)
+        digest = hashlib.sha256(text.encode()).hexdigest()
+        world.write(f"{folder}/VestRUM-{version}.script", "OPEN VestRUM.info\n"
+                    f"XCHG 1 ClamAV {':'.join(header[:9]).splitlines()[0]}\n"
+                    f"XCHG 2 VestRUM.ndb VestRUM.ndb:{len(text)}:{digest}\nCLOSE\n"
+                    f"OPEN VestRUM.ndb\nADD {line}CLOSE\n")
+    return text
+
+
+# What an update run does with them, twenty times: 25 new versions in each.
+PATCH = """
+pack() {
+    tar -czf ../packed.tar.gz -- *
+    header=$(sed "1s/:X:X:/:$(md5sum ../packed.tar.gz | cut -c -32):X:/;q" VestRUM.info)
+    printf '%-512s' "$header" | cat - ../packed.tar.gz >"$1"
+}
+for run in $(seq 0 19); do
+    rm -rf /tmp/work /tmp/scripts; mkdir /tmp/work /tmp/scripts; cd /tmp/work
+    BIN/sigtool --unpack=/tmp/c.cud
+    for version in $(seq $((run * 25 + 2)) $((run * 25 + 26))); do cp /tmp/all/VestRUM-$version.script .; done
+    cp ./*.script /tmp/scripts
+    BIN/sigtool --run-cdiff=/tmp/scripts --datadir=.
+    pack /tmp/c.cud
+done
+mkdir /tmp/whole; cd /tmp/whole; cp ../work/COPYING ../VestRUM.ndb .
+SIGNDUSER=vendor /usr/bin/sigtool --build=VestRUM.cud --unsigned --cvd-version=501 --no-cdiff </dev/null >/dev/null
+cmp VestRUM.ndb /tmp/work/VestRUM.ndb
+rm -rf /tmp/work/*; cd /tmp/work; /usr/bin/sigtool --unpack=/tmp/whole/VestRUM.cud
+for version in $(seq 477 501); do cp /tmp/all/VestRUM-$version.script .; done
+tail -c +513 /tmp/c.cud | gzip -dc | wc -c
+tar -c -- * | wc -c
+"""
+
+
+def test_a_container_patched_500_times_is_no_larger_than_one_built_whole(world):
+    world.shell("rm -rf /tmp/*; mkdir /tmp/1; cp /srv/vendor/first.cud /tmp/c.cud; cd /tmp/1"
+                "; sigtool --unpack=../c.cud")
+    world.write("/tmp/VestRUM.ndb", write_scripts(world, "/tmp/all", 500))
+    patched, whole_with_last_scripts = map(int, world.shell(PATCH.replace("BIN", BIN)).split())
+    assert patched <= whole_with_last_scripts
