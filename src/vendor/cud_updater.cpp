@@ -43,19 +43,24 @@ struct Versions {
 
 enum class Outcome { upToDate, installed, wholeContainerNeeded };
 
-/// The folders of one update. The scripts' folder stands beside the work folder, not in it.
+/// The folders of one update. Those for scripts stand beside the work folder, not in it.
 struct Workplace {
   fs::path directory;
   fs::path scripts;
+  fs::path aside;  ///< scripts that the container itself brought
 
   [[nodiscard]] fs::path container() const { return directory / containerName; }
   [[nodiscard]] fs::path archive() const { return directory / archiveName; }
-  void remove() const { removeTree(directory); }
+  void remove() const {
+    for (const fs::path& folder : {directory, scripts, aside}) removeTree(folder);
+  }
 };
 
 Workplace workplaceIn(const fs::path& temporaryDirectory) {
   const fs::path directory = temporaryDirectory / "VestRUMdefs";
-  return {.directory = directory, .scripts = directory.string() + ".scripts"};
+  return {.directory = directory,
+          .scripts = directory.string() + ".scripts",
+          .aside = directory.string() + ".aside"};
 }
 
 std::string scriptedLink(std::string_view name) {
@@ -88,12 +93,36 @@ bool makeWorkplace(const RunContext& context, const Workplace& work) {
   return false;
 }
 
+/// The installed container is unsigned and lies in a folder of "clamav"'s. What it calls a script
+/// must be out of the way when the fetched ones, which are verified, are collected by that name.
+bool setOwnScriptsAside(const Workplace& work) {
+  const auto names = namesIn(work.directory);
+  std::error_code error;
+  if (!names || !fs::create_directory(work.aside, error)) return false;
+  for (const std::string& name : *names) {
+    if (!name.ends_with(".script")) continue;
+    fs::rename(work.directory / name, work.aside / name, error);
+    if (error) return false;
+  }
+  return true;
+}
+
+/// They belong into the new archive; where one has a fetched script's name, that one does.
+void putOwnScriptsBack(const Workplace& work) {
+  std::error_code ignored;
+  for (const std::string& name : namesIn(work.aside).value_or(std::vector<std::string>{})) {
+    if (fileExists(work.directory / name)) continue;
+    fs::rename(work.aside / name, work.directory / name, ignored);
+  }
+  removeTree(work.aside);
+}
+
 bool unpackContainer(const RunContext& context, const Workplace& work) {
   const ToolResult unpacked =
       runTool({.executable = sigtoolPath(),
                .arguments = {fmt::format("--unpack={}", installedContainer())},
                .workingDirectory = work.directory});
-  if (unpacked.status == 0) return true;
+  if (unpacked.status == 0 && setOwnScriptsAside(work)) return true;
   printMessage(context, "Couldn't unpack cud file");
   return false;
 }
@@ -127,6 +156,7 @@ bool applyScripts(const Workplace& work) {
   // Copied, not moved: the scripts stay in the work folder and so in the new archive.
   runShellCommand(fmt::format("mkdir {0} && cp {1}/*.script {0}/", work.scripts.string(),
                               work.directory.string()));
+  putOwnScriptsBack(work);
   const ToolResult applied =
       runTool({.executable = sigtoolPath(),
                .arguments = {fmt::format("--run-cdiff={}", work.scripts.string()), "--datadir=."},
@@ -282,9 +312,7 @@ bool updateIncrementalDatabase(const RunContext& context, const VendorSession& s
 }
 
 void removeCudLeftovers(const VendorSession& session) {
-  const Workplace work = workplaceIn(session.temporaryDirectory);
-  work.remove();
-  removeTree(work.scripts);
+  workplaceIn(session.temporaryDirectory).remove();
 }
 
 }  // namespace tarnwick

@@ -1,0 +1,138 @@
+"""Somebody has become the user clamav: the databases and the unsigned container are theirs, nothing else may become."""
+
+import tarfile
+
+import pytest
+
+from testbed import BIN, DATA, PREFIX, member, repacked
+from testbed.transcripts import BANNER, FETCHED, FRESHCLAM, FULL, NEWER, SCRIPTS, SOUND, UNCHANGED
+
+SECRET = "/srv/secret"
+
+
+def outside(world, modes="%A"):
+    """Everything that root executes or believes, and what only root may read."""
+    watched = f"find /etc {BIN} {PREFIX}/etc /usr/local/bin {SECRET}"
+    return world.shell(rf"{watched} -exec stat -c '%N %U:%G {modes}' {{}} + | sort"
+                       rf"; {watched} -type f -exec sha256sum {{}} + | sort; find / -xdev -name pwned")
+
+
+def appending(line, file):
+    """A script in which MOVE puts a line at the end of a file anywhere."""
+    return f"OPEN bait\nADD {line}\nCLOSE\nMOVE bait ../../..{file} 1 {line} 1 {line}\n"
+
+
+OLD = NEWER.format(local=1, available=3)
+PATCHED = OLD + SCRIPTS + SOUND
+NOT_UNPACKED = OLD + "Couldn't unpack cud file\n" + FULL + FETCHED
+NOT_APPLIED = OLD + SCRIPTS + FULL + FETCHED
+NOT_PACKED = OLD + SCRIPTS + "Repackage failed\n" + FULL + FETCHED
+NO_HEADER = OLD + SCRIPTS + "Couldn't write header of new cud file\n" + FULL + FETCHED
+TO_PASSWD = appending("evil::0:0::/root:/bin/sh", "/etc/passwd")
+# What the attacker puts into the container, and what the run then says.
+CONTAINERS = {
+    "a script for later": ([member("VestRUM-999.script", TO_PASSWD)], PATCHED),
+    "a script for the next run": ([member("V-999.script", appending(">/srv/pwned", f"{BIN}/sigtool"))], PATCHED),
+    "a script in a fetched one's place": ([member("VestRUM-2.script", TO_PASSWD)], PATCHED),
+    "a script between two fetched ones": ([member("x-2.script", TO_PASSWD)], PATCHED),
+    "a script that the shell reads": ([member("$(touch pwned)\n`touch pwned`;-3.script", TO_PASSWD)], PATCHED),
+    "a script without a number": ([member(".script"), member("-rf.script"), member("*.script")], PATCHED),
+    "a link to where scripts are fetched": ([member("VestRUM-2.script", "", tarfile.SYMTYPE, SECRET)], NOT_UNPACKED),
+    "a hard link to where they are fetched": ([member("VestRUM-2.script", "", tarfile.LNKTYPE, SECRET)], NOT_UNPACKED),
+    "a pipe for a script": ([member("VestRUM-2.script", "", tarfile.FIFOTYPE)], NOT_UNPACKED),
+    "a link for the database": ([member("VestRUM.ndb", "", tarfile.SYMTYPE, SECRET)], NOT_UNPACKED),
+    "a folder": ([member("VestRUM-2.script/", "", tarfile.DIRTYPE)], NOT_UNPACKED),
+    "a path": ([member("../pwned", "x")], NOT_UNPACKED),
+    "the folder above": ([member("..", "x")], NOT_UNPACKED),
+    "options for tar": ([member("--checkpoint=1"), member("--checkpoint-action=exec=touch pwned")], NOT_PACKED),
+    "the names of the work": ([member("VestRUM.tar.gz", "x"), member("VestRUMdefs.scripts", "x")], PATCHED),
+    "no databases": ([member("VestRUM.ndb", "")], NOT_APPLIED),
+}
+
+
+@pytest.mark.parametrize("name", CONTAINERS)
+def test_containers(world, name):
+    members, said = CONTAINERS[name]
+    world.freshclam(0, 0)
+    world.install(1)
+    world.write(SECRET, "secret", 0o600)
+    world.write(f"{DATA}/VestRUM.cud", repacked(world.container(1), *members))
+    before = outside(world)
+    outcome = world.run()
+    assert outside(world) == before
+    assert (outcome.status, outcome.stdout) == (0, BANNER + said + UNCHANGED + FRESHCLAM)
+    # The next run meets what this one has made of it.
+    assert world.run().status == 0
+    assert (outside(world), world.litter()) == (before, "")
+
+
+def test_only_fetched_scripts_are_applied_and_all_are_kept(world):
+    """Whatever sigtool unpacks: this one leaves nothing out, as the vendor's own does not."""
+    world.freshclam(0)
+    world.install(1)
+    names = ("VestRUM-1.script", "VestRUM-2.script", "VestRUM-999.script")
+    own = [member(name, TO_PASSWD) for name in names]
+    world.write(f"{DATA}/VestRUM.cud", repacked(world.container(1), *own))
+    world.program("sigtool", "case $1 in --unpack*) exec /usr/bin/sigtool $1 ;; esac; ls -A ${1#*=} >/srv/applied\n"
+                  'exec /repository/packaging/linux/sigtool "$@"')
+    outcome = world.run()
+    assert outcome.stdout == BANNER + PATCHED + UNCHANGED + FRESHCLAM
+    assert world.log("/srv/applied") == "VestRUM-2.script\nVestRUM-3.script\n"
+    kept = world.shell(f"cd /srv; sigtool --unpack={DATA}/VestRUM.cud; grep -l passwd *.script; cmp VestRUM-2.script "
+                       "vendor/site/VestRUM2/Scripted/VestRUM-2.script; ls *.script")
+    assert kept == ("VestRUM-1.script\nVestRUM-999.script\nVestRUM-1.script\nVestRUM-2.script\nVestRUM-3.script\n"
+                    "VestRUM-999.script\n")
+
+
+# The builder's name in a header, which becomes a part of a command line.
+HEADERS = {"plain": ("x", PATCHED), "command": ("$(touch pwned)", NO_HEADER),
+           "old command": ("`touch pwned`", NO_HEADER), "quote": ('"; touch pwned; "', NO_HEADER),
+           "backslash at the cut": ("x" * 433 + "\\x", NO_HEADER)}
+
+
+@pytest.mark.parametrize("name", HEADERS)
+def test_headers_of_a_container_swapped_during_the_run(world, name):
+    text, said = HEADERS[name]
+    world.freshclam(0)
+    world.install(1)
+    # Ahead of every script, so that none of them changes the line that becomes the new header.
+    line = member("VestRUM.info", lambda old: old.replace(":1:1:", ":9:1:", 1).replace("vestrum", text, 1))
+    world.write("/srv/swapped.cud", repacked(world.container(1), line).replace(b":1:1:", b":9:1:", 1))
+    world.program("sigtool", f"case $1 in --unpack*) cp /srv/swapped.cud {DATA}/VestRUM.cud ;; esac\n"
+                  'exec /repository/packaging/linux/sigtool "$@"')
+    before = outside(world)
+    outcome = world.run()
+    assert (outcome.status, outcome.stdout) == (0, BANNER + said + UNCHANGED + FRESHCLAM)
+    assert (outside(world), world.litter()) == (before, "")
+
+
+# What the attacker puts into the database folder.
+FOLDERS = {
+    "a link for the definitions": "ln -sf {secret} Vestrum.database; ln -sf {secret} Vestrum.database.signature",
+    "a link for the container": "ln -sf {secret} VestRUM.cud",
+    "a link for an upstream database": "ln -sf {secret} main.cvd",
+    "a link to the configuration": "ln -sf {prefix}/etc/freshclam.conf VestRUM.cud",
+    "a pipe for the definitions": "rm V*; mkfifo Vestrum.database Vestrum.database.signature",
+    "a pipe for the container": "rm VestRUM.cud; mkfifo VestRUM.cud",
+    "pipes for upstream databases": "rm *.cvd; mkfifo main.cvd daily.cld bytecode.cvd",
+    "folders for everything": "rm -r *; mkdir -p VestRUM.cud/a Vestrum.database/a main.cvd/a mirrors.dat Vestrum.ndb/a",
+    "links to folders": "rm -r *; ln -s /etc VestRUM.cud; ln -s /etc Vestrum.database; ln -s /etc Vestrum.ndb"
+                        "; ln -s /etc .tarnwick-staged.abcdef",
+    "names for the shell": "touch -- '-R' '--reference=x' '$(touch pwned)' '; touch pwned' \"$(printf 'a\\nb')\"",
+}
+
+
+@pytest.mark.parametrize("name", FOLDERS)
+def test_database_folders(world, name):
+    world.freshclam(0, 0)
+    world.write(SECRET, "secret", 0o600)
+    # The repair of modes in this folder follows links, by its definition: it is not among what holds.
+    modes = "" if "link" in name else "%A"
+    before = outside(world, modes)
+    for arguments in ([], ["--remove-old-first"]):
+        world.shell(f"rm -rf {DATA}/*; touch {DATA}/main.cvd {DATA}/daily.cvd {DATA}/bytecode.cvd")
+        world.install(1)
+        world.shell(f"cd {DATA}; " + FOLDERS[name].format(secret=SECRET, prefix=PREFIX))
+        outcome = world.run(*arguments)
+        assert outcome.status in (0, 1) and "secret" not in outcome.stdout + outcome.stderr
+        assert outside(world, modes) == before
