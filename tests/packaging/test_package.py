@@ -7,7 +7,7 @@ import subprocess
 
 import pytest
 
-from testbed import DATA, PREFIX, REPOSITORY
+from testbed import BIN, DATA, PREFIX, REPOSITORY, TOOL
 from testbed.cache import made_once
 from testbed.world import EXECUTABLE
 
@@ -84,6 +84,29 @@ def test_what_stays_behind(package, script, left):
 def test_package_meets_debian_policy(package):
     done = run("lintian", "--allow-root", "--fail-on", "error,warning", package)
     assert (done.returncode, done.stdout) == (0, "")
+
+
+# As systemd lays it out for the unit: nothing can be written but what is named, and of that not what is named again.
+WALLS = """
+mkdir -p /var/lib/tarnwick
+for path in $WRITABLE; do [ ! -e "$path" ] || mount --bind "$path" "$path"; done
+for path in $READABLE; do mount --bind "$path" "$path"; done
+for path in / /usr/local $READABLE; do mount -o remount,bind,ro "$path"; done
+"""
+
+
+def test_a_run_needs_no_more_than_the_unit_gives_it(world):
+    unit = dict(line.split("=", 1) for line in (PACKAGING / "systemd/tarnwick.service").read_text().splitlines()
+                if re.match(r"\w+=", line))
+    world.program("freshclam", f"touch {PREFIX}/here {BIN}/there; echo mine >{BIN}/sigtool; true")
+    world.install(1)
+    world.shell(f"chown clamav {PREFIX}")
+    before = world.shell(f"cd {BIN}; md5sum *")
+    outcome = world.finish(world.start("unshare", "-m", "sh", "-euc", f"{WALLS}exec {TOOL}", env={
+        "WRITABLE": f"/tmp /var/lib/tarnwick {unit['ReadWritePaths'].replace(' -', ' ')}",
+        "READABLE": unit.get("ReadOnlyPaths", "").replace("-", "")}))
+    assert (outcome.status, world.version()) == (0, 3), outcome
+    assert world.shell(f"cd {BIN}; md5sum *; stat -c %U {PREFIX} {PREFIX}/here") == before + "root\nroot\n"
 
 
 def test_launchd_schedule():
