@@ -38,6 +38,28 @@ def test_the_prefix_is_laid_out_and_what_somebody_changed_is_kept(world):
     assert world.shell(LISTING) == LAID_OUT.replace("-> '/usr/bin/clamscan' lrwxrwxrwx", "-rwxr-xr-x")
 
 
+def test_what_root_executes_or_believes_becomes_its_own(world):
+    """Links are not followed, neither those that stay nor those that lie where something is written."""
+    world.shell(f"rm -rf {PREFIX}/* /srv/other; {PROVISION}; cd {PREFIX}; cp /bin/true bin/own; chmod 4777 bin/own"
+                "; mkdir bin/folder /srv/other; ln -s /srv/other bin/link; chmod g+w etc/*; rm etc/freshclam.conf"
+                "; ln -s /srv/other/file etc/freshclam.conf.new; touch /srv/other/file; chmod 666 /srv/other/file"
+                "; chown -hR clamav:clamav . /srv/other; chmod 777 . bin etc share")
+    others = "find /srv/other -exec stat -c '%N %A %U:%G %s' {} +"
+    before = world.shell(others)
+    names = ("bin/folder", "bin/freshclam", "bin/own", "bin/sigtool", "etc/freshclamBAK.conf",
+             "etc/freshclamCLEAN.conf")
+    said = world.shell(f"exec 3>>{BIN}/own; {PROVISION}; echo tampered >&3; cmp {BIN}/own /bin/true")
+    assert said == "".join(
+        f"{PREFIX}/{name} could be changed by others than root. Look at what it holds.\n" for name in names
+    ) + f"{PREFIX} is ready.\n"
+    own = ("'./bin/folder' drwxr-xr-x root:root\n", "'./bin/link' -> '/srv/other' lrwxrwxrwx root:root\n"
+           "'./bin/own' -rwxr-xr-x root:root\n")
+    laid_out = LAID_OUT.replace("'./bin/freshclam'", own[0] + "'./bin/freshclam'").replace(
+        "'./bin/sigtool'", own[1] + "'./bin/sigtool'")
+    assert (world.shell(LISTING), world.shell(others)) == (laid_out, before)
+    assert world.shell(PROVISION) == f"{PREFIX} is ready.\n"
+
+
 def test_provisioning_says_what_to_do_when_it_cannot(world):
     for command, message in ((f"setpriv --reuid=1 {PROVISION}", f"only root can lay out {PREFIX}; try: sudo {PROVISION}\n"),
                              (f"sed -i /clamav/d /etc/group; {PROVISION}", "there is no user and group clamav\n"
