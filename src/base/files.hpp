@@ -10,6 +10,10 @@ namespace tarnwick {
 /// Whether something is there, links followed. False too when that cannot be told.
 bool fileExists(const std::filesystem::path& path);
 
+/// Whether what the path leads to is root's and nobody else can write to it. False too when that
+/// cannot be told.
+bool belongsToRootAlone(const std::filesystem::path& path);
+
 /// The names in a folder, in the order in which the system lists them. None when it could not be
 /// read to its end.
 std::optional<std::vector<std::string>> namesIn(const std::filesystem::path& directory);

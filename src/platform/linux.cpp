@@ -15,6 +15,7 @@
 #include <system_error>
 
 #include "base/file_descriptor.hpp"
+#include "base/files.hpp"
 #include "base/text_rules.hpp"
 #include "platform/platform.hpp"
 #include "platform/property_list.hpp"
@@ -183,13 +184,10 @@ bool engineSignatureIsSound(const fs::path& engine) {
   std::error_code error;
   const fs::path resolved = fs::canonical(engine, error);
   if (error) return false;
-  constexpr mode_t writableByOthers = S_IWGRP | S_IWOTH;
   struct stat program {};
-  struct stat folder {};
   if (::stat(resolved.c_str(), &program) != 0) return false;
-  if (::stat(resolved.parent_path().c_str(), &folder) != 0) return false;
-  return S_ISREG(program.st_mode) && (program.st_mode & S_IXUSR) != 0 && program.st_uid == 0 &&
-         ((program.st_mode | folder.st_mode) & writableByOthers) == 0;
+  return S_ISREG(program.st_mode) && (program.st_mode & S_IXUSR) != 0 &&
+         belongsToRootAlone(resolved) && belongsToRootAlone(resolved.parent_path());
 }
 
 }  // namespace tarnwick::platform

@@ -106,6 +106,40 @@ def test_headers_of_a_container_swapped_during_the_run(world, name):
     assert (outside(world), world.litter()) == (before, "")
 
 
+# What of the prefix is not root's alone, and what the run's one line names.
+RIGHTS = {
+    "all in order": ("true", None),
+    "an owner that the run itself mends": ("chown clamav:clamav .", None),
+    "no prefix": ("rm -rf *; cd /; umount {prefix} 2>/dev/null || rm -r {prefix}", None),
+    "prefix": ("chmod g+w .", "{prefix}"),
+    "folders": ("chown clamav bin share; chmod o+w etc", "{prefix}/bin (and 2 more)"),
+    "program": ("chown clamav bin/sigtool", "{prefix}/bin/sigtool"),
+    "configurations": ("chmod g+w etc/*", "{prefix}/etc/freshclam.conf (and 2 more)"),
+    "link to their program": ("cp /bin/true /srv/scan; chown clamav /srv/scan; ln -sf /srv/scan bin/clamscan",
+                              "{prefix}/bin/clamscan"),
+    "link into their folder": ("install -d -o clamav /srv/their; cp /bin/true /srv/their/scan"
+                               "; ln -sf /srv/their/scan bin/clamscan", "{prefix}/bin/clamscan"),
+    "link to nothing": ("ln -s none bin/none", None),
+    "link that is theirs": ("chown -h clamav bin/clamscan", None),
+    "name of two lines": ("install -o clamav /bin/true \"bin/a$(printf '\\na')\"", "{prefix}/bin/a?a"),
+}
+
+
+@pytest.mark.parametrize("name", RIGHTS)
+def test_a_run_says_what_of_the_prefix_is_not_roots_alone(world, name):
+    prepare, named = RIGHTS[name]
+    world.freshclam(0)
+    world.install(3)
+    world.shell(f"cd {PREFIX}; {prepare.format(prefix=PREFIX)}")
+    said = [line for line in world.run().stderr.splitlines() if "provision" in line]
+    assert said == ([f"tarnwick: Others than root can change {named.format(prefix=PREFIX)}. Run provision, as root."]
+                    if named else [])
+    if named:
+        world.shell("/repository/packaging/linux/provision")
+        world.freshclam(0)
+        assert "provision" not in world.run().stderr
+
+
 # What the attacker puts into the database folder.
 FOLDERS = {
     "a link for the definitions": "ln -sf {secret} Vestrum.database; ln -sf {secret} Vestrum.database.signature",

@@ -8,6 +8,7 @@
 #include "base/prefix.hpp"
 #include "base/standard_streams.hpp"
 #include "driver/program/command_line.hpp"
+#include "driver/program/prefix_rights.hpp"
 #include "driver/program/run_lock.hpp"
 #include "driver/program/version_report.hpp"
 #include "driver/program/wipe.hpp"
@@ -58,6 +59,7 @@ void checkScanningEngine(const RunContext& context) {
 /// Everything before the command line is read: none of it is quiet, none of it is logged.
 bool prepareRun(RunContext& context) {
   runShellCommand(fmt::format("chown root {}", inPrefix("")));
+  reportPrefixRights();
   fixDatabasePermissions(context);
   if (!waitForNetwork(context)) return false;
   context.mirrorHost = settings::mirrorHost;
