@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cstdlib>
 #include <memory>
+#include <regex>
+#include <string_view>
 
 #include "platform/platform.hpp"
 
@@ -25,13 +27,21 @@ std::string formatted(const icu::DateFormat& format, UDate moment) {
   return result;
 }
 
+/// Whether a name has the form that locales have: language, script, region, code set, modifier.
+/// The library can crash at others, such as one with a language of twelve letters.
+bool isLocaleName(std::string_view name) {
+  constexpr std::size_t longest = 40;  // bounds the matching
+  static const std::regex form(
+      "[a-zA-Z]{2,3}(_[a-zA-Z]{4})?(_([a-zA-Z]{2}|[0-9]{3}))?(\\.[-_a-zA-Z0-9]+)?(@[a-zA-Z0-9]+)?");
+  return name.size() <= longest && std::regex_match(name.begin(), name.end(), form);
+}
+
 /// The locale for dates, by the order in which POSIX reads the environment.
 icu::Locale dateLocale() {
   for (const char* const variable : {"LC_ALL", "LC_TIME", "LANG"}) {
     const char* const name = std::getenv(variable);  // NOLINT(concurrency-mt-unsafe)
     if (name == nullptr || *name == '\0') continue;
-    const std::string_view known(name);
-    if (known == "C" || known == "POSIX" || known.starts_with("C.")) break;
+    if (!isLocaleName(name)) break;  // "C" and "POSIX" among them
     return icu::Locale::createCanonical(name);
   }
   return icu::Locale::createCanonical("en_US_POSIX");

@@ -11,7 +11,8 @@ namespace tarnwick::platform {
 /// passed over, and a text that is no such property list holds nothing.
 Preferences parsePropertyList(std::string_view xml);
 
-/// The XML property list that holds these texts.
+/// The XML property list that holds these texts, but for those that would not come back as they
+/// are: with control characters, or not UTF-8.
 std::string formatPropertyList(const Preferences& values);
 
 }  // namespace tarnwick::platform

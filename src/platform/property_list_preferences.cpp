@@ -2,6 +2,7 @@
 #include <plist/plist.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <fstream>
@@ -9,6 +10,7 @@
 #include <sstream>
 
 #include "base/durable_file.hpp"
+#include "base/text_rules.hpp"
 #include "platform/platform.hpp"
 #include "platform/property_list.hpp"
 
@@ -41,13 +43,26 @@ void takeText(Preferences& values, const char* key, plist_t item) {
   if (text != nullptr) values.insert_or_assign(key, text);
 }
 
+/// Whether the library can hold this text and give it back as it was: XML has no place for most
+/// control characters, and line ends of its own.
+bool comesBackAsItIs(std::string_view text) {
+  const auto isControl = [](unsigned char c) { return (c < ' ' && c != '\t') || c == 0x7F; };
+  return textFromUtf8(text) && std::ranges::none_of(text, isControl);
+}
+
+/// The library aborts at a NUL byte within a text, and reads past its tables for an odd date.
+bool canBeParsed(std::string_view xml) {
+  // A state of ours is far smaller; the library's recursion does not bear every size.
+  constexpr std::size_t largest = 65536;
+  return !xml.empty() && xml.size() <= largest && xml.find('\0') == std::string_view::npos &&
+         xml.find("<date") == std::string_view::npos;
+}
+
 }  // namespace
 
 Preferences parsePropertyList(std::string_view xml) {
   Preferences values;
-  // A state of ours is far smaller; the library's recursion does not bear every size.
-  constexpr std::size_t largest = 65536;
-  if (xml.empty() || xml.size() > largest) return values;
+  if (!canBeParsed(xml)) return values;
   plist_t parsed = nullptr;
   plist_from_xml(xml.data(), static_cast<std::uint32_t>(xml.size()), &parsed);
   const Node root(parsed);
@@ -68,6 +83,7 @@ Preferences parsePropertyList(std::string_view xml) {
 std::string formatPropertyList(const Preferences& values) {
   const Node root(plist_new_dict());
   for (const auto& [key, value] : values) {
+    if (!comesBackAsItIs(key) || !comesBackAsItIs(value)) continue;
     plist_dict_set_item(root.get(), key.c_str(), plist_new_string(value.c_str()));
   }
   char* text = nullptr;

@@ -144,7 +144,8 @@ def test_container_headers(world, header, local):
 
 @pytest.mark.parametrize("content", [
     b"", b"nonsense", b"\xff\xfe\0", b"<plist><dict><key>a</key></dict>", b"bplist00" + b"\xff" * 40,
-    b"<plist version='1.0'><array/></plist>", b"<" * 3_000_000, None], ids=range(8))
+    b"<plist version='1.0'><array/></plist>", b"<" * 3_000_000, None,
+    b"<plist version='1.0'><dict><key>a</key><string>torn\0\0</string></dict></plist>"], ids=range(9))
 def test_state_files(world, content):
     world.freshclam(0)
     world.install(3)
@@ -156,6 +157,16 @@ def test_state_files(world, content):
     assert (outcome.status, outcome.stdout) == (1, BANNER + CURRENT + INSTALLED + FRESHCLAM)
     if content is not None:
         assert world.state() == {"database-Last-Modified": world.modified("Vestrum.database")}
+
+
+@pytest.mark.parametrize("modified, remembered", [("a\tb <&> é ]]>", True), ("Sun, \x01 Nov", False)])
+def test_dates_come_back_as_they_were_sent(world, modified, remembered):
+    world.freshclam(0, 0)
+    world.install(3)
+    world.servers.answer(DATABASE.replace("GET", "HEAD"), headers=[f"Last-Modified: {modified}"], length=108)
+    for said in (INSTALLED, UNCHANGED if remembered else INSTALLED):
+        assert world.run(env={"LANG": "abcdefghijkl"}).stdout == BANNER + CURRENT + said + FRESHCLAM
+        assert world.state() == ({"database-Last-Modified": modified} if remembered else {})
 
 
 @pytest.mark.parametrize("content, version", [

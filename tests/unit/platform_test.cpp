@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cstdlib>
 #include <limits>
+#include <regex>
 
 #include "platform/property_list.hpp"
 #include "scratch.hpp"
@@ -21,11 +23,41 @@ TEST(Dates, FollowUnicodePatterns) {
   }
 }
 
+TEST(Dates, FollowNoLocaleThatIsNone) {
+  const std::string english = "[A-Z][a-z]{2} [0-9]+, 20[0-9]{2}, [0-9:]+.+[AP]M";
+  const std::string german = "[0-9.]{10}, [0-9:]{8}";
+  const std::pair<std::string, std::string> cases[] = {
+      {"", english},
+      {"POSIX", english},
+      {"C.UTF-8", english},
+      {"en_US.UTF-8", english},
+      {"de", german},
+      {"de_DE.UTF-8", german},
+      {"de_Latn_DE@euro", german},
+      {"abcdefghijkl", english},
+      {"de_DE_" + std::string(200, 'A'), english},
+      {"de.UTF-8@" + std::string(200, 'a'), english},
+      {"../../de", english},
+  };
+  for (const auto& [name, expected] : cases) {
+    ::setenv("LC_ALL", name.c_str(), 1);
+    EXPECT_TRUE(std::regex_match(currentDateAndTime(), std::regex(expected)))
+        << name << ": " << currentDateAndTime();
+  }
+  ::unsetenv("LC_ALL");
+}
+
 TEST(PropertyLists, ComeBackAsTheyWere) {
   const Preferences values{{"database-Last-Modified", "Sun, 15 Nov 2026 22:58:00 GMT"},
-                           {"<&>", "a\"b'c <é> &amp;"}};
+                           {"<&>", "a\"b'c <é> &amp; ]]>\t "}};
   EXPECT_EQ(parsePropertyList(formatPropertyList(values)), values);
   EXPECT_EQ(parsePropertyList(formatPropertyList({})), Preferences());
+  // What would not is not stored, and the rest is.
+  for (const std::string& text :
+       {std::string("a\0b", 3), std::string("\xFF"), std::string("\r"), std::string("a\x1B")}) {
+    const Preferences mixed{{"key", text}, {text, "value"}, {"sound", "value"}};
+    EXPECT_EQ(parsePropertyList(formatPropertyList(mixed)), Preferences({{"sound", "value"}}));
+  }
 }
 
 TEST(PropertyLists, HoldNothingWhereTheyCannotBeRead) {
@@ -36,7 +68,10 @@ TEST(PropertyLists, HoldNothingWhereTheyCannotBeRead) {
   const std::string deep(200000, '<');
   for (const std::string_view text :
        {std::string_view("\0\xFF\x01", 3), std::string_view("bplist00"), std::string_view(deep),
-        std::string_view("<plist><dict><key>k</key><integer>1</integer></dict></plist>")}) {
+        std::string_view("<plist><dict><key>k</key><integer>1</integer></dict></plist>"),
+        std::string_view(
+            "<plist><dict><key>k</key><date>2026-00-01T00:00:00Z</date></dict></plist>"),
+        std::string_view("<plist><dict><key>k</key><string>a\0b</string></dict></plist>", 59)}) {
     EXPECT_TRUE(parsePropertyList(text).empty()) << text.substr(0, 60);
   }
 }
