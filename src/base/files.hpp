@@ -18,6 +18,11 @@ bool belongsToRootAlone(const std::filesystem::path& path);
 /// read to its end.
 std::optional<std::vector<std::string>> namesIn(const std::filesystem::path& directory);
 
+/// A path at which nobody can ever make anything, for a folder that could not be made where it was
+/// wanted; and the path where it was wanted, or the very path that is given.
+std::filesystem::path unmakeablePath(const std::filesystem::path& wanted);
+std::filesystem::path wantedPath(const std::filesystem::path& path);
+
 /// Deletes a file or a folder with all it holds. A missing one and every error are ignored.
 void removeTree(const std::filesystem::path& path);
 

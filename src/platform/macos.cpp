@@ -19,6 +19,7 @@
 #include <sstream>
 #include <type_traits>
 
+#include "base/files.hpp"
 #include "platform/platform.hpp"
 
 extern char** environ;
@@ -83,13 +84,12 @@ std::string operatingSystemVersion() {
 fs::path makeTemporaryDirectory() {
   std::array<char, 1024> parent{};  // PATH_MAX here
   const std::size_t length = ::confstr(_CS_DARWIN_USER_TEMP_DIR, parent.data(), parent.size());
-  if (length > 0 && length <= parent.size()) {
-    const fs::path usual = fs::path(parent.data()) / "tarnwick";
-    if (::mkdir(usual.c_str(), 0700) == 0 || errno == EEXIST) return usual;
-  }
+  const bool known = length > 0 && length <= parent.size();
+  const fs::path usual = fs::path(known ? parent.data() : "/tmp") / "tarnwick";
+  if (known && (::mkdir(usual.c_str(), 0700) == 0 || errno == EEXIST)) return usual;
   std::string spare = "/tmp/tarnwick-XXXXXX";
-  // A path that nothing can be made at, rather than a name that others can guess.
-  return ::mkdtemp(spare.data()) != nullptr ? spare : "/dev/null/tarnwick";
+  // Nothing at all, rather than a name that others can guess.
+  return ::mkdtemp(spare.data()) != nullptr ? fs::path(spare) : unmakeablePath(usual);
 }
 
 void releaseTemporaryDirectory(const fs::path& directory) {

@@ -18,7 +18,8 @@ namespace tarnwick::platform {
 std::string operatingSystemVersion();
 
 /// A folder of our own for this run's temporary files: closed to other users, and found again by
-/// the next run, so that what a killed run left there can be swept.
+/// the next run, so that what a killed run left there can be swept. Where none can be made, the
+/// unmakeablePath of the one that was wanted.
 std::filesystem::path makeTemporaryDirectory();
 
 /// Removes the folder if it is empty and was made by makeTemporaryDirectory.

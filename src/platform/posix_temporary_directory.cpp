@@ -50,8 +50,8 @@ fs::path makeTemporaryDirectory() {
   ::mkdir(usual.c_str(), 0700);
   if (isOursAlone(usual)) return usual;
   std::string spare = usual.string() + "-XXXXXX";
-  // A path that nothing can be made at, rather than a folder that may be somebody else's.
-  return ::mkdtemp(spare.data()) != nullptr ? fs::path(spare) : "/dev/null/tarnwick";
+  // Nothing at all, rather than a folder that may be somebody else's.
+  return ::mkdtemp(spare.data()) != nullptr ? fs::path(spare) : unmakeablePath(usual);
 }
 
 void releaseTemporaryDirectory(const fs::path& directory) {

@@ -85,7 +85,7 @@ std::int64_t availableVersion(const RunContext& context, const VendorSession& se
 }
 
 bool makeWorkplace(const RunContext& context, const Workplace& work) {
-  printMessage(context, "currentTempDir: {}", work.directory.string());
+  printMessage(context, "currentTempDir: {}", wantedPath(work.directory).string());
   work.remove();
   std::error_code error;
   if (fs::create_directories(work.directory, error)) return true;

@@ -250,6 +250,20 @@ def test_bad_machines(world, name):
         assert f"DatabaseMirror {UPSTREAM}\n" in world.log(CONFIGURATION) and world.litter() == ""
 
 
+@pytest.mark.parametrize("folder, spoil", [
+    ("/none", "true"), ("/tmp", "mount -t tmpfs -o ro,mode=1777 tmp /tmp"),
+    ("/tmp", "ln -s /srv /tmp/tarnwick-0; mount --bind /tmp /tmp; mount -o remount,bind,ro /tmp")])
+def test_a_temporary_folder_that_cannot_be_made(world, folder, spoil):
+    world.freshclam(0)
+    world.install(1)
+    world.shell(spoil)
+    outcome = world.run(env={"TMPDIR": folder})
+    said = NEWER.format(local=1, available=3).replace("/tmp/", f"{folder}/") + "Couldn't create temp dir\n" + FULL
+    assert (outcome.stdout, outcome.stderr) == (
+        BANNER + said + "Failed to download and/or verify VestRUM.cud\n" + UNCHANGED + FRESHCLAM, TRANSFER)
+    assert not world.path("/srv/VestRUMdefs").exists()
+
+
 MEBIBYTE = 1 << 20
 
 
