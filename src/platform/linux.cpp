@@ -170,11 +170,6 @@ pid_t forkInSignalHandler() {
   return ::_Fork();
 }
 
-// A link stays a link: the file that it leads to is edited.
-std::string_view inPlaceEditCommand() {
-  return "sed -i --follow-symlinks";
-}
-
 std::string unzipCommand(const fs::path& archive, const fs::path& directory) {
   // On a full disk it would ask whether to go on.
   return fmt::format("unzip -o -q {} -d {} </dev/null", archive.string(), directory.string());

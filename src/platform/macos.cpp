@@ -225,6 +225,23 @@ std::string_view inPlaceEditCommand() {
   return "sed -i ''";
 }
 
+// This sed puts the name of the edited file into that of its temporary one: it needs no note.
+void beginInPlaceEdits(const fs::path& /*file*/) {}
+
+void endInPlaceEdits() {}
+
+void removeUnfinishedEdits(const fs::path& file) {
+  constexpr std::string_view start = ".!";
+  const std::string end = "!" + file.filename().string();
+  for (const std::string& name : namesIn(file.parent_path()).value_or(std::vector<std::string>{})) {
+    if (name.size() <= start.size() + end.size()) continue;
+    if (!name.starts_with(start) || !name.ends_with(end)) continue;
+    const std::string process = name.substr(start.size(), name.size() - start.size() - end.size());
+    const bool isNumber = process.find_first_not_of("0123456789") == std::string::npos;
+    if (isNumber) ::unlink((file.parent_path() / name).c_str());
+  }
+}
+
 std::string unzipCommand(const fs::path& archive, const fs::path& directory) {
   return fmt::format("ditto -xk {} {}", archive.string(), directory.string());
 }

@@ -65,6 +65,14 @@ std::string currentDateAndTime();
 /// quoted script, a blank and the file.
 std::string_view inPlaceEditCommand();
 
+/// To be called before and after such commands on a file: what they leave when they are killed can
+/// then be told from other people's files.
+void beginInPlaceEdits(const std::filesystem::path& file);
+void endInPlaceEdits();
+
+/// Removes what edits of this file left when they were killed, and nothing that may be another's.
+void removeUnfinishedEdits(const std::filesystem::path& file);
+
 /// The shell command that unpacks a zip archive into a folder, overwriting. Its status is 0 when
 /// all of it was unpacked.
 std::string unzipCommand(const std::filesystem::path& archive,

@@ -1,14 +1,11 @@
 #include "upstream/freshclam_configuration.hpp"
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <array>
-#include <filesystem>
 #include <string>
 #include <string_view>
 
-#include "base/files.hpp"
 #include "base/prefix.hpp"
 #include "driver/run/commands.hpp"
 #include "platform/platform.hpp"
@@ -69,29 +66,17 @@ std::array<Substitution, 5> towardUpstreamMirror() {
 
 void switchFreshclamMirror(const RunContext& context, bool towardVendor) {
   const auto substitutions = towardVendor ? towardVendorMirror(context) : towardUpstreamMirror();
+  platform::beginInPlaceEdits(configuration());
   for (const auto& [from, to] : substitutions) {
     // Not escaped: a dot in a host matches any character.
     runShellCommand(fmt::format("{} 's/{}/{}/g' {}", platform::inPlaceEditCommand(), from, to,
                                 configuration()));
   }
-}
-
-void removeUnfinishedEdits() {
-  constexpr std::string_view prefix = "sed";
-  constexpr std::size_t nameLength = prefix.size() + 6;  // sed's own temporary names
-  namespace fs = std::filesystem;
-  const fs::path folder = fs::path(configuration()).parent_path();
-  for (const std::string& name : namesIn(folder).value_or(std::vector<std::string>{})) {
-    const bool isTemporary =
-        name.starts_with(prefix) && name.size() == nameLength &&
-        name.find('.') == std::string::npos &&
-        name.find_first_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789") != std::string::npos;
-    if (isTemporary) ::unlink((folder / name).c_str());
-  }
+  platform::endInPlaceEdits();
 }
 
 void prepareFreshclamConfiguration(const RunContext& context) {
-  removeUnfinishedEdits();
+  platform::removeUnfinishedEdits(configuration());
   switchFreshclamMirror(context, true);
   // A fixed path: it does not follow the data directory.
   runShellCommand(fmt::format("rm -f {}/mirrors.dat", fixedDatabaseDirectory()));

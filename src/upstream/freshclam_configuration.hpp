@@ -9,9 +9,6 @@ namespace tarnwick {
 /// checked or reported.
 void switchFreshclamMirror(const RunContext& context, bool towardVendor);
 
-/// Removes what an in-place edit left beside the configuration when its run was killed.
-void removeUnfinishedEdits();
-
 /// Points `freshclam` at the vendor's mirror for this run and removes its memory of mirrors.
 void prepareFreshclamConfiguration(const RunContext& context);
 

@@ -163,6 +163,30 @@ def test_killed_at_every_step(world, way):
     assert status == 1 and step > 50
 
 
+@pytest.mark.parametrize("edit", ["s/#MaxAttempts 5", "s/DatabaseMirror mirror"])
+def test_killed_while_the_configuration_is_edited(world, edit):
+    """sed leaves a temporary file then, under a name that an administrator's file can have too."""
+    quick(world)
+    etc, mine = f"{PREFIX}/etc", "sedBackup sed-conf1 sedOld123"
+    world.shell(f"cd {etc}; mkdir real; mv freshclam.conf real; ln -s real/freshclam.conf .; touch {mine}; cd real; "
+                f"touch {mine}")
+    world.write("/srv/sed", f"""#!/bin/sh
+case $* in *'{edit}'*) mktemp -p {etc}/real sedXXXXXX; kill -KILL $(pidof tarnwick) ;; esac
+/srv/real-sed "$@"
+""", 0o755)
+    world.shell("cp /usr/bin/sed /srv/real-sed; mount --bind /srv/sed /usr/bin/sed")
+    before = world.shell(f"cd {etc}; ls . real")
+    assert world.run().status == -9
+    world.shell("umount /usr/bin/sed")
+    assert len(world.shell(f"cd {etc}; ls . real")) == len(before) + len("sedXXXXXX\n")
+    world.shell(f"cd {etc}; touch -d '1 minute' sedAfter1 real/sedAfter1")
+    assert world.run().status == 0
+    world.shell(f"cd {etc}; rm sedAfter1 real/sedAfter1")
+    assert (world.shell(f"cd {etc}; ls . real"), world.shell("ls /var/lib/tarnwick | grep -vc plist || true")) == (
+        before, "0\n")
+    assert world.log(CONFIGURATION) == world.log(f"{etc}/freshclamBAK.conf")
+
+
 def test_what_is_remembered_is_on_the_disk_before(world):
     """A power cut between any two of these leaves something that the next run makes good."""
     quick(world)

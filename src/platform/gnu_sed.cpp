@@ -1,0 +1,89 @@
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <fstream>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "base/durable_file.hpp"
+#include "base/files.hpp"
+#include "platform/platform.hpp"
+
+namespace tarnwick::platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Stands while edits are under way: the folder in which they happen, then the names in it that
+// look like a temporary file of sed's and are none.
+constexpr auto noteOfEdits = "/var/lib/tarnwick/edits";
+
+/// "sed" and six letters or digits, which an administrator's file can be called too.
+bool looksTemporary(const std::string& name) {
+  constexpr std::string_view prefix = "sed";
+  constexpr std::size_t randomCharacters = 6;
+  return name.starts_with(prefix) && name.size() == prefix.size() + randomCharacters &&
+         std::all_of(name.begin(), name.end(),
+                     [](unsigned char c) { return c < 0x80 && std::isalnum(c) != 0; });
+}
+
+std::vector<std::string> linesOf(const fs::path& file) {
+  std::vector<std::string> lines;
+  std::ifstream stream(file);
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  return lines;
+}
+
+/// Whether a file is ours alone and was written to while those edits can have been under way.
+bool wasWrittenDuring(const struct stat& edits, const fs::path& path) {
+  constexpr time_t longest = 10;  // seconds; all edits together take a few hundredths of one
+  struct stat file {};
+  if (::lstat(path.c_str(), &file) != 0) return false;
+  const auto moment = [](const timespec& time) { return std::pair(time.tv_sec, time.tv_nsec); };
+  return S_ISREG(file.st_mode) && file.st_uid == ::geteuid() && file.st_nlink == 1 &&
+         moment(file.st_mtim) >= moment(edits.st_mtim) &&
+         file.st_mtim.tv_sec <= edits.st_mtim.tv_sec + longest;
+}
+
+}  // namespace
+
+// A link stays a link: the file that it leads to is edited.
+std::string_view inPlaceEditCommand() {
+  return "sed -i --follow-symlinks";
+}
+
+// sed makes its temporary file beside the one that it edits, where a link has been followed to.
+void beginInPlaceEdits(const fs::path& file) {
+  std::error_code error;
+  const fs::path folder = fs::canonical(file, error).parent_path();
+  if (error) return;
+  std::string note = folder.string() + '\n';
+  for (const std::string& name : namesIn(folder).value_or(std::vector<std::string>{})) {
+    if (looksTemporary(name)) note += name + '\n';
+  }
+  writeFileWhole(noteOfEdits, note, 0600);
+}
+
+void endInPlaceEdits() {
+  ::unlink(noteOfEdits);
+}
+
+void removeUnfinishedEdits(const fs::path& /*file*/) {
+  struct stat edits {};
+  const std::vector<std::string> note = linesOf(noteOfEdits);
+  if (note.empty() || ::stat(noteOfEdits, &edits) != 0) return;
+  const fs::path folder = note.front();
+  for (const std::string& name : namesIn(folder).value_or(std::vector<std::string>{})) {
+    const bool wasThere = std::find(note.begin() + 1, note.end(), name) != note.end();
+    if (looksTemporary(name) && !wasThere && wasWrittenDuring(edits, folder / name)) {
+      ::unlink((folder / name).c_str());
+    }
+  }
+  endInPlaceEdits();
+}
+
+}  // namespace tarnwick::platform
