@@ -85,9 +85,10 @@ std::vector<unsigned char> derOfPublicKeyText(std::string_view keyText) {
   while (kept.starts_with('\n')) kept.remove_prefix(1);
   std::string joined;
   for (const std::string_view line : split(kept, '\n')) {
-    if (!joined.empty()) joined += '\n';
     joined += stripped(line, " \t");
+    joined += '\n';
   }
+  joined.pop_back();  // no line feed behind the last
   return decodeSignatureBase64(joined);
 }
 

@@ -31,6 +31,10 @@ TEST(SignatureBase64, EndsInItsOwnWay) {
     EXPECT_EQ(decodeSignatureBase64(text), expected) << text;
 }
 
+TEST(KeyText, KeepsTheEndsOfBlankLines) {
+  EXPECT_EQ(derOfPublicKeyText(" \n \n \n \n="), Decoded(6));  // room for five characters
+}
+
 /// Keys and signatures by the openssl command line, never by our own code.
 class DsaVerifier : public testing::Test {
  protected:
