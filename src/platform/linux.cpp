@@ -17,6 +17,7 @@
 #include "base/file_descriptor.hpp"
 #include "base/files.hpp"
 #include "base/text_rules.hpp"
+#include "platform/os_release.hpp"
 #include "platform/platform.hpp"
 #include "platform/property_list.hpp"
 
@@ -25,9 +26,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// The value of NAME=value in a file of shell assignments, quotes removed.
-std::string assignedValue(const char* file, std::string_view name) {
-  std::ifstream stream(file);
+/// The value of NAME=value among shell assignments, quotes removed.
+std::string assignedValue(std::istream& stream, std::string_view name) {
   for (std::string line; std::getline(stream, line);) {
     if (!line.starts_with(name) || line.size() <= name.size() || line[name.size()] != '=') continue;
     std::string value = line.substr(name.size() + 1);
@@ -39,6 +39,11 @@ std::string assignedValue(const char* file, std::string_view name) {
 
 }  // namespace
 
+std::string versionInRelease(std::istream& release) {
+  const std::string version = assignedValue(release, "VERSION_ID");
+  return version.empty() || !textFromUtf8(version) ? "unknown" : version;
+}
+
 std::string operatingSystemVersion() {
   constexpr auto systemVersion = "/System/Library/CoreServices/SystemVersion.plist";
   std::ifstream stream(systemVersion);
@@ -49,8 +54,8 @@ std::string operatingSystemVersion() {
     const auto found = values.find("ProductVersion");
     if (found != values.end()) return found->second;
   }
-  const std::string version = assignedValue("/etc/os-release", "VERSION_ID");
-  return version.empty() || !textFromUtf8(version) ? "unknown" : version;
+  std::ifstream release("/etc/os-release");
+  return versionInRelease(release);
 }
 
 namespace {

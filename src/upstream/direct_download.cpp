@@ -27,8 +27,6 @@ constexpr int upToDate = 0x100;         // raw status of exit 1
 constexpr std::array<std::size_t, 3> recordFields{1, 2, 7};
 constexpr std::size_t fewestRecordFields = 8;
 
-using RecordedVersions = std::array<std::int64_t, 3>;
-
 std::string containerOf(std::string_view name) {
   return fmt::format("{}.cvd", name);
 }
@@ -42,15 +40,6 @@ std::string downloadOf(std::string_view name) {
 
 bool isPresent(const RunContext& context, const std::string& fileName) {
   return fileExists(inDataDirectory(context, fileName));
-}
-
-std::optional<RecordedVersions> recordedVersions(std::string_view record) {
-  const std::vector<std::string_view> fields = split(record, ':');
-  if (fields.size() < fewestRecordFields) return std::nullopt;
-  RecordedVersions versions{};
-  std::ranges::transform(recordFields, versions.begin(),
-                         [&fields](std::size_t field) { return parseInteger(fields[field]); });
-  return versions;
 }
 
 void bringUpToDate(const RunContext& context, HttpClient& http, const RecordedVersions& versions) {
@@ -77,27 +66,39 @@ void removeUnfinishedDownloads(const RunContext& context) {
   }
 }
 
-bool databaseIsInstalled(const RunContext& context, std::string_view name) {
-  return isPresent(context, containerOf(name)) || isPresent(context, incrementalContainerOf(name));
+std::optional<RecordedVersions> recordedVersions(std::string_view record) {
+  const std::vector<std::string_view> fields = split(record, ':');
+  if (fields.size() < fewestRecordFields) return std::nullopt;
+  RecordedVersions versions{};
+  std::ranges::transform(recordFields, versions.begin(),
+                         [&fields](std::size_t field) { return parseInteger(fields[field]); });
+  return versions;
 }
 
-std::int64_t sigtoolVersion(const RunContext& context, const std::string& fileName) {
+std::int64_t versionInReport(std::string_view report) {
   std::int64_t version = -1;
-  const std::filesystem::path file = inDataDirectory(context, fileName);
-  // A named pipe in a database's place would keep sigtool, and so the run, waiting for ever.
-  std::error_code ignored;
-  if (fileExists(file) && !std::filesystem::is_regular_file(file, ignored)) return version;
-  const ToolResult result = runTool({.executable = sigtoolPath(),
-                                     .arguments = {"-i", file.string()},
-                                     .output = ToolOutput::captured});
-  const std::optional<std::string> text = textFromUtf8(result.output);
-  if (!text) return version;
-  for (const std::string_view line : split(*text, '\n')) {
+  for (const std::string_view line : split(report, '\n')) {
     // Exactly this label is taken off: a line "Version:7" without the blank reads as 0.
     if (line.starts_with("Version")) version = parseInteger(replaced(line, "Version: ", ""));
     if (line.starts_with("ERROR: ")) return -1;
   }
   return version;
+}
+
+bool databaseIsInstalled(const RunContext& context, std::string_view name) {
+  return isPresent(context, containerOf(name)) || isPresent(context, incrementalContainerOf(name));
+}
+
+std::int64_t sigtoolVersion(const RunContext& context, const std::string& fileName) {
+  const std::filesystem::path file = inDataDirectory(context, fileName);
+  // A named pipe in a database's place would keep sigtool, and so the run, waiting for ever.
+  std::error_code ignored;
+  if (fileExists(file) && !std::filesystem::is_regular_file(file, ignored)) return -1;
+  const ToolResult result = runTool({.executable = sigtoolPath(),
+                                     .arguments = {"-i", file.string()},
+                                     .output = ToolOutput::captured});
+  const std::optional<std::string> text = textFromUtf8(result.output);
+  return text ? versionInReport(*text) : -1;
 }
 
 bool databaseNeedsUpdate(const RunContext& context, std::string_view name, std::int64_t available) {

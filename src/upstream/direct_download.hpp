@@ -19,6 +19,15 @@ inline constexpr std::array<std::string_view, 3> databaseNames{"main", "daily", 
 /// one whose download had version 0.
 void removeUnfinishedDownloads(const RunContext& context);
 
+/// A version for each of databaseNames.
+using RecordedVersions = std::array<std::int64_t, databaseNames.size()>;
+
+/// The versions in a mirror's version record; none when it has too few fields.
+std::optional<RecordedVersions> recordedVersions(std::string_view record);
+
+/// The version in what `sigtool -i` printed; -1 when it named none, or an error.
+std::int64_t versionInReport(std::string_view report);
+
 /// Whether the data directory holds the database, as a ".cvd" or as a ".cld".
 bool databaseIsInstalled(const RunContext& context, std::string_view name);
 

@@ -80,8 +80,7 @@ std::int64_t availableVersion(const RunContext& context, const VendorSession& se
   const std::string_view text = body ? trimmed(*body) : std::string_view();
   if (text.empty()) return 0;
   printMessage(context, "version number {}", text);
-  const std::vector<std::string_view> fields = split(text, ':');
-  return fields.size() > 1 ? parseInteger(fields[1]) : 0;
+  return versionInText(text);
 }
 
 bool makeWorkplace(const RunContext& context, const Workplace& work) {
@@ -297,6 +296,11 @@ bool updateByWholeContainer(const RunContext& context, const VendorSession& sess
 }
 
 }  // namespace
+
+std::int64_t versionInText(std::string_view text) {
+  const std::vector<std::string_view> fields = split(text, ':');
+  return fields.size() > 1 ? parseInteger(fields[1]) : 0;
+}
 
 bool updateIncrementalDatabase(const RunContext& context, const VendorSession& session) {
   const Workplace work = workplaceIn(session.temporaryDirectory);

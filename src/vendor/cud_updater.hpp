@@ -1,5 +1,8 @@
 #pragma once
 
+#include <cstdint>
+#include <string_view>
+
 #include "driver/run/run_context.hpp"
 #include "vendor/vendor_session.hpp"
 
@@ -9,6 +12,9 @@ namespace tarnwick {
 /// when that cannot be done. True when this call installed a container; a whole container that
 /// passed its test counts as installed even where it could not be moved into place.
 bool updateIncrementalDatabase(const RunContext& context, const VendorSession& session);
+
+/// The version in the text that the vendor publishes it in; 0 when there is none.
+std::int64_t versionInText(std::string_view text);
 
 /// Removes the work folders that a killed run left behind.
 void removeCudLeftovers(const VendorSession& session);
