@@ -1,4 +1,10 @@
 option(TARNWICK_SANITIZERS "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
+option(TARNWICK_FUZZERS "Build the fuzz targets; wants clang, and the sanitizers on" OFF)
+
+if(TARNWICK_FUZZERS)
+  # Lets the targets see which input reached what.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
 
 # The program runs as root: position-independent, read-only relocations, checked library calls.
 add_library(tarnwick_code_generation INTERFACE)

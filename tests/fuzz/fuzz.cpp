@@ -1,0 +1,101 @@
+#include "fuzz.hpp"
+
+#include <sys/mman.h>
+#include <unicode/utf8.h>
+#include <unistd.h>
+
+#include <bitset>
+#include <cstdio>
+#include <cstdlib>
+#include <sstream>
+
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
+  tarnwick::fuzz::tryInput({reinterpret_cast<const char*>(data), size});
+  return 0;
+}
+
+namespace tarnwick::fuzz {
+
+void require(bool kept, const char* promise) {
+  if (kept) return;
+  std::fprintf(stderr, "A promise was not kept: %s\n", promise);
+  std::abort();
+}
+
+std::vector<std::string> textsIn(std::string_view input, std::size_t count) {
+  std::vector<std::string> texts = splitByModel(input, '~');
+  texts.resize(count);
+  return texts;
+}
+
+std::string fileWith(std::string_view content) {
+  static const int file = ::memfd_create("input", MFD_CLOEXEC);
+  require(::ftruncate(file, 0) == 0, "the file is empty");
+  require(::pwrite(file, content.data(), content.size(), 0) >= 0, "the file is written");
+  return "/proc/self/fd/" + std::to_string(file);
+}
+
+Bytes decodedByModel(std::string_view base64) {
+  constexpr std::string_view alphabet =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string bits;
+  for (const char c : base64) {
+    const std::size_t value = alphabet.find(c);
+    if (value != std::string_view::npos) bits += std::bitset<6>(value).to_string();
+  }
+  if (bits.empty()) return Bytes((base64.size() + 3) / 4 * 3);  // zeros, as many as had room
+  Bytes bytes;
+  for (std::size_t i = 0; i + 8 <= bits.size(); i += 8) {
+    bytes.push_back(static_cast<unsigned char>(std::bitset<8>(bits, i, 8).to_ulong()));
+  }
+  // Junk behind the last full group costs a byte.
+  if (bits.size() % 24 == 0 && alphabet.find(base64.back()) == alphabet.npos) bytes.pop_back();
+  return bytes;
+}
+
+Bytes keyByModel(std::string_view pem) {
+  std::string body = withoutByModel(withoutByModel(pem, "-"), "BEGIN PUBLIC KEY");
+  body = withoutByModel(body, "END PUBLIC KEY");
+  while (body.ends_with('\n')) body.pop_back();
+  while (body.starts_with('\n')) body.erase(0, 1);
+  std::string joined;
+  for (std::string line : splitByModel(body, '\n')) {
+    while (line.ends_with(' ') || line.ends_with('\t')) line.pop_back();
+    while (line.starts_with(' ') || line.starts_with('\t')) line.erase(0, 1);
+    joined += line + '\n';
+  }
+  joined.pop_back();
+  return decodedByModel(joined);
+}
+
+std::int64_t integerByModel(std::string_view text) {
+  return std::strtoll(std::string(text).c_str(), nullptr, 10);
+}
+
+std::vector<std::string> splitByModel(std::string_view text, char separator) {
+  std::istringstream stream(std::string(text) + separator);
+  std::vector<std::string> pieces;
+  for (std::string piece; std::getline(stream, piece, separator);) pieces.push_back(piece);
+  return pieces;
+}
+
+std::string withoutByModel(std::string_view text, std::string_view word) {
+  std::string rest(text);
+  for (auto at = rest.find(word); at != rest.npos; at = rest.find(word, at)) {
+    rest.erase(at, word.size());
+  }
+  return rest;
+}
+
+std::optional<std::u32string> charactersByModel(std::string_view bytes) {
+  std::u32string characters;
+  for (std::size_t position = 0; position < bytes.size();) {
+    UChar32 character = 0;
+    U8_NEXT(bytes.data(), position, bytes.size(), character);
+    if (character < 0) return std::nullopt;
+    characters += static_cast<char32_t>(character);
+  }
+  return characters;
+}
+
+}  // namespace tarnwick::fuzz
