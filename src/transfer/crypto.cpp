@@ -32,35 +32,31 @@ const EVP_MD* implementationOf(DigestAlgorithm algorithm) {
 
 }  // namespace
 
-struct DigestState::Implementation {
-  const EVP_MD* algorithm;
-  DigestContext context;
+struct Digest::Implementation {
+  DigestContext context{EVP_MD_CTX_new()};
   bool failed = false;
 
   void note(int result) { failed = failed || result != 1; }
 };
 
-DigestState::DigestState(DigestAlgorithm algorithm)
-    : implementation_(std::make_unique<Implementation>(
-          Implementation{implementationOf(algorithm), DigestContext(EVP_MD_CTX_new())})) {}
-
-DigestState::~DigestState() = default;
-
-void DigestState::reset() {
+Digest::Digest(DigestAlgorithm algorithm) : implementation_(std::make_unique<Implementation>()) {
   implementation_->note(
-      EVP_DigestInit_ex(implementation_->context.get(), implementation_->algorithm, nullptr));
+      EVP_DigestInit_ex(implementation_->context.get(), implementationOf(algorithm), nullptr));
 }
 
-void DigestState::update(const void* bytes, std::uint32_t length) {
-  implementation_->note(EVP_DigestUpdate(implementation_->context.get(), bytes, length));
+Digest::~Digest() = default;
+
+void Digest::update(std::span<const char> piece) {
+  implementation_->note(
+      EVP_DigestUpdate(implementation_->context.get(), piece.data(), piece.size()));
 }
 
-void DigestState::finish(unsigned char* output) {
-  implementation_->note(EVP_DigestFinal_ex(implementation_->context.get(), output, nullptr));
-}
-
-bool DigestState::hasFailed() const {
-  return implementation_->failed;
+std::optional<Bytes> Digest::finish() {
+  if (implementation_->failed) return std::nullopt;
+  EVP_MD_CTX* const context = implementation_->context.get();
+  Bytes digest(static_cast<std::size_t>(EVP_MD_CTX_get_size(context)));
+  if (EVP_DigestFinal_ex(context, digest.data(), nullptr) != 1) return std::nullopt;
+  return digest;
 }
 
 Bytes digestOf(DigestAlgorithm algorithm, std::string_view text) {

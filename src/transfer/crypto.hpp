@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <memory>
 #include <optional>
 #include <span>
@@ -15,20 +14,17 @@ using Bytes = std::vector<unsigned char>;
 
 enum class DigestAlgorithm { md5, sha1, sha512 };
 
-/// One digest in the making: reset, update any number of times, finish.
-class DigestState {
+/// The digest of what comes in pieces.
+class Digest {
  public:
-  explicit DigestState(DigestAlgorithm algorithm);
-  ~DigestState();
-  DigestState(const DigestState&) = delete;
-  DigestState& operator=(const DigestState&) = delete;
+  explicit Digest(DigestAlgorithm algorithm);
+  ~Digest();
+  Digest(const Digest&) = delete;
+  Digest& operator=(const Digest&) = delete;
 
-  void reset();
-  void update(const void* bytes, std::uint32_t length);
-  /// `output` has room for the algorithm's digest.
-  void finish(unsigned char* output);
-  /// Whether the library refused any of this.
-  [[nodiscard]] bool hasFailed() const;
+  void update(std::span<const char> piece);
+  /// Once, at the end. None when the library refused any of this.
+  std::optional<Bytes> finish();
 
  private:
   struct Implementation;

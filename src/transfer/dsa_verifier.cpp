@@ -6,7 +6,7 @@
 
 #include "base/text_rules.hpp"
 #include "transfer/crypto.hpp"
-#include "transfer/file_hash.hpp"
+#include "transfer/file_digest.hpp"
 
 namespace tarnwick {
 namespace {
@@ -48,11 +48,12 @@ std::string_view withoutLineFeedsAtEnd(std::string_view text) {
 }
 
 /// The vendor signs the 20 digest bytes of the content, and DSA with SHA-1 digests them again.
-bool verifyDigest(const crypto::Bytes& digest, std::string_view encodedSignature,
-                  const crypto::Bytes& key) {
+bool digestIsSigned(const crypto::Bytes& digest, std::string_view encodedSignature,
+                    std::string_view publicKey) {
+  const std::vector<unsigned char> key = derOfPublicKeyText(publicKey);
   const std::vector<unsigned char> signature =
       decodeSignatureBase64(withoutLineFeedsAtEnd(encodedSignature));
-  return !signature.empty() && crypto::verifyDsaSha1(key, digest, signature);
+  return !key.empty() && !signature.empty() && crypto::verifyDsaSha1(key, digest, signature);
 }
 
 }  // namespace
@@ -92,26 +93,32 @@ std::vector<unsigned char> derOfPublicKeyText(std::string_view keyText) {
   return decodeSignatureBase64(joined);
 }
 
+bool fileIsSigned(const std::filesystem::path& path, std::string_view encodedSignature,
+                  std::string_view publicKey) {
+  const auto digest = digestOfFile(path, crypto::DigestAlgorithm::sha1);
+  return digest && digestIsSigned(*digest, encodedSignature, publicKey);
+}
+
+bool textIsSigned(std::string_view text, std::string_view encodedSignature,
+                  std::string_view publicKey) {
+  return digestIsSigned(crypto::digestOf(crypto::DigestAlgorithm::sha1, text), encodedSignature,
+                        publicKey);
+}
+
 bool DVSUDSAVerifier::validatePathWithEncodedDSASignatureWithPublicDSAKey(
     const std::optional<std::filesystem::path>& path,
     const std::optional<std::string_view>& encodedSignature,
     const std::optional<std::string_view>& publicKey) {
-  if (!path || !encodedSignature || !publicKey) return false;
-  const std::vector<unsigned char> key = derOfPublicKeyText(*publicKey);
-  if (key.empty()) return false;
-  const std::optional<crypto::Bytes> digest = FileHash::sha1DigestOfFileAtPath(*path);
-  return digest && verifyDigest(*digest, *encodedSignature, key);
+  return path && encodedSignature && publicKey &&
+         fileIsSigned(*path, *encodedSignature, *publicKey);
 }
 
 bool DVSUDSAVerifier::validateStringWithEncodedDSASignatureWithPublicDSAKey(
     const std::optional<std::string_view>& text,
     const std::optional<std::string_view>& encodedSignature,
     const std::optional<std::string_view>& publicKey) {
-  if (!text || !encodedSignature || !publicKey) return false;
-  const std::vector<unsigned char> key = derOfPublicKeyText(*publicKey);
-  if (key.empty()) return false;
-  const crypto::Bytes digest = crypto::digestOf(crypto::DigestAlgorithm::sha1, *text);
-  return verifyDigest(digest, *encodedSignature, key);
+  return text && encodedSignature && publicKey &&
+         textIsSigned(*text, *encodedSignature, *publicKey);
 }
 
 }  // namespace tarnwick

@@ -7,11 +7,18 @@
 
 namespace tarnwick {
 
-/// Decides whether a file or a text carries a valid signature of the vendor. Never prints: every
-/// failure, an absent argument included, is the result false.
+/// Whether the file or text carries a valid signature of whoever holds the private half of the key.
+/// Every failure is the result false.
 ///
 /// The signature text is the Base64 of a DER DSA signature; line feeds at its end do not count.
 /// The key text is PEM: markers and a Base64 body, on one line or many.
+bool fileIsSigned(const std::filesystem::path& path, std::string_view encodedSignature,
+                  std::string_view publicKey);
+bool textIsSigned(std::string_view text, std::string_view encodedSignature,
+                  std::string_view publicKey);
+
+/// The same as an interface that is kept whole, though this program has no text to verify. An
+/// absent argument, too, is the result false. Never prints.
 class DVSUDSAVerifier {
  public:
   static bool validatePathWithEncodedDSASignatureWithPublicDSAKey(

@@ -5,11 +5,11 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace tarnwick {
 
-/// Tells the one streaming routine which algorithm to run. Lives for a single call.
+/// An algorithm of the caller's own for hashOfFileAtPathWithComputationContext, and its state.
+/// Lives for a single call.
 // NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl*): the name that the class has always had
 struct _FileHashComputationContext {
   void (*initFunction)(void* state);
@@ -19,8 +19,10 @@ struct _FileHashComputationContext {
   void* hashObjectPointer;     ///< the algorithm's state, owned by the caller
 };
 
-/// Digests of files and short texts. The file operations read in small pieces, so that memory
-/// does not grow with the file; none when the file cannot be opened or read to its end.
+/// Digests of files and short texts, as text. None when a file cannot be opened or read to its end.
+///
+/// The class is an interface that is kept whole: of its operations this program itself calls
+/// md5HashOfFileAtPath and md5HashAsBase64OfString.
 class FileHash {
  public:
   static std::optional<std::string> hashOfFileAtPathWithComputationContext(
@@ -38,10 +40,6 @@ class FileHash {
   static std::string md5HashAsBase64OfString(std::string_view text);
 
   static std::string sha1OfString(std::string_view text);
-
-  /// The 20 digest bytes themselves.
-  static std::optional<std::vector<unsigned char>> sha1DigestOfFileAtPath(
-      const std::filesystem::path& path);
 };
 
 }  // namespace tarnwick

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <span>
+
 #include "scratch.hpp"
 
 namespace tarnwick {
@@ -23,6 +25,30 @@ TEST(FileHash, HasNoDigestOfWhatCannotBeRead) {
   const test::Scratch scratch;
   EXPECT_FALSE(FileHash::md5HashOfFileAtPath(scratch.path("missing")));
   EXPECT_FALSE(FileHash::sha1HashOfFileAtPath(scratch.path(".")));
+}
+
+/// An algorithm of the caller's own: the sum of the bytes.
+void start(void* state) {
+  *static_cast<unsigned*>(state) = 1;
+}
+void add(void* state, const void* bytes, std::uint32_t length) {
+  for (const unsigned char byte : std::span(static_cast<const unsigned char*>(bytes), length)) {
+    *static_cast<unsigned*>(state) += byte;
+  }
+}
+void end(unsigned char* output, void* state) {
+  output[0] = static_cast<unsigned char>(*static_cast<unsigned*>(state));
+}
+
+TEST(FileHash, TakesAnAlgorithmOfTheCallers) {
+  const test::Scratch scratch;
+  unsigned sum = 0;
+  const _FileHashComputationContext context{start, add, end, 1, &sum};
+  const auto hash = [&context](const std::string& path) {
+    return FileHash::hashOfFileAtPathWithComputationContext(path, &context);
+  };
+  EXPECT_EQ(hash(scratch.write("file", std::string(5000, '\1'))), "89");
+  EXPECT_EQ(hash(scratch.path(".")), std::nullopt);
 }
 
 TEST(FileHash, DigestsTexts) {
