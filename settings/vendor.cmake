@@ -18,6 +18,12 @@ set(TARNWICK_LINK_SECRET Kesto-Ra CACHE STRING
     "Secret shared with the second content-network host")
 set(TARNWICK_PUBLIC_KEY_FILE "${CMAKE_CURRENT_LIST_DIR}/vendor_public_key.pem" CACHE FILEPATH
     "PEM file of the vendor's DSA public key, on one line or many")
+set(TARNWICK_LARGEST_DOWNLOAD 2147483648 CACHE STRING
+    "Bytes that a download may have; a longer one fails")
+string(LENGTH "${TARNWICK_LARGEST_DOWNLOAD}" digits)
+if(NOT TARNWICK_LARGEST_DOWNLOAD MATCHES "^[1-9][0-9]*$" OR digits GREATER 18)
+  message(FATAL_ERROR "TARNWICK_LARGEST_DOWNLOAD is no number of bytes: ${TARNWICK_LARGEST_DOWNLOAD}")
+endif()
 
 # The key is compiled in as one line: marker, body, marker.
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${TARNWICK_PUBLIC_KEY_FILE}")

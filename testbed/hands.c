@@ -1,33 +1,47 @@
-/* Preloaded into the tool alone: lets its steady clock and its pauses run TARNWICK_TEST_RATE times as fast, and sends
- * it TARNWICK_TEST_SIGNAL, either TARNWICK_TEST_AFTER microseconds after it was ready for signals, or just before its
+/* Preloaded into the tool: lets its steady clock, its pauses and its waits run TARNWICK_TEST_RATE times as fast, and
+ * from the second TARNWICK_TEST_SINCE on the time of day too, which it does in nginx as well. It sends the tool
+ * TARNWICK_TEST_SIGNAL, either TARNWICK_TEST_AFTER microseconds after it was ready for signals, or just before its
  * change number TARNWICK_TEST_STEP to any file. What a loss of power depends on goes to the file TARNWICK_TEST_RECORD:
  * each renaming, deletion and bringing to the disk, with the last part of the path. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <time.h>
 #include <unistd.h>
 
 #define REAL(function) ((__typeof__(&function))dlsym(RTLD_NEXT, #function))
 
+static long rate = 1, rate_of_day = 1, since;
+
+static int is_program(const char *name)
+{
+    return strcmp(program_invocation_short_name, name) == 0;
+}
+
 static long number(const char *name)
 {
     const char *text = getenv(name);
-    return text && strcmp(program_invocation_short_name, "tarnwick") == 0 ? atol(text) : 0;
+    return text && is_program("tarnwick") ? atol(text) : 0;
 }
 
-static long long rate(void)
+/* At once: nginx changes its name and forgets its environment. */
+__attribute__((constructor)) static void read_clocks(void)
 {
-    static long long known;
-    if (!known)
-        known = number("TARNWICK_TEST_RATE") > 0 ? number("TARNWICK_TEST_RATE") : 1;
-    return known;
+    const char *text = getenv("TARNWICK_TEST_SINCE");
+    if (number("TARNWICK_TEST_RATE") > 0)
+        rate = number("TARNWICK_TEST_RATE");
+    if (text && (is_program("tarnwick") || is_program("nginx"))) {
+        since = atol(text);
+        rate_of_day = atol(getenv("TARNWICK_TEST_RATE"));
+    }
 }
 
 static struct timespec scaled(const struct timespec *time, long long times, long long divisor)
@@ -40,13 +54,32 @@ int clock_gettime(clockid_t clock, struct timespec *now)
 {
     int result = REAL(clock_gettime)(clock, now);
     if (result == 0 && clock == CLOCK_MONOTONIC)
-        *now = scaled(now, rate(), 1);
+        *now = scaled(now, rate, 1);
+    if (result == 0 && clock == CLOCK_REALTIME) {
+        now->tv_sec -= since;
+        *now = scaled(now, rate_of_day, 1);
+        now->tv_sec += since;
+    }
     return result;
+}
+
+int gettimeofday(struct timeval *now, void *zone)
+{
+    struct timespec time;
+    int result = clock_gettime(CLOCK_REALTIME, &time);
+    (void)zone;
+    *now = (struct timeval){time.tv_sec, time.tv_nsec / 1000};
+    return result;
+}
+
+int poll(struct pollfd *files, nfds_t count, int timeout)
+{
+    return REAL(poll)(files, count, timeout > 0 ? (timeout + (int)rate - 1) / (int)rate : timeout);
 }
 
 int nanosleep(const struct timespec *asked, struct timespec *left)
 {
-    struct timespec shorter = scaled(asked, 1, rate());
+    struct timespec shorter = scaled(asked, 1, rate);
     return REAL(nanosleep)(&shorter, left);
 }
 

@@ -4,6 +4,7 @@ import collections
 import contextlib
 import http.client
 import pathlib
+import queue
 import socket
 import subprocess
 import threading
@@ -71,6 +72,7 @@ class Servers:
         self._machine = machine
         self._answers = {}
         self._held = collections.defaultdict(threading.Event)
+        self._held_for = queue.Queue()
         tls = made_once("tls", make_certificates, [pathlib.Path(__file__)])
         for name in ("certificate.pem", "key.pem", "impostor.pem"):
             machine.write(f"/srv/vendor/tls/{name}", (tls / name).read_bytes())
@@ -85,7 +87,15 @@ class Servers:
         self._listener.bind(str(machine.path("/run/nginx/faults")))
         self._listener.listen()
         threading.Thread(target=self._answer_all, daemon=True).start()
-        machine.shell("nginx -c /srv/nginx.conf -e /run/nginx/error.log")
+        self._nginx()
+
+    def _nginx(self, option="", settings=()):
+        self._machine.shell(f"env {' '.join(settings)} nginx -c /srv/nginx.conf -e /run/nginx/error.log {option}")
+
+    def restart(self, *settings):
+        """With what the files say now, and with these settings in its environment."""
+        self._nginx("-s quit; while [ -e /run/nginx/pid ]; do :; done")
+        self._nginx(settings=settings)
 
     def close(self):
         self._listener.shutdown(socket.SHUT_RDWR)
@@ -98,7 +108,8 @@ class Servers:
 
     def answer(self, request, body=b"", status="200 OK", headers=(), length=None, hold=False, pause=0):
         """`request`, such as "GET /dns.txt", is answered thus: `length` may promise more than there is, `hold` leaves
-        the connection open afterwards, and a `pause` comes before each eighth of the body. Status None: no word."""
+        the connection open afterwards (`held_for` tells how long the tool bore it), and a `pause` comes before each
+        eighth of the body. Status None: no word."""
         body = body.encode() if isinstance(body, str) else body
         length = len(body) if length is None else length
         lines = [f"HTTP/1.0 {status}", *headers, f"Content-Length: {length}", "", ""]
@@ -113,6 +124,9 @@ class Servers:
 
     def wait_for_held(self, request):
         assert self._held[request].wait(30), f"{request} never came"
+
+    def held_for(self):
+        return self._held_for.get(timeout=30)
 
     def forget_held(self):
         self._held.clear()
@@ -133,13 +147,15 @@ class Servers:
             request = f"{lines[0].split()[0]} {path}"
             head, body, hold, pause = self._answers[request]
             connection.sendall(head)
-            step = len(body) // 8 if pause else len(body)
-            for start in range(0, len(body), step or 1):
+            step = max(len(body) // 8 if pause else len(body), 1)
+            for start in range(0, len(body), step):
                 time.sleep(pause)
                 connection.sendall(body[start:start + step])
             if hold:
                 self._held[request].set()
+                begun = time.monotonic()
                 stream.read()
+                self._held_for.put(time.monotonic() - begun)
 
     def requests(self):
         """What nginx has answered so far; forgets it, so that each run can be looked at alone."""

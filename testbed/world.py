@@ -8,6 +8,7 @@ import plistlib
 import re
 import shutil
 import subprocess
+import time
 
 from . import vendor
 from .cache import made_once
@@ -60,6 +61,7 @@ class World(Machine):
     def __init__(self, versions=1):
         super().__init__()
         self.transcript = []
+        self.day = []
         self.home = vendor.home(versions)
         shutil.copytree(self.home, self.path("/srv/vendor"), symlinks=True)
         self.servers = Servers(self, self.publish("site"))
@@ -87,6 +89,9 @@ class World(Machine):
             self.write(f"{DATA}/{name}", (self.home / "site/VestRUM2" / name).read_bytes())
         self.remember({"database-Last-Modified": self.modified("Vestrum.database")})
 
+    def published(self, name):
+        return self.path(f"/srv/vendor/site/VestRUM2/Scripted/{name}").read_bytes()
+
     def container(self, version):
         return (self.home / "containers" / f"{version}.cud").read_bytes()
 
@@ -109,12 +114,22 @@ class World(Machine):
         many microseconds, or before the "STEP" of that number), or with a file to `record` its syncs and renames."""
         settings = []
         if rate or kill or record:
-            library = made_once("hands", make_hands, [HERE / "hands.c"]) / "hands.so"
             number, kind, moment = kill or (0, "AFTER", 0)
-            settings = [f"LD_PRELOAD={seen_inside(library)}", "ASAN_OPTIONS=verify_asan_link_order=0",
-                        f"TARNWICK_TEST_RATE={rate or 1}", f"TARNWICK_TEST_SIGNAL={number}",
-                        f"TARNWICK_TEST_{kind}={moment}", *([f"TARNWICK_TEST_RECORD={record}"] if record else [])]
+            settings = [*self.hands(rate or 1), *self.day, "ASAN_OPTIONS=verify_asan_link_order=0",
+                        f"TARNWICK_TEST_SIGNAL={number}", f"TARNWICK_TEST_{kind}={moment}",
+                        *([f"TARNWICK_TEST_RECORD={record}"] if record else [])]
         return self.start("env", *settings, TOOL, *arguments, **more)
+
+    @staticmethod
+    def hands(rate):
+        library = made_once("hands", make_hands, [HERE / "hands.c"]) / "hands.so"
+        return [f"LD_PRELOAD={seen_inside(library)}", f"TARNWICK_TEST_RATE={rate}"]
+
+    def hurry(self, rate, since=None):
+        """The time of day, too, runs `rate` times as fast since then (from now on), for the servers and for a tool
+        whose clocks do."""
+        self.day = [f"TARNWICK_TEST_SINCE={int(since or time.time())}"]
+        self.servers.restart(*self.hands(rate), *self.day)
 
     def run(self, *arguments, **more):
         return self.finish(self.launch(*arguments, **more))

@@ -6,23 +6,26 @@
 #include "base/standard_streams.hpp"
 #include "base/text_rules.hpp"
 #include "platform/platform.hpp"
-#include "settings/vendor_settings.hpp"
 #include "transfer/dsa_verifier.hpp"
 
 namespace tarnwick {
 namespace {
 
 constexpr std::chrono::seconds downloadIdleTimeout(60);
-constexpr std::chrono::milliseconds waitSlice(10);
 
 constexpr std::string_view bundleName = "Tarnwick";
 
+/// 0 when there was no answer.
+long statusOf(const HttpResult& result) {
+  const auto* const response = std::get_if<HttpResponse>(&result);
+  return response != nullptr ? response->status : 0;
+}
+
 }  // namespace
 
-std::string DVFileDownloader::constructUserAgentString() {
-  return fmt::format("{}/{} ({}) (Macintosh; Intel Mac OS X {}) ", bundleName,
-                     settings::toolVersion, settings::toolVersion,
-                     platform::operatingSystemVersion());
+std::string DVFileDownloader::constructUserAgentString() const {
+  return fmt::format("{}/{} ({}) (Macintosh; Intel Mac OS X {}) ", bundleName, toolVersion_,
+                     toolVersion_, platform::operatingSystemVersion());
 }
 
 void DVFileDownloader::downloadFileFromSaveToPath(const std::string& url,
@@ -33,29 +36,29 @@ void DVFileDownloader::downloadFileFromSaveToPath(const std::string& url,
 void DVFileDownloader::downloadFileFromWithSignatureFileSaveToPath(
     const std::string& url, const std::optional<std::string>& signatureUrl,
     const std::filesystem::path& destination) {
-  HttpRequest request{
-      .url = url,
-      .userAgent = userAgentString_ ? *userAgentString_ : constructUserAgentString(),
-      .idleTimeout = downloadIdleTimeout,
-  };
   if (headerOnly_) {
-    requestHeaderOnly(std::move(request));
+    requestHeaderOnly(requestFor(url));
     return;
   }
-  fetchFile(request, destination);
+  fetchFile(requestFor(url), destination);
   if (downloadFailed_ || !verifyWithSignature_) return;
 
-  request.url = signatureUrl.value_or(url + ".signature");
-  if (fileIsSigned(request, destination)) return;
+  const HttpResult answer =
+      http_.sendSynchronousRequest(requestFor(signatureUrl.value_or(url + ".signature")));
+  if (isSigned(destination, answer)) return;
   platformLog("Download failed sig check");
   downloadFailed_ = true;
 }
 
+HttpRequest DVFileDownloader::requestFor(const std::string& url) const {
+  return {.url = url,
+          .userAgent = userAgentString_ ? *userAgentString_ : constructUserAgentString(),
+          .idleTimeout = downloadIdleTimeout};
+}
+
 void DVFileDownloader::requestHeaderOnly(HttpRequest request) {
   request.method = "HEAD";
-  const auto result = http_.sendSynchronousRequest(request);
-  const auto* const response = std::get_if<HttpResponse>(&result);
-  httpResponseCode_ = response != nullptr ? response->status : 0;
+  httpResponseCode_ = statusOf(http_.sendSynchronousRequest(request));
 }
 
 void DVFileDownloader::fetchFile(const HttpRequest& request,
@@ -65,24 +68,30 @@ void DVFileDownloader::fetchFile(const HttpRequest& request,
   isComplete_ = false;
   receivedContentLength_ = 0;
   totalContentLength_ = 0;
-  const auto download = http_.beginDownload(request, destination, *this);
-  if (!download) {
-    platformLog(fmt::format("Download failed {}", request.url));
-    downloadFailed_ = true;
-    return;
+  const HttpResult result = http_.download(
+      request, destination,
+      {.didReceiveResponse =
+           [this](const HttpResponse& response) { downloadDidReceiveResponse(response); },
+       .didReceiveDataOfLength =
+           [this](std::uint64_t length) { downloadDidReceiveDataOfLength(length); }});
+  if (const auto* const error = std::get_if<HttpError>(&result)) {
+    downloadDidFailWithError(*error);
+  } else {
+    downloadDidFinish();
   }
-  while (!isComplete_) download->runFor(waitSlice);
 }
 
-bool DVFileDownloader::fileIsSigned(const HttpRequest& signatureRequest,
-                                    const std::filesystem::path& file) {
-  return DVSUDSAVerifier::validatePathWithEncodedDSASignatureWithPublicDSAKey(
-      file, http_.fetchText(signatureRequest), settings::vendorPublicKey);
+bool DVFileDownloader::isSigned(const std::filesystem::path& file,
+                                const HttpResult& signature) const {
+  const auto* const response = std::get_if<HttpResponse>(&signature);
+  if (response == nullptr || !publicKey_) return false;
+  const std::optional<std::string> text = textFromUtf8(response->body);
+  return text && fileIsSigned(file, *text, *publicKey_);
 }
 
 void DVFileDownloader::downloadDidReceiveResponse(const HttpResponse& response) {
-  totalContentLength_ =
-      static_cast<std::uint64_t>(parseInteger(response.header("content-length").value_or("")));
+  const std::int64_t length = parseInteger(response.header("content-length").value_or(""));
+  totalContentLength_ = length > 0 ? static_cast<std::uint64_t>(length) : 0;
   receivedContentLength_ = 0;
 }
 
@@ -96,7 +105,9 @@ void DVFileDownloader::downloadDidReceiveDataOfLength(std::uint64_t length) {
 }
 
 void DVFileDownloader::downloadDidFailWithError(const HttpError& error) {
-  if (!quiet_) {
+  if (!error.requestWasMade) {
+    platformLog(fmt::format("Download failed {}", error.url));
+  } else if (!quiet_) {
     platformLog(fmt::format("Download failed! Error - {} {}", error.description, error.url));
   }
   downloadFailed_ = true;

@@ -11,14 +11,20 @@
 namespace tarnwick {
 
 /// Fetches one URL into one file and waits for it, with a progress line on standard output, and
-/// can check the file against the vendor's signature. Can instead ask only for the HTTP status.
+/// can check the file against its publisher's signature. Can instead ask only for the HTTP status.
 ///
 /// `downloadFailed` is never cleared: callers take a fresh downloader for each file, or rely on
 /// one failure standing for all. The HTTP status of a download is not examined: an error page is
 /// kept like any file, and left for the signature or the caller to find out.
-class DVFileDownloader final : private HttpDownloadEvents {
+///
+/// The class is an interface that is kept whole: asking for the status alone, the properties that
+/// tell of the progress and the events are there for other callers than this program.
+class DVFileDownloader final {
  public:
-  explicit DVFileDownloader(HttpClient& http) : http_(http) {}
+  /// Without a key no signature verifies.
+  DVFileDownloader(HttpClient& http, std::string_view toolVersion,
+                   std::optional<std::string_view> publicKey = std::nullopt)
+      : http_(http), toolVersion_(toolVersion), publicKey_(publicKey) {}
 
   /// Suppresses the progress lines and the line that tells of a failed transfer.
   void setQuiet(bool quiet) { quiet_ = quiet; }
@@ -36,7 +42,7 @@ class DVFileDownloader final : private HttpDownloadEvents {
   [[nodiscard]] std::uint64_t receivedContentLength() const { return receivedContentLength_; }
   [[nodiscard]] const std::string& displayFilename() const { return displayFilename_; }
 
-  static std::string constructUserAgentString();
+  [[nodiscard]] std::string constructUserAgentString() const;
 
   void downloadFileFromSaveToPath(const std::string& url, const std::filesystem::path& destination);
 
@@ -46,18 +52,21 @@ class DVFileDownloader final : private HttpDownloadEvents {
                                                    const std::optional<std::string>& signatureUrl,
                                                    const std::filesystem::path& destination);
 
- private:
-  void downloadDidReceiveResponse(const HttpResponse& response) override;
-  void downloadDidReceiveDataOfLength(std::uint64_t length) override;
-  void downloadDidFailWithError(const HttpError& error) override;
-  void downloadDidFinish() override;
+  void downloadDidReceiveResponse(const HttpResponse& response);
+  void downloadDidReceiveDataOfLength(std::uint64_t length);
+  void downloadDidFailWithError(const HttpError& error);
+  void downloadDidFinish();
 
+ private:
+  [[nodiscard]] HttpRequest requestFor(const std::string& url) const;
   void requestHeaderOnly(HttpRequest request);
   void fetchFile(const HttpRequest& request, const std::filesystem::path& destination);
-  bool fileIsSigned(const HttpRequest& signatureRequest, const std::filesystem::path& file);
+  [[nodiscard]] bool isSigned(const std::filesystem::path& file, const HttpResult& signature) const;
   void showProgress(std::uint64_t percentage, char lineEnd) const;
 
   HttpClient& http_;
+  std::string toolVersion_;
+  std::optional<std::string_view> publicKey_;
   std::optional<std::string> userAgentString_;
   std::string displayFilename_;
   std::string progressName_;

@@ -1,26 +1,28 @@
 #include "transfer/http_client.hpp"
 
 #include <curl/curl.h>
-#include <fcntl.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <functional>
 
-#include "base/file_descriptor.hpp"
 #include "base/text_rules.hpp"
+#include "transfer/destination_file.hpp"
 
 namespace tarnwick {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
 
 struct FreeEasy {
   void operator()(CURL* easy) const { curl_easy_cleanup(easy); }
 };
 struct FreeMulti {
   void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
+};
+struct FreeShare {
+  void operator()(CURLSH* share) const { curl_share_cleanup(share); }
 };
 struct FreeList {
   void operator()(curl_slist* list) const { curl_slist_free_all(list); }
@@ -44,19 +46,20 @@ std::optional<std::string> HttpResponse::header(std::string_view name) const {
 struct HttpClient::Session {
   Session() {
     curl_global_init(CURL_GLOBAL_DEFAULT);
-    easy.reset(curl_easy_init());
     multi.reset(curl_multi_init());
+    share.reset(curl_share_init());
+    curl_share_setopt(share.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
   }
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
   ~Session() {
-    easy.reset();
     multi.reset();
+    share.reset();
     curl_global_cleanup();
   }
 
-  std::unique_ptr<CURL, FreeEasy> easy;
-  std::unique_ptr<CURLM, FreeMulti> multi;  ///< keeps the connections between requests
+  std::unique_ptr<CURLM, FreeMulti> multi;   ///< keeps connections and names between requests
+  std::unique_ptr<CURLSH, FreeShare> share;  ///< keeps the TLS sessions
 };
 
 namespace {
@@ -64,71 +67,77 @@ namespace {
 /// One request on its way. Bytes of the body go to `takeBody`, which says whether it took them.
 class Exchange {
  public:
-  using TakeBody = std::function<bool(std::string_view)>;
+  using TakeBody = std::function<bool(const HttpResponse&, std::string_view)>;
 
-  Exchange(CURL* easy, CURLM* multi, const HttpRequest& request, TakeBody takeBody)
-      : easy_(easy),
-        multi_(multi),
-        url_(request.url),
-        idleTimeout_(request.idleTimeout),
-        takeBody_(std::move(takeBody)) {
-    setAddressAndMethod(request);
-    setPolicy(request);
+  Exchange(CURLM* multi, CURLSH* share, const HttpRequest& request, std::uint64_t largestBody,
+           const TakeBody& takeBody)
+      : multi_(multi), request_(request), bodyLeft_(largestBody), takeBody_(takeBody) {
+    if (!easy_) return;
+    set(CURLOPT_SHARE, share);
+    setAddressAndMethod();
+    setPolicy(largestBody);
     setReceivers();
-    started_ = curl_multi_add_handle(multi_, easy_) == CURLM_OK;
   }
   Exchange(const Exchange&) = delete;
   Exchange& operator=(const Exchange&) = delete;
-  ~Exchange() { stop(); }
+  ~Exchange() = default;
 
-  [[nodiscard]] bool isStarted() const { return started_; }
-  [[nodiscard]] bool isDone() const { return result_.has_value(); }
-  [[nodiscard]] bool hasSucceeded() const { return result_ == CURLE_OK; }
-  [[nodiscard]] const HttpResponse& response() const { return response_; }
-
-  [[nodiscard]] HttpError error() const {
-    const char* const text =
-        errorText_.front() != '\0' ? errorText_.data() : curl_easy_strerror(*result_);
-    return {.description = text, .url = url_};
+  /// Takes everything up to the end of the connection for the body, whatever its declared length.
+  void readToEndOfConnection() {
+    set(CURLOPT_IGNORE_CONTENT_LENGTH, 1L);
+    curl_slist_append(headers_.get(), "Connection: close");
   }
 
-  void runFor(std::chrono::milliseconds slice) {
-    int running = 0;
-    curl_multi_perform(multi_, &running);
-    takeResult();
-    if (isDone()) return;
-    if (Clock::now() - lastActivity_ >= idleTimeout_) {
-      result_ = CURLE_OPERATION_TIMEDOUT;
-      return;
+  void run() {
+    wasMade_ = easy_ && curl_multi_add_handle(multi_, easy_.get()) == CURLM_OK;
+    if (!wasMade_) fail(CURLE_FAILED_INIT, "The request could not be made");
+    while (!result_) {
+      int running = 0;
+      curl_multi_perform(multi_, &running);
+      takeResult();
+      if (!result_) waitForLife();
     }
-    curl_multi_poll(multi_, nullptr, 0, static_cast<int>(slice.count()), nullptr);
+    if (wasMade_) curl_multi_remove_handle(multi_, easy_.get());
+  }
+
+  [[nodiscard]] bool hasUnreadableHeaders() const {
+    return result_ == CURLE_WEIRD_SERVER_REPLY && !headersAreWhole_;
+  }
+
+  [[nodiscard]] HttpResult result() const {
+    if (result_ == CURLE_OK) return response_;
+    return HttpError{.description = description(), .url = failingUrl(), .requestWasMade = wasMade_};
   }
 
  private:
   template <typename Value>
   void set(CURLoption option, Value value) {
-    curl_easy_setopt(easy_, option, value);
+    curl_easy_setopt(easy_.get(), option, value);
   }
 
-  void setAddressAndMethod(const HttpRequest& request) {
-    set(CURLOPT_URL, request.url.c_str());
+  void setAddressAndMethod() {
+    set(CURLOPT_URL, request_.url.c_str());
     set(CURLOPT_PROTOCOLS_STR, "http,https");
     set(CURLOPT_FOLLOWLOCATION, 1L);
     set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
     set(CURLOPT_MAXREDIRS, 16L);
-    set(CURLOPT_NOBODY, request.method == "HEAD" ? 1L : 0L);
+    set(CURLOPT_NOBODY, request_.method == "HEAD" ? 1L : 0L);
     // The blank at the end of our user agents is no legal header value in HTTP/2.
     set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
-    set(CURLOPT_USERAGENT, request.userAgent.c_str());
+    set(CURLOPT_USERAGENT, request_.userAgent.c_str());
     // A cache on the way must not answer for the origin.
     headers_.reset(curl_slist_append(nullptr, "Cache-Control: no-cache"));
     curl_slist_append(headers_.get(), "Pragma: no-cache");
+    // Signatures are over the file itself. As an option of libcurl's it would also decode.
+    curl_slist_append(headers_.get(), "Accept-Encoding: identity");
     set(CURLOPT_HTTPHEADER, headers_.get());
   }
 
-  void setPolicy(const HttpRequest& request) {
-    // Lets curl try a host's other addresses in good time; the limit itself is ours.
-    set(CURLOPT_CONNECTTIMEOUT, static_cast<long>(request.idleTimeout.count()));
+  void setPolicy(std::uint64_t largestBody) {
+    grantTimeToConnect();
+    if (request_.method != "HEAD") {
+      set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(largestBody));
+    }
     set(CURLOPT_NOSIGNAL, 1L);
     set(CURLOPT_QUICK_EXIT, 1L);  // a name server that does not answer must not outlast the limit
     set(CURLOPT_SSL_VERIFYPEER, 1L);
@@ -146,155 +155,148 @@ class Exchange {
 
   static std::size_t takeHeaderLine(const char* bytes, std::size_t, std::size_t count,
                                     void* exchange) {
-    auto& self = *static_cast<Exchange*>(exchange);
-    self.lastActivity_ = Clock::now();
-    const std::string_view line(bytes, count);
-    // Interim answers and redirects come first; only the last set of headers is the response's.
-    if (line.starts_with("HTTP/")) self.response_.headers.clear();
-    const std::size_t colon = line.find(':');
-    if (colon != std::string_view::npos) {
-      self.response_.headers.insert_or_assign(
-          lowerCase(line.substr(0, colon)),
-          std::string(stripped(line.substr(colon + 1), " \t\r\n")));
-    }
+    static_cast<Exchange*>(exchange)->noteHeaderLine({bytes, count});
     return count;
+  }
+
+  void noteHeaderLine(std::string_view line) {
+    lastLife_ = Clock::now();
+    // Interim answers and redirects come first; only the last set of headers is the response's.
+    if (line.starts_with("HTTP/")) {
+      response_.headers.clear();
+      headersAreWhole_ = false;
+    }
+    if (headersAreWhole_) return;  // a trailer, behind the body
+    if (line == "\r\n" || line == "\n") return endHeaders();
+    const std::size_t colon = line.find(':');
+    if (colon == std::string_view::npos) return;
+    response_.headers.insert_or_assign(lowerCase(line.substr(0, colon)),
+                                       std::string(stripped(line.substr(colon + 1), " \t\r\n")));
+  }
+
+  void endHeaders() {
+    constexpr long firstFinalStatus = 200;
+    curl_easy_getinfo(easy_.get(), CURLINFO_RESPONSE_CODE, &response_.status);
+    headersAreWhole_ = response_.status >= firstFinalStatus;
+    begun_ = lastLife_;  // of the request to which a redirect leads
+    grantTimeToConnect();
   }
 
   static std::size_t takeBodyBytes(const char* bytes, std::size_t, std::size_t count,
                                    void* exchange) {
-    auto& self = *static_cast<Exchange*>(exchange);
-    self.lastActivity_ = Clock::now();
-    self.readStatus();
-    return self.takeBody_({bytes, count}) ? count : CURL_WRITEFUNC_ERROR;
+    return static_cast<Exchange*>(exchange)->take({bytes, count}) ? count : CURL_WRITEFUNC_ERROR;
   }
 
-  void readStatus() { curl_easy_getinfo(easy_, CURLINFO_RESPONSE_CODE, &response_.status); }
+  bool take(std::string_view bytes) {
+    lastLife_ = Clock::now();
+    if (bytes.size() > bodyLeft_) {
+      failure_ = "The answer is larger than allowed";
+      return false;
+    }
+    bodyLeft_ -= bytes.size();
+    return takeBody_(response_, bytes);
+  }
 
   void takeResult() {
     int waiting = 0;
     while (const CURLMsg* const message = curl_multi_info_read(multi_, &waiting)) {
       if (message->msg == CURLMSG_DONE) result_ = message->data.result;
     }
-    if (isDone()) readStatus();
+    // libcurl takes this for an answer without a body.
+    if (result_ == CURLE_OK && !headersAreWhole_) {
+      fail(CURLE_RECV_ERROR, "The connection ended within the headers");
+    }
   }
 
-  void stop() {
-    if (started_) curl_multi_remove_handle(multi_, easy_);
-    curl_easy_reset(easy_);  // it still points into this exchange
-  }
-
-  CURL* easy_;
-  CURLM* multi_;
-  std::string url_;
-  std::chrono::seconds idleTimeout_;
-  TakeBody takeBody_;
-  std::unique_ptr<curl_slist, FreeList> headers_;
-  std::array<char, CURL_ERROR_SIZE> errorText_{};
-  HttpResponse response_;
-  Clock::time_point lastActivity_ = Clock::now();
-  std::optional<CURLcode> result_;
-  bool started_ = false;
-};
-
-/// The file that a download fills. It's made when the first byte comes, or at the finish of an
-/// empty body, and is gone again unless it was completed.
-class DestinationFile {
- public:
-  explicit DestinationFile(std::filesystem::path path) : path_(std::move(path)) {}
-  DestinationFile(const DestinationFile&) = delete;
-  DestinationFile& operator=(const DestinationFile&) = delete;
-  ~DestinationFile() {
-    if (file_.isOpen() && !complete_) ::unlink(path_.c_str());
-  }
-
-  bool append(std::string_view bytes) { return open() && writeFully(file_.get(), bytes); }
-
-  bool complete() {
-    complete_ = open();
-    return complete_;
-  }
-
- private:
-  bool open() {
-    if (file_.isOpen()) return true;
-    // Made anew: a link that somebody left under this name is not followed.
-    ::unlink(path_.c_str());
-    file_.reset(::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
-    return file_.isOpen();
-  }
-
-  std::filesystem::path path_;
-  FileDescriptor file_;
-  bool complete_ = false;
-};
-
-class FileDownload final : public HttpDownload {
- public:
-  FileDownload(CURL* easy, CURLM* multi, const HttpRequest& request,
-               const std::filesystem::path& destination, HttpDownloadEvents& events)
-      : events_(events),
-        destination_(destination),
-        exchange_(easy, multi, request, [this](std::string_view bytes) { return take(bytes); }) {}
-
-  [[nodiscard]] bool isStarted() const { return exchange_.isStarted(); }
-
-  void runFor(std::chrono::milliseconds slice) override {
-    exchange_.runFor(slice);
-    if (!exchange_.isDone()) return;
-    if (!exchange_.hasSucceeded()) {
-      events_.downloadDidFailWithError(exchange_.error());
+  /// Waits until something arrives, or libcurl may have something else to do.
+  void waitForLife() {
+    // libcurl does not ask to be called when it is time for a host's next address.
+    constexpr milliseconds longestWait(1000);
+    const auto left = lastLife_ + request_.idleTimeout - Clock::now();
+    if (left <= Clock::duration::zero()) {
+      fail(CURLE_OPERATION_TIMEDOUT, curl_easy_strerror(CURLE_OPERATION_TIMEDOUT));
       return;
     }
-    announceResponse();
-    if (destination_.complete()) {
-      events_.downloadDidFinish();
-    } else {
-      events_.downloadDidFailWithError(
-          {.description = curl_easy_strerror(CURLE_WRITE_ERROR), .url = exchange_.error().url});
-    }
+    const auto wait = std::min(std::chrono::ceil<milliseconds>(left), longestWait);
+    // Counts connections made, bytes of a handshake and halves of lines, of which libcurl itself
+    // tells nothing.
+    int readySockets = 0;
+    curl_multi_poll(multi_, nullptr, 0, static_cast<int>(wait.count()), &readySockets);
+    if (readySockets == 0) return;
+    lastLife_ = Clock::now();
+    grantTimeToConnect();
   }
 
- private:
-  bool take(std::string_view bytes) {
-    announceResponse();
-    if (!destination_.append(bytes)) return false;
-    events_.downloadDidReceiveDataOfLength(bytes.size());
-    return true;
+  /// libcurl's own limit for a connection is made to end where ours does. It is needed for what
+  /// libcurl does with it: to give each of a host's addresses its share of the time.
+  void grantTimeToConnect() {
+    const auto untilLimit = lastLife_ + request_.idleTimeout - begun_;
+    set(CURLOPT_CONNECTTIMEOUT_MS,
+        static_cast<long>(std::chrono::ceil<milliseconds>(untilLimit).count()));
   }
 
-  void announceResponse() {
-    if (!announced_) events_.downloadDidReceiveResponse(exchange_.response());
-    announced_ = true;
+  void fail(CURLcode result, const char* why) {
+    result_ = result;
+    failure_ = why;
   }
 
-  HttpDownloadEvents& events_;
-  DestinationFile destination_;
-  Exchange exchange_;
-  bool announced_ = false;
+  [[nodiscard]] std::string description() const {
+    if (!failure_.empty()) return failure_;
+    return errorText_.front() != '\0' ? errorText_.data() : curl_easy_strerror(*result_);
+  }
+
+  [[nodiscard]] std::string failingUrl() const {
+    const char* url = nullptr;
+    if (easy_) curl_easy_getinfo(easy_.get(), CURLINFO_EFFECTIVE_URL, &url);
+    return url != nullptr && *url != '\0' ? url : request_.url;
+  }
+
+  // A new one for each request: libcurl 7.88 reads freed memory when an answer on a used handle
+  // begins with a header line that continues no other.
+  std::unique_ptr<CURL, FreeEasy> easy_{curl_easy_init()};
+  CURLM* multi_;
+  const HttpRequest& request_;
+  std::uint64_t bodyLeft_;
+  const TakeBody& takeBody_;
+  std::unique_ptr<curl_slist, FreeList> headers_;
+  std::array<char, CURL_ERROR_SIZE> errorText_{};
+  std::string failure_;  ///< what failed it where that was not libcurl
+  HttpResponse response_;
+  Clock::time_point begun_ = Clock::now();
+  Clock::time_point lastLife_ = begun_;
+  std::optional<CURLcode> result_;
+  bool headersAreWhole_ = false;
+  bool wasMade_ = false;
 };
+
+HttpResult exchange(CURLM* multi, CURLSH* share, const HttpRequest& request,
+                    std::uint64_t largestBody, const Exchange::TakeBody& takeBody) {
+  Exchange first(multi, share, request, largestBody, takeBody);
+  first.run();
+  if (!first.hasUnreadableHeaders()) return first.result();
+  // Above all a length that is no number, with which libcurl goes no further.
+  Exchange second(multi, share, request, largestBody, takeBody);
+  second.readToEndOfConnection();
+  second.run();
+  return second.result();
+}
 
 }  // namespace
 
-HttpClient::HttpClient() : session_(std::make_unique<Session>()) {}
+HttpClient::HttpClient(std::uint64_t largestDownload)
+    : session_(std::make_unique<Session>()), largestDownload_(largestDownload) {}
 
 HttpClient::~HttpClient() = default;
 
-std::variant<HttpResponse, HttpError> HttpClient::sendSynchronousRequest(
-    const HttpRequest& request) {
-  constexpr std::chrono::milliseconds slice(1000);
+HttpResult HttpClient::sendSynchronousRequest(const HttpRequest& request) {
   std::string body;
-  Exchange exchange(session_->easy.get(), session_->multi.get(), request,
-                    [&body](std::string_view bytes) {
-                      if (body.size() + bytes.size() > synchronousBodyLimit) return false;
-                      body += bytes;
-                      return true;
-                    });
-  if (!exchange.isStarted()) return HttpError{"The request could not be made", request.url};
-  while (!exchange.isDone()) exchange.runFor(slice);
-  if (!exchange.hasSucceeded()) return exchange.error();
-  HttpResponse response = exchange.response();
-  response.body = std::move(body);
-  return response;
+  HttpResult result = exchange(session_->multi.get(), session_->share.get(), request, largestText,
+                               [&body](const HttpResponse&, std::string_view bytes) {
+                                 body += bytes;
+                                 return true;
+                               });
+  if (auto* const response = std::get_if<HttpResponse>(&result)) response->body = std::move(body);
+  return result;
 }
 
 std::optional<std::string> HttpClient::fetchText(const HttpRequest& request) {
@@ -303,13 +305,28 @@ std::optional<std::string> HttpClient::fetchText(const HttpRequest& request) {
   return response != nullptr ? textFromUtf8(response->body) : std::nullopt;
 }
 
-std::unique_ptr<HttpDownload> HttpClient::beginDownload(const HttpRequest& request,
-                                                        const std::filesystem::path& destination,
-                                                        HttpDownloadEvents& events) {
-  auto download = std::make_unique<FileDownload>(session_->easy.get(), session_->multi.get(),
-                                                 request, destination, events);
-  if (!download->isStarted()) return nullptr;
-  return download;
+HttpResult HttpClient::download(const HttpRequest& request,
+                                const std::filesystem::path& destination,
+                                const DownloadProgress& progress) {
+  DestinationFile file(destination);
+  bool announced = false;
+  const auto announce = [&](const HttpResponse& response) {
+    if (!announced) progress.didReceiveResponse(response);
+    announced = true;
+  };
+  HttpResult result =
+      exchange(session_->multi.get(), session_->share.get(), request, largestDownload_,
+               [&](const HttpResponse& response, std::string_view bytes) {
+                 announce(response);
+                 if (!file.append(bytes)) return false;
+                 progress.didReceiveDataOfLength(bytes.size());
+                 return true;
+               });
+  const auto* const response = std::get_if<HttpResponse>(&result);
+  if (response == nullptr) return result;
+  announce(*response);
+  if (file.complete()) return result;
+  return HttpError{.description = curl_easy_strerror(CURLE_WRITE_ERROR), .url = request.url};
 }
 
 }  // namespace tarnwick

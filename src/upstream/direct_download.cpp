@@ -123,7 +123,7 @@ void downloadFullDatabase(const RunContext& context, HttpClient& http, std::stri
   removeTree(inDataDirectory(context, incrementalContainerOf(name)));
   // What a killed run left of an earlier download must not pass for this one.
   removeTree(inDataDirectory(context, download));
-  DVFileDownloader downloader(http);
+  DVFileDownloader downloader(http, context.toolVersion);
   downloader.downloadFileFromSaveToPath(fmt::format("https://{}/{}", context.mirrorHost, container),
                                         inDataDirectory(context, download));
   // Only a version of exactly 0 keeps a file out; one that sigtool finds fault with goes in.

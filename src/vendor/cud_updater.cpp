@@ -15,6 +15,7 @@
 #include "driver/run/commands.hpp"
 #include "driver/run/console.hpp"
 #include "driver/run/database_folder.hpp"
+#include "settings/vendor_settings.hpp"
 #include "transfer/file_downloader.hpp"
 #include "transfer/file_hash.hpp"
 #include "transfer/tool_request.hpp"
@@ -128,7 +129,7 @@ bool unpackContainer(const RunContext& context, const Workplace& work) {
 
 bool fetchScripts(const RunContext& context, const VendorSession& session, const Versions& versions,
                   const Workplace& work) {
-  DVFileDownloader downloader(session.http);
+  DVFileDownloader downloader(session.http, context.toolVersion, settings::vendorPublicKey);
   downloader.setUserAgentString(session.userAgent);
   downloader.setQuiet(true);
   downloader.setVerifyWithSignature(true);
@@ -256,7 +257,7 @@ Outcome tryIncrementalUpdate(const RunContext& context, const VendorSession& ses
 
 bool fetchWholeContainer(const RunContext& context, const VendorSession& session,
                          const Workplace& work) {
-  DVFileDownloader downloader(session.http);
+  DVFileDownloader downloader(session.http, context.toolVersion, settings::vendorPublicKey);
   downloader.setUserAgentString(session.userAgent);
   downloader.setQuiet(context.quietMode);
   downloader.setVerifyWithSignature(true);

@@ -78,7 +78,7 @@ bool isUpToDate(const RunContext& context, const Item& item, const Published& pu
 
 /// A failed download is not looked at: it shows up as a file without a valid signature.
 void download(const RunContext& context, const VendorSession& session, const Item& item) {
-  DVFileDownloader downloader(session.http);
+  DVFileDownloader downloader(session.http, context.toolVersion);
   downloader.setUserAgentString(session.userAgent);
   downloader.setQuiet(context.quietMode);
   downloader.downloadFileFromSaveToPath(item.url(), item.temporaryFile);

@@ -4,7 +4,7 @@ import re
 
 import pytest
 
-from testbed import BIN, CONFIGURATION, DATA, IMPOSTOR, MACINTOSH, MIRROR, NOBODY, PREFIX, STATE, TOOL, UPSTREAM
+from testbed import BIN, CONFIGURATION, DATA, IMPOSTOR, LINKS, MACINTOSH, MIRROR, NOBODY, PREFIX, STATE, TOOL, UPSTREAM
 from testbed.transcripts import (BANNER, CURRENT, FETCHED, FRESHCLAM, FULL, INSTALLED, LOCAL, NEWER, SCRIPTS, SOUND,
                                UNCHANGED, WARNING)
 
@@ -37,7 +37,8 @@ def test_bad_servers(world, name):
         misbehave(world.servers, request)
     outcome = world.run(rate=60)
     container = SAVED.format("VestRUM.cud") * saved + "Failed to download and/or verify VestRUM.cud\n"
-    database = SAVED.format("Vestrum.database") * saved + "Vestrum.database definitions file is not valid. Delete it.\n"
+    invalid = "Vestrum.database definitions file is not valid. Delete it.\n"
+    database = SAVED.format("Vestrum.database") * saved + invalid
     errors = UNSIGNED if saved else TRANSFER * 2
     if name in ("refuses", "is unknown", "is an impostor"):
         database, errors = "Error occurred downloading Vestrum.database\n", TRANSFER
@@ -56,6 +57,66 @@ def test_requests_that_get_no_answer_in_time(world, request_line, said):
     world.servers.answer(request_line, status=None, hold=True)
     outcome = world.run(rate=60)
     assert (outcome.status, outcome.stdout) == (0, BANNER + said + FRESHCLAM)
+
+
+@pytest.mark.parametrize("request_line, limit, borne, given_up", [
+    ("GET /VestRUM2/Scripted/VestRUM-db-version.txt", 15, "version number 3\n", "version number: ERROR\n"),
+    (DATABASE, 60, SAVED.format("Vestrum.database"), "Vestrum.database definitions file is not valid")])
+def test_silence_is_borne_up_to_the_limit(world, request_line, limit, borne, given_up):
+    rate = 10 * limit // 15
+    world.install(3)
+    world.remember({})
+    for answer, expected in (({"body": "3", "pause": 0.85 * limit / rate}, borne),
+                             ({"status": None, "hold": True}, given_up)):
+        world.freshclam(0)
+        world.servers.answer(request_line, **answer)
+        assert expected in world.run(rate=rate).stdout
+    assert 0.9 * limit < world.servers.held_for() * rate < 1.2 * limit
+
+
+SLOW_SERVER = """import socket, ssl, sys, time
+silence = 9 / int(sys.argv[1])
+context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+context.load_cert_chain("/srv/vendor/tls/certificate.pem", "/srv/vendor/tls/key.pem")
+received, sent = ssl.MemoryBIO(), ssl.MemoryBIO()
+tls = context.wrap_bio(received, sent, server_side=True)
+def until_done(step):
+    while True:
+        try:
+            return step()
+        except ssl.SSLWantReadError:
+            send_slowly()
+            received.write(connection.recv(9999))
+def send_slowly():
+    flight = sent.read()
+    for half in (flight[:len(flight) // 2], flight[len(flight) // 2:]):
+        if half:
+            time.sleep(silence)
+            connection.sendall(half)
+listener = socket.create_server(("127.0.0.2", 443))
+full = socket.create_server(("127.0.0.1", 443), backlog=0)
+with socket.create_connection(("127.0.0.1", 443)):
+    print("ready", flush=True)
+    connection = listener.accept()[0]
+    until_done(tls.do_handshake)
+    send_slowly()
+    print(until_done(lambda: tls.read(9999)).decode())
+    for piece in (b"HTTP/1.1 200 OK\\r\\nServer: s", b"low\\r\\nContent-Length: 1\\r\\n", b"\\r\\n", b"3"):
+        tls.write(piece)
+        send_slowly()
+"""
+
+
+def test_whatever_arrives_is_life(world):
+    """The host's first address never answers; the second is silent for nine seconds before every piece."""
+    world.freshclam(0)
+    world.install(3)
+    world.servers.place(links=None, content=None)
+    world.shell("nginx -c /srv/nginx.conf -s stop")
+    world.shell(f"printf '127.0.0.1 {LINKS}\\n127.0.0.2 {LINKS}\\n' >>/etc/hosts; echo multi on >/etc/host.conf")
+    server = world.start("/usr/bin/python3", "-c", SLOW_SERVER, "20")
+    server.read_until("ready\n")
+    assert "version number 3\n" in world.run(rate=20).stdout
 
 
 def test_the_users_proxy_is_asked(world):

@@ -80,6 +80,16 @@ def test_a_hundred_scripts_take_one_handshake(world):
     assert SOUND in world.run().stdout and world.version() == 102
 
 
+def test_a_connection_that_was_closed_is_resumed(world):
+    world.freshclam(0)
+    world.install(1)
+    world.shell("sed -i 's/http {/&keepalive_timeout 0; ssl_session_cache shared:a:1m;/' /srv/nginx.conf")
+    world.servers.restart()
+    assert SCRIPTS in world.run().stdout
+    requests = [request for request in world.servers.requests() if request.path.startswith(SCRIPTED)]
+    assert [request.reused for request in requests] == [".", "r", "r", "r", "r"]
+
+
 def shut(world, path):
     """A folder that not even root can write to."""
     world.shell(f"mkdir -pm 700 {path}; mount -t tmpfs -o ro,mode=700 shut {path}")
@@ -131,7 +141,8 @@ CONTAINER_FAILURES = {
     "scanner missing": (lambda w: w.shell(f"rm {BIN}/clamscan"), OLD + SCRIPTS + REJECTED + FULL + REJECTED_WHOLE, "",
                         1),
     "whole unsigned": (lambda w: (w.shell(f"rm {DATA}/VestRUM.cud"), remove(w, "VestRUM.cud.signature")), FULL
-                       + "Downloading VestRUM.cud [100%]\n" + UNVERIFIED, TAMPERED, 0),
+                       + "Downloading VestRUM.cud [100%]\n" + UNVERIFIED,
+                       TAMPERED, 0),
     "version 0": (lambda w: w.write(f"{DATA}/VestRUM.cud", "x" * 600), "Local version 0\n" + FULL + FETCHED, "", 3),
     "empty": (lambda w: w.write(f"{DATA}/VestRUM.cud"), "Unable to read header for file VestRUM.cud\n"
               "Local version 0\n" + FULL + FETCHED, "", 3),

@@ -12,7 +12,7 @@ int main(int count, char** arguments) {
   if (count != 2) return 2;
   const std::string item = arguments[1];
   RunContext context;
-  HttpClient http;
+  HttpClient http(settings::largestDownload);
   const VendorSession session{.http = http,
                               .temporaryDirectory = platform::makeTemporaryDirectory(),
                               .userAgent = toolUserAgent(context.toolVersion)};

@@ -70,8 +70,11 @@ static bool startServer() {
 void tryInput(std::string_view input) {
   [[maybe_unused]] static const bool started = startServer();
   setAnswers(splitByModel(input, '~'));
-  HttpClient client;
-  HttpRequest request{.url = "http://vendor.example/file", .userAgent = "fuzz"};
+  constexpr std::uint64_t largest = 1000;
+  HttpClient client(largest);
+  HttpRequest request{.url = "http://vendor.example/file",
+                      .userAgent = "fuzz",
+                      .idleTimeout = std::chrono::seconds(5)};
   for (const char* const method : {"GET", "HEAD"}) {
     request.method = method;
     const auto result = client.sendSynchronousRequest(request);
@@ -82,7 +85,7 @@ void tryInput(std::string_view input) {
       require(value == stripped(value, " \t\r\n"), "a header's value has no blanks around it");
     }
   }
-  DVFileDownloader downloader(client);
+  DVFileDownloader downloader(client, "1");
   downloader.setQuiet(true);
   downloader.downloadFileFromSaveToPath(request.url, "download");
   require((::unlink("download") == 0) != downloader.downloadFailed(), "a file or a failure");

@@ -72,7 +72,7 @@ int updateEverything(RunContext& context) {
   removeUnfinishedDownloads(context);
   UpdateState state;
   state.open();
-  HttpClient http;
+  HttpClient http(settings::largestDownload);
   const TemporaryDirectory temporaryDirectory;
   const VendorSession vendorSession{.http = http,
                                     .temporaryDirectory = temporaryDirectory.path(),
