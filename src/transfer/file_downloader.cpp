@@ -15,10 +15,21 @@ constexpr std::chrono::seconds downloadIdleTimeout(60);
 
 constexpr std::string_view bundleName = "Tarnwick";
 
+LinkMaker always(const std::string& url) {
+  return [url] { return Link{.url = url, .shown = url}; };
+}
+
 /// 0 when there was no answer.
 long statusOf(const HttpResult& result) {
   const auto* const response = std::get_if<HttpResponse>(&result);
   return response != nullptr ? response->status : 0;
+}
+
+/// Why there is no valid signature can be as simple as this.
+void logUnlessFound(const Link& link, long status) {
+  constexpr long found = 200;
+  if (status == 0 || status == found) return;
+  platformLog(fmt::format("The server answered {} for {}", status, link.shown));
 }
 
 }  // namespace
@@ -36,16 +47,25 @@ void DVFileDownloader::downloadFileFromSaveToPath(const std::string& url,
 void DVFileDownloader::downloadFileFromWithSignatureFileSaveToPath(
     const std::string& url, const std::optional<std::string>& signatureUrl,
     const std::filesystem::path& destination) {
+  downloadFileFromWithSignatureFileSaveToPath(
+      always(url), always(signatureUrl.value_or(url + ".signature")), destination);
+}
+
+void DVFileDownloader::downloadFileFromWithSignatureFileSaveToPath(
+    const LinkMaker& file, const LinkMaker& signature, const std::filesystem::path& destination) {
+  const Link fileLink = file();
   if (headerOnly_) {
-    requestHeaderOnly(requestFor(url));
+    requestHeaderOnly(requestFor(fileLink.url));
     return;
   }
-  fetchFile(requestFor(url), destination);
+  const long fileStatus = fetchFile(requestFor(fileLink.url), destination);
   if (downloadFailed_ || !verifyWithSignature_) return;
 
-  const HttpResult answer =
-      http_.sendSynchronousRequest(requestFor(signatureUrl.value_or(url + ".signature")));
+  const Link signatureLink = signature();
+  const HttpResult answer = http_.sendSynchronousRequest(requestFor(signatureLink.url));
   if (isSigned(destination, answer)) return;
+  logUnlessFound(fileLink, fileStatus);
+  logUnlessFound(signatureLink, statusOf(answer));
   platformLog("Download failed sig check");
   downloadFailed_ = true;
 }
@@ -61,7 +81,7 @@ void DVFileDownloader::requestHeaderOnly(HttpRequest request) {
   httpResponseCode_ = statusOf(http_.sendSynchronousRequest(request));
 }
 
-void DVFileDownloader::fetchFile(const HttpRequest& request,
+long DVFileDownloader::fetchFile(const HttpRequest& request,
                                  const std::filesystem::path& destination) {
   displayFilename_ = replaced(destination.filename().string(), "_download", "");
   progressName_ = replaced(displayFilename_, ".zip", "");
@@ -79,6 +99,7 @@ void DVFileDownloader::fetchFile(const HttpRequest& request,
   } else {
     downloadDidFinish();
   }
+  return statusOf(result);
 }
 
 bool DVFileDownloader::isSigned(const std::filesystem::path& file,

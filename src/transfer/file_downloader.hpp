@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -9,6 +10,16 @@
 #include "transfer/http_client.hpp"
 
 namespace tarnwick {
+
+/// An address, and what of it may be written into a log: a link can hold what is a secret for as
+/// long as the link lives.
+struct Link {
+  std::string url;
+  std::string shown;
+};
+
+/// Called immediately before the request that uses the link, because links can be short-lived.
+using LinkMaker = std::function<Link()>;
 
 /// Fetches one URL into one file and waits for it, with a progress line on standard output, and
 /// can check the file against its publisher's signature. Can instead ask only for the HTTP status.
@@ -52,6 +63,11 @@ class DVFileDownloader final {
                                                    const std::optional<std::string>& signatureUrl,
                                                    const std::filesystem::path& destination);
 
+  /// The same with links that are made when they are needed.
+  void downloadFileFromWithSignatureFileSaveToPath(const LinkMaker& file,
+                                                   const LinkMaker& signature,
+                                                   const std::filesystem::path& destination);
+
   void downloadDidReceiveResponse(const HttpResponse& response);
   void downloadDidReceiveDataOfLength(std::uint64_t length);
   void downloadDidFailWithError(const HttpError& error);
@@ -60,7 +76,7 @@ class DVFileDownloader final {
  private:
   [[nodiscard]] HttpRequest requestFor(const std::string& url) const;
   void requestHeaderOnly(HttpRequest request);
-  void fetchFile(const HttpRequest& request, const std::filesystem::path& destination);
+  long fetchFile(const HttpRequest& request, const std::filesystem::path& destination);
   [[nodiscard]] bool isSigned(const std::filesystem::path& file, const HttpResult& signature) const;
   void showProgress(std::uint64_t percentage, char lineEnd) const;
 

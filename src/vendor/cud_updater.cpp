@@ -64,14 +64,21 @@ Workplace workplaceIn(const fs::path& temporaryDirectory) {
           .aside = directory.string() + ".aside"};
 }
 
-std::string scriptedLink(std::string_view name) {
-  return signedLinkForPath(fmt::format("/VestRUM2/Scripted/{}", name));
+std::string scriptedPath(std::string_view name) {
+  return fmt::format("/VestRUM2/Scripted/{}", name);
+}
+
+/// Fetches one of the signed files, each link made when its request is.
+void downloadScripted(DVFileDownloader& downloader, std::string_view name, const fs::path& file) {
+  const std::string path = scriptedPath(name);
+  downloader.downloadFileFromWithSignatureFileSaveToPath(signedLinksTo(path),
+                                                         signedLinksTo(path + ".signature"), file);
 }
 
 std::int64_t availableVersion(const RunContext& context, const VendorSession& session) {
   printMessage(context, "Downloading Defs version number");
   const auto result = session.http.sendSynchronousRequest(
-      toolRequest(scriptedLink("VestRUM-db-version.txt"), session.userAgent));
+      toolRequest(signedLinkForPath(scriptedPath("VestRUM-db-version.txt")), session.userAgent));
   if (const auto* const error = std::get_if<HttpError>(&result)) {
     printMessage(context, "Failed to get available defs version number: {}", error->description);
     return 0;
@@ -136,9 +143,7 @@ bool fetchScripts(const RunContext& context, const VendorSession& session, const
   const auto missing = static_cast<double>(versions.available - versions.local);
   for (std::int64_t fetched = 0; fetched < versions.available - versions.local;) {
     const std::string name = fmt::format("VestRUM-{}.script", versions.local + fetched + 1);
-    const std::string link = scriptedLink(name);
-    downloader.downloadFileFromWithSignatureFileSaveToPath(link, scriptedLink(name + ".signature"),
-                                                           work.directory / name);
+    downloadScripted(downloader, name, work.directory / name);
     if (downloader.downloadFailed()) {
       printMessage(context, "Failed to download and verify {}", name);
       printMessage(context, "Processing updates…");
@@ -263,9 +268,7 @@ bool fetchWholeContainer(const RunContext& context, const VendorSession& session
   downloader.setVerifyWithSignature(true);
   std::error_code ignored;
   fs::create_directories(work.directory, ignored);
-  const std::string link = scriptedLink(containerName);
-  downloader.downloadFileFromWithSignatureFileSaveToPath(
-      link, scriptedLink("VestRUM.cud.signature"), work.container());
+  downloadScripted(downloader, containerName, work.container());
   if (!downloader.downloadFailed()) return true;
   printMessage(context, "Failed to download and/or verify VestRUM.cud");
   return false;

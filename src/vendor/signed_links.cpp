@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <utility>
 
 #include "base/text_rules.hpp"
 #include "settings/vendor_settings.hpp"
@@ -28,6 +29,13 @@ std::string signedLinkForPathAt(std::string_view path, double secondsSince1970) 
   const std::string tokenInput = fmt::format("{}{}{}", settings::linkSecret, path, expiry);
   const std::string token = safeForUrlPath(FileHash::md5HashAsBase64OfString(tokenInput));
   return fmt::format("https://{}/{}/{}{}", settings::linkHost, token, expiry, path);
+}
+
+LinkMaker signedLinksTo(std::string path) {
+  return [path = std::move(path)] {
+    return Link{.url = signedLinkForPath(path),
+                .shown = fmt::format("https://{}{}", settings::linkHost, path)};
+  };
 }
 
 std::string signedLinkForPath(std::string_view path) {

@@ -3,11 +3,16 @@
 #include <string>
 #include <string_view>
 
+#include "transfer/file_downloader.hpp"
+
 namespace tarnwick {
 
 /// A link to `path` (which begins with "/") on the vendor's second content-network host, valid for
 /// a minute: make it just before the request that uses it.
 std::string signedLinkForPath(std::string_view path);
+
+/// Makes such links; what may be shown of one is its host and path, without token and expiry.
+LinkMaker signedLinksTo(std::string path);
 
 /// The link as made at a moment given in seconds since 1970 UTC.
 std::string signedLinkForPathAt(std::string_view path, double secondsSince1970);

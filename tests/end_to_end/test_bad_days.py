@@ -11,21 +11,22 @@ from testbed.transcripts import (BANNER, CURRENT, FETCHED, FRESHCLAM, FULL, INST
 CONTAINER = "GET /VestRUM2/Scripted/VestRUM.cud"
 DATABASE = "GET /VestRUM2/Vestrum.database"
 TRANSFER, UNSIGNED = "tarnwick: Download failed! ERROR\n", "tarnwick: Download failed sig check\n"
+ANSWERED = "tarnwick: The server answered {} for https://links.vestrum.example/VestRUM2/Scripted/VestRUM.cud\n"
 SAVED = "Downloading {} [100%]\n"
-# What a server does to a download, and whether something was saved.
+# What a server does to a download, and with what status something was saved.
 SERVERS = {
-    "refuses": (lambda s, request: s.place(links=NOBODY, content=NOBODY), False),
-    "is unknown": (lambda s, request: s.place(links=None, content=None), False),
-    "is an impostor": (lambda s, request: s.place(links=IMPOSTOR, content=IMPOSTOR), False),
-    "hangs up": (lambda s, request: s.drop(request), False),
-    "cuts short": (lambda s, request: s.answer(request, "half of it", length=20), False),
-    "stalls": (lambda s, request: s.answer(request, "half of it", length=20, hold=True), False),
-    "says nothing": (lambda s, request: s.answer(request, status=None, hold=True), False),
-    "has an error": (lambda s, request: s.answer(request, "<html>sorry</html>", "500 Sorry"), True),
-    "has nothing": (lambda s, request: s.answer(request), True),
-    "leads elsewhere": (lambda s, request: s.answer(request, "", "302 Found", [f"Location: https://{MIRROR}/x"]), True),
-    "leads to a file": (lambda s, request: s.answer(request, "", "302 Found", ["Location: file:///etc/passwd"]), False),
-    "leads in a circle": (lambda s, request: s.answer(request, "", "302 Found", [f"Location: {request[4:]}"]), False),
+    "refuses": (lambda s, request: s.place(links=NOBODY, content=NOBODY), None),
+    "is unknown": (lambda s, request: s.place(links=None, content=None), None),
+    "is an impostor": (lambda s, request: s.place(links=IMPOSTOR, content=IMPOSTOR), None),
+    "hangs up": (lambda s, request: s.drop(request), None),
+    "cuts short": (lambda s, request: s.answer(request, "half of it", length=20), None),
+    "stalls": (lambda s, request: s.answer(request, "half of it", length=20, hold=True), None),
+    "says nothing": (lambda s, request: s.answer(request, status=None, hold=True), None),
+    "has an error": (lambda s, request: s.answer(request, "<html>sorry</html>", "500 Sorry"), 500),
+    "has nothing": (lambda s, request: s.answer(request), 200),
+    "leads elsewhere": (lambda s, request: s.answer(request, "", "302 Found", [f"Location: https://{MIRROR}/x"]), 404),
+    "leads to a file": (lambda s, request: s.answer(request, "", "302 Found", ["Location: file:///etc/passwd"]), None),
+    "leads in a circle": (lambda s, request: s.answer(request, "", "302 Found", [f"Location: {request[4:]}"]), None),
 }
 
 
@@ -36,10 +37,10 @@ def test_bad_servers(world, name):
     for request in (CONTAINER, DATABASE):
         misbehave(world.servers, request)
     outcome = world.run(rate=60)
-    container = SAVED.format("VestRUM.cud") * saved + "Failed to download and/or verify VestRUM.cud\n"
+    container = SAVED.format("VestRUM.cud") * bool(saved) + "Failed to download and/or verify VestRUM.cud\n"
     invalid = "Vestrum.database definitions file is not valid. Delete it.\n"
-    database = SAVED.format("Vestrum.database") * saved + invalid
-    errors = UNSIGNED if saved else TRANSFER * 2
+    database = SAVED.format("Vestrum.database") * bool(saved) + invalid
+    errors = ANSWERED.format(saved) * (saved != 200) + UNSIGNED if saved else TRANSFER * 2
     if name in ("refuses", "is unknown", "is an impostor"):
         database, errors = "Error occurred downloading Vestrum.database\n", TRANSFER
     assert (outcome.status, outcome.stdout, outcome.stderr, world.state()) == (
@@ -117,6 +118,23 @@ def test_whatever_arrives_is_life(world):
     server = world.start("/usr/bin/python3", "-c", SLOW_SERVER, "20")
     server.read_until("ready\n")
     assert "version number 3\n" in world.run(rate=20).stdout
+
+
+def test_a_download_may_take_longer_than_its_links_live(world):
+    world.hurry(100)
+    for installed, request, body in (
+            (1, "GET /VestRUM2/Scripted/VestRUM-2.script", world.published("VestRUM-2.script")),
+            (None, CONTAINER, world.container(3))):
+        world.freshclam(0)
+        world.servers.mend()
+        world.servers.answer(request, body, pause=0.1)
+        if installed:
+            world.install(installed)
+        else:
+            world.shell(f"rm {DATA}/VestRUM.cud")
+        outcome = world.run(rate=100)
+        assert (outcome.stderr, world.version()) == ("", 3)
+        assert (FULL in outcome.stdout) == (installed is None)
 
 
 def test_the_users_proxy_is_asked(world):

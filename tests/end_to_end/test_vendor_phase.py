@@ -1,11 +1,12 @@
 """The vendor's own definitions: whole transcripts of runs, every way in which a step can fail, and what is left."""
 
 import io
+import time
 import zipfile
 
 import pytest
 
-from testbed import BIN, CONFIGURATION, DATA, MACINTOSH, NOBODY, OLDER_STATE, PREFIX, definitions_text, sample
+from testbed import BIN, CONFIGURATION, DATA, LINKS, MACINTOSH, NOBODY, OLDER_STATE, PREFIX, definitions_text, sample
 from testbed.transcripts import (BANNER, CURRENT, FETCHED, FRESHCLAM, FULL, INSTALLED, LOCAL, NEWER, SCRIPTS, SOUND,
                                UNCHANGED, WARNING)
 from testbed.machine import seen_inside
@@ -107,6 +108,20 @@ def remove(world, name):
     world.shell(f"rm /srv/vendor/site{SCRIPTED}{name}")
 
 
+def answered(status, *names):
+    return "".join(f"tarnwick: The server answered {status} for https://{LINKS}{SCRIPTED}{name}\n" for name in names)
+
+
+def another_secret(world):
+    world.shell(f"sed -i s/Kesto-Ra/another/ /srv/site.conf; rm {DATA}/VestRUM.cud")
+    world.servers.restart()
+
+
+def servers_two_minutes_ahead(world):
+    world.shell(f"rm {DATA}/VestRUM.cud")
+    world.hurry(2, since=time.time() - 120)
+
+
 TAMPERED = "tarnwick: Download failed sig check\n"
 UNVERIFIED = "Failed to download and/or verify VestRUM.cud\n"
 ERROR = "Failed to get available defs version number: ERROR\n"
@@ -126,7 +141,7 @@ CONTAINER_FAILURES = {
                   "", 3),
     "script missing": (lambda w: remove(w, "VestRUM-3.script"), OLD + "Downloading VestRUM-2.script [ 50%]\n"
                        "Failed to download and verify VestRUM-3.script\nProcessing updates…\n" + FULL + FETCHED,
-                       TAMPERED, 3),
+                       answered(404, "VestRUM-3.script") + TAMPERED, 3),
     "script cut": (lambda w: w.servers.answer(f"GET {SCRIPTED}VestRUM-2.script", "x", length=9), OLD
                    + "Failed to download and verify VestRUM-2.script\nProcessing updates…\n" + FULL + FETCHED, "", 3),
     "applying": (lambda w: sigtool_failing_at(w, "--run"), OLD + SCRIPTS + FULL + FETCHED, "", 3),
@@ -142,7 +157,11 @@ CONTAINER_FAILURES = {
                         1),
     "whole unsigned": (lambda w: (w.shell(f"rm {DATA}/VestRUM.cud"), remove(w, "VestRUM.cud.signature")), FULL
                        + "Downloading VestRUM.cud [100%]\n" + UNVERIFIED,
-                       TAMPERED, 0),
+                       answered(404, "VestRUM.cud.signature") + TAMPERED, 0),
+    "another secret": (another_secret, FULL + "Downloading VestRUM.cud [100%]\n" + UNVERIFIED,
+                       answered(403, "VestRUM.cud", "VestRUM.cud.signature") + TAMPERED, 0),
+    "clock slow": (servers_two_minutes_ahead, FULL + "Downloading VestRUM.cud [100%]\n" + UNVERIFIED,
+                   answered(410, "VestRUM.cud", "VestRUM.cud.signature") + TAMPERED, 0),
     "version 0": (lambda w: w.write(f"{DATA}/VestRUM.cud", "x" * 600), "Local version 0\n" + FULL + FETCHED, "", 3),
     "empty": (lambda w: w.write(f"{DATA}/VestRUM.cud"), "Unable to read header for file VestRUM.cud\n"
               "Local version 0\n" + FULL + FETCHED, "", 3),
