@@ -140,9 +140,14 @@ STEP(int, fchmod, (int file, mode_t mode), (file, mode))
 STEP(int, fsync, (int file), (file), RECORDED("sync", name_of(file)))
 STEP(int, mkdir, (const char *path, mode_t mode), (path, mode))
 STEP(int, mkostemp, (char *pattern, int flags), (pattern, flags))
-STEP(int, remove, (const char *path), (path), RECORDED("delete", path))
 STEP(int, rename, (const char *from, const char *to), (from, to), RECORDED("rename", to))
 STEP(int, rmdir, (const char *path), (path))
 STEP(int, unlink, (const char *path), (path), RECORDED("delete", path))
 STEP(int, unlinkat, (int folder, const char *path, int flags), (folder, path, flags), RECORDED("delete", path))
 STEP(ssize_t, write, (int file, const void *bytes, size_t count), (file, bytes, count))
+
+/* Of a single file, which is deleted or is not: no step of its own. */
+int remove(const char *path)
+{
+    return RECORDED("delete", path) REAL(remove)(path);
+}
