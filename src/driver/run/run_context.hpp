@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <optional>
 #include <string>
 
@@ -10,6 +11,7 @@
 namespace tarnwick {
 
 /// The settings and flags of one run. The driver makes it and hands it to every phase.
+/// What is atomic, the signal handler reads as well.
 struct RunContext {
   std::string dataDirectory = fixedDatabaseDirectory();
   std::string freshclamPath = inPrefix("bin/freshclam");
@@ -17,10 +19,10 @@ struct RunContext {
   std::string mirrorHost{settings::contentHost};
   std::string toolVersion{settings::toolVersion};
   std::string freshclamCommand;
-  bool logEnabled = false;
+  std::atomic<bool> logEnabled = false;
   std::optional<std::string> logPath;
   LogFile logFile;
-  bool quietMode = false;
+  std::atomic<bool> quietMode = false;
   bool definitionsChanged = false;  ///< a vendor definitions file was replaced or deleted
 };
 
