@@ -1,14 +1,16 @@
 /* Preloaded into the tool: lets its steady clock, its pauses and its waits run TARNWICK_TEST_RATE times as fast, and
  * from the second TARNWICK_TEST_SINCE on the time of day too, which it does in nginx as well. It sends the tool
- * TARNWICK_TEST_SIGNAL, either TARNWICK_TEST_AFTER microseconds after it was ready for signals, or just before its
- * change number TARNWICK_TEST_STEP to any file. What a loss of power depends on goes to the file TARNWICK_TEST_RECORD:
- * each renaming, deletion and bringing to the disk, with the last part of the path. */
+ * TARNWICK_TEST_SIGNAL: TARNWICK_TEST_AFTER microseconds after it was ready for signals, TARNWICK_TEST_SPAWN
+ * microseconds after it began to start freshclam, or just before its change number TARNWICK_TEST_STEP to any file. What
+ * a loss of power depends on goes to the file TARNWICK_TEST_RECORD: each renaming, deletion and bringing to the disk,
+ * with the last part of the path. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <spawn.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -83,20 +85,34 @@ int nanosleep(const struct timespec *asked, struct timespec *left)
     return REAL(nanosleep)(&shorter, left);
 }
 
-/* The tool takes care of a broken pipe last. */
-int sigaction(int which, const struct sigaction *action, struct sigaction *before)
+static void send_signal_after(long microseconds)
 {
     static int armed;
-    int result = REAL(sigaction)(which, action, before);
-    long after = number("TARNWICK_TEST_AFTER");
-    if (which == SIGPIPE && after && !armed++) {
+    if (microseconds && !armed++) {
         struct sigevent event = {.sigev_notify = SIGEV_SIGNAL, .sigev_signo = (int)number("TARNWICK_TEST_SIGNAL")};
-        struct itimerspec once = {.it_value = {after / 1000000, after % 1000000 * 1000}};
+        struct itimerspec once = {.it_value = {microseconds / 1000000, microseconds % 1000000 * 1000}};
         timer_t timer;
         if (timer_create(CLOCK_MONOTONIC, &event, &timer) == 0)
             timer_settime(timer, 0, &once, NULL);
     }
+}
+
+/* The tool takes care of a broken pipe last. */
+int sigaction(int which, const struct sigaction *action, struct sigaction *before)
+{
+    int result = REAL(sigaction)(which, action, before);
+    if (which == SIGPIPE)
+        send_signal_after(number("TARNWICK_TEST_AFTER"));
     return result;
+}
+
+int posix_spawn(pid_t *child, const char *path, const posix_spawn_file_actions_t *actions,
+                const posix_spawnattr_t *attributes, char *const arguments[], char *const environment[])
+{
+    static const char freshclam[] = "/usr/local/vestRum/bin/freshclam ";
+    if (arguments[1] && arguments[2] && strncmp(arguments[2], freshclam, strlen(freshclam)) == 0)
+        send_signal_after(number("TARNWICK_TEST_SPAWN"));
+    return REAL(posix_spawn)(child, path, actions, attributes, arguments, environment);
 }
 
 static void step(void)

@@ -40,8 +40,8 @@ class Job:
         os.kill(only_child(self.process.pid), number)
 
     def end(self):
-        stdout, stderr = self.process.communicate()
-        return Outcome(self.process.returncode, stdout.decode(errors="replace"), stderr.decode(errors="replace"))
+        said = [(text or b"").decode(errors="replace") for text in self.process.communicate()]
+        return Outcome(self.process.returncode, *said)
 
 
 def only_child(pid):
@@ -88,11 +88,12 @@ class Machine:
         """Where this process finds the machine's `path`."""
         return self.root / str(path).lstrip("/")
 
-    def start(self, *command, env=None, stdout=subprocess.PIPE, stderr=subprocess.PIPE, **more):
+    def start(self, *command, env=None, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+              **more):
         # Whoever started this may ignore signals, as `nohup` does, and what is started here must not inherit that.
         prefix = ["env", "--default-signal", "nsenter", "-t", str(self._init), "-m", "-n", "-p", "-u", "-r", "-w"]
         return Job(subprocess.Popen(prefix + [str(part) for part in command], env=ENVIRONMENT | (env or {}),
-                                    stdin=subprocess.DEVNULL, stdout=stdout, stderr=stderr, **more))
+                                    stdin=stdin, stdout=stdout, stderr=stderr, **more))
 
     def command(self, *command, **more):
         return self.start(*command, **more).end()
@@ -113,5 +114,5 @@ class Machine:
 
     def running(self, pattern):
         """The command lines of the machine's living processes that match."""
-        lines = self.command("ps", "-e", "-o", "args=").stdout.splitlines()
+        lines = self.shell("ps -e -o args=").splitlines()
         return [line for line in lines if re.search(pattern, line) and " -o args=" not in line]

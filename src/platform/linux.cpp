@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -156,23 +157,74 @@ std::size_t listProcesses(std::span<pid_t> processes) {
   }
 }
 
+namespace {
+
+/// The path of one of the kernel's files about a process; `name` begins with a slash.
+std::array<char, 32> pathInProc(pid_t process, std::string_view name) {
+  std::array<char, 32> path{"/proc/"};
+  char* const digits = path.data() + std::strlen(path.data());
+  const auto end = std::to_chars(digits, path.data() + path.size() - name.size() - 1, process);
+  std::ranges::copy(name, end.ptr);
+  return path;
+}
+
+/// Its beginning, as far as it fits in the buffer; empty when it cannot be read.
+std::string_view readProcFile(pid_t process, std::string_view name, std::span<char> buffer) {
+  const FileDescriptor file(::open(pathInProc(process, name).data(), O_RDONLY | O_CLOEXEC));
+  const ssize_t length = file.isOpen() ? readSome(file.get(), buffer) : 0;
+  return {buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(length, 0))};
+}
+
+}  // namespace
+
 std::string_view executablePathOf(pid_t process, std::span<char> buffer) {
-  std::array<char, 32> link{"/proc/"};
-  char* const digits = link.data() + std::strlen(link.data());
-  const auto end = std::to_chars(digits, link.data() + link.size() - sizeof "/exe", process);
-  std::strcpy(end.ptr, "/exe");  // NOLINT(clang-analyzer-security.*): room was kept for it
-  const ssize_t length = ::readlink(link.data(), buffer.data(), buffer.size());
+  const ssize_t length =
+      ::readlink(pathInProc(process, "/exe").data(), buffer.data(), buffer.size());
   return length > 0 ? std::string_view(buffer.data(), static_cast<std::size_t>(length))
                     : std::string_view();
+}
+
+std::optional<ProcessSight> lookAtProcess(pid_t process) {
+  std::array<char, 256> buffer;  // NOLINT(*-member-init): read fills it
+  const std::string_view known = readProcFile(process, "/stat", buffer);
+  // Id, name in brackets, state, parent. A name may hold brackets of its own.
+  const std::size_t bracket = known.rfind(") ");
+  if (bracket == std::string_view::npos || bracket + 4 >= known.size()) return std::nullopt;
+  constexpr std::string_view standing = "TtZX";
+  ProcessSight sight{.standsStill = standing.find(known[bracket + 2]) != std::string_view::npos};
+  std::from_chars(known.data() + bracket + 4, known.data() + known.size(), sight.parent);
+  return sight;
 }
 
 void closeOtherDescriptors(posix_spawn_file_actions_t& actions, posix_spawnattr_t& /*attributes*/) {
   posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
 }
 
-// The C library's fork takes locks that the interrupted code may hold; this one takes none.
-pid_t forkInSignalHandler() {
-  return ::_Fork();
+namespace {
+
+[[noreturn]] void becomeShell(const char* commandLine, const posix_spawnattr_t& attributes) {
+  sigset_t reset{};
+  sigset_t mask{};
+  posix_spawnattr_getsigdefault(&attributes, &reset);
+  posix_spawnattr_getsigmask(&attributes, &mask);
+  struct sigaction standard {};
+  standard.sa_handler = SIG_DFL;
+  for (int number = 1; number < NSIG; ++number) {
+    if (sigismember(&reset, number) == 1) ::sigaction(number, &standard, nullptr);
+  }
+  ::pthread_sigmask(SIG_SETMASK, &mask, nullptr);
+  ::execl("/bin/sh", "sh", "-c", commandLine, static_cast<char*>(nullptr));
+  ::_exit(127);
+}
+
+}  // namespace
+
+// posix_spawn is not promised to be safe here, and fork takes locks that the interrupted code may
+// hold. This one takes none.
+pid_t spawnShellInSignalHandler(const char* commandLine, const posix_spawnattr_t& attributes) {
+  const pid_t child = ::_Fork();
+  if (child == 0) becomeShell(commandLine, attributes);
+  return child;
 }
 
 std::string unzipCommand(const fs::path& archive, const fs::path& directory) {

@@ -4,6 +4,7 @@
 #include <libproc.h>
 #include <netinet/in.h>
 #include <spawn.h>
+#include <sys/proc.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -128,6 +129,14 @@ std::string_view executablePathOf(pid_t process, std::span<char> buffer) {
                     : std::string_view();
 }
 
+std::optional<ProcessSight> lookAtProcess(pid_t process) {
+  proc_bsdshortinfo known{};
+  const int size = ::proc_pidinfo(process, PROC_PIDT_SHORTBSDINFO, 0, &known, sizeof known);
+  if (size != static_cast<int>(sizeof known)) return std::nullopt;  // one that has ended, too
+  return ProcessSight{.parent = static_cast<pid_t>(known.pbsi_ppid),
+                      .standsStill = known.pbsi_status == SSTOP || known.pbsi_status == SZOMB};
+}
+
 void closeOtherDescriptors(posix_spawn_file_actions_t& actions, posix_spawnattr_t& attributes) {
   short flags = 0;
   posix_spawnattr_getflags(&attributes, &flags);
@@ -137,9 +146,18 @@ void closeOtherDescriptors(posix_spawn_file_actions_t& actions, posix_spawnattr_
   }
 }
 
-// sigaction(2) lists it among the functions that are safe in a handler.
-pid_t forkInSignalHandler() {
-  return ::fork();
+// sigaction(2) names fork as safe in a handler and this not. But fork runs hooks of the system's
+// own libraries, which take locks that the interrupted code may hold, malloc's among them; this is
+// one system call and runs none.
+pid_t spawnShellInSignalHandler(const char* commandLine, const posix_spawnattr_t& attributes) {
+  std::array<char, 3> shell{"sh"};
+  std::array<char, 3> option{"-c"};
+  const std::array<char*, 4> arguments{shell.data(), option.data(), const_cast<char*>(commandLine),
+                                       nullptr};
+  pid_t child = 0;
+  const int error =
+      ::posix_spawn(&child, "/bin/sh", nullptr, &attributes, arguments.data(), environ);
+  return error == 0 ? child : -1;
 }
 
 namespace {

@@ -36,12 +36,22 @@ std::size_t listProcesses(std::span<pid_t> processes);
 /// in a signal handler.
 std::string_view executablePathOf(pid_t process, std::span<char> buffer);
 
+/// What is known of a process.
+struct ProcessSight {
+  pid_t parent = 0;
+  bool standsStill = false;  ///< stopped or ended: it starts no process
+};
+
+/// None when there is no such process. Safe in a signal handler.
+std::optional<ProcessSight> lookAtProcess(pid_t process);
+
 /// Lets a program that is about to be spawned inherit nothing but descriptors 0, 1 and 2. Libraries
 /// open some that do not close by themselves. To be called when all else has been set.
 void closeOtherDescriptors(posix_spawn_file_actions_t& actions, posix_spawnattr_t& attributes);
 
-/// As fork, safe in a signal handler, whatever the signal interrupted.
-pid_t forkInSignalHandler();
+/// Starts a command line in the system shell, with the dispositions and the mask that `attributes`
+/// hold. The child's id, or -1. Safe in a signal handler, whatever the signal interrupted.
+pid_t spawnShellInSignalHandler(const char* commandLine, const posix_spawnattr_t& attributes);
 
 /// A preferences domain: texts by key, owned by the user who runs the program.
 using Preferences = std::map<std::string, std::string, std::less<>>;

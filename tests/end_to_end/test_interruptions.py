@@ -1,19 +1,33 @@
 """Runs that are cut off, by a signal or without one, and runs that meet each other."""
 
+import fcntl
 import hashlib
 import os
+import pathlib
+import pty
 import random
 import re
+import shutil
+import signal
+import subprocess
+import termios
 
 import pytest
 
 from testbed import BIN, CONFIGURATION, DATA, MIRROR, PREFIX, STATE, definitions_text
 from testbed.transcripts import BANNER, CURRENT, FRESHCLAM, INSTALLED, NEWER, SCRIPTS, SOUND, UNCHANGED
+from testbed.world import clean
 
 SIGNALS = (15, 2, 3, 6)
 END = "killling...\n"
 WHOLE = (BANNER + NEWER.format(local=1, available=3) + SCRIPTS + SOUND + INSTALLED + "\nChecking ClamAV definitions\n")
 HOLD = "read -r nothing </srv/hold"
+
+
+def behind_another_run(world):
+    other = world.start("flock", "/var/lib/tarnwick", "sh", "-c", "echo locked; exec sleep infinity")
+    other.read_until("locked\n")
+    return lambda job: job.read_until("Waiting for it to end.\n", "stderr")
 
 
 def without_network(world):
@@ -34,8 +48,9 @@ def scanning(world):
 
 
 def updating(world):
+    """With a child under another name, as the adapter has one while it starts."""
     world.shell("mkfifo /srv/hold")
-    world.program("freshclam", f"echo updating; {HOLD}")
+    world.program("freshclam", "echo updating; cat /srv/hold; echo updated")
     return lambda job: job.read_until("updating\n")
 
 
@@ -50,6 +65,7 @@ def seeding(world):
 
 
 PHASES = {
+    "lock": behind_another_run,
     "no network": without_network,
     "version stalls": lambda world: stalled(world, "GET /VestRUM2/Scripted/VestRUM-db-version.txt"),
     "script stalls": lambda world: stalled(world, "GET /VestRUM2/Scripted/VestRUM-3.script"),
@@ -73,9 +89,8 @@ def test_signals_in_every_phase(world, phase):
         wait(job)
         job.signal(number)
         outcome = world.finish(job)
-        assert (outcome.status, outcome.stdout[-len(END):], outcome.stderr) == (
-            255, END, "Terminated\n" if phase == "freshclam" else "")
-        if phase == "no network":
+        assert (outcome.status, outcome.stdout[-len(END):], outcome.stderr) == (255, END, "")
+        if phase in ("lock", "no network"):
             assert not world.path("/srv/a.log").exists() and world.version() == 1
         else:
             # While freshclam runs, the log is its alone.
@@ -83,6 +98,69 @@ def test_signals_in_every_phase(world, phase):
             assert f"DatabaseMirror {MIRROR}\n" in world.log(CONFIGURATION) or phase == "fallback"
         # An updater at work is ended too; what else was started may end by itself.
         assert world.running(f"^{BIN}/freshclam") == [] or phase == "scanning"
+
+
+def somebody_elses(world):
+    """A freshclam that another user runs."""
+    world.write("/srv/freshclam", pathlib.Path(shutil.which("sh")).read_bytes(), 0o755)
+    other = world.start("setpriv", "--reuid=clamav", "--clear-groups", "/srv/freshclam", "-c",
+                        "echo started; read -r nothing", stdin=subprocess.PIPE)
+    other.read_until("started\n")
+    return other
+
+
+def test_no_freshclam_survives_a_signal(world):
+    """Wherever ours is in starting: the shell, the adapter, the program, which becomes another user."""
+    world.install(3)
+    world.custom_database()
+    world.servers.answer("GET /custom.ndb", "cut", length=9, hold=True)
+    for index, moment in enumerate([*moments(1, 20, 2_000), *moments(2, 20, 40_000), 500_000]):
+        other = somebody_elses(world)
+        # The end of the output is the end of everybody who could write it.
+        outcome = world.run(kill=(SIGNALS[index % 4], "SPAWN", moment))
+        assert outcome.status == 255 and END in outcome.stdout, (moment, outcome)
+        assert other.end().status == -signal.SIGTERM, moment
+
+
+def launch_on_a_terminal(world, mode=0):
+    """The tool in the foreground of a terminal of its own."""
+    terminal, slave = pty.openpty()
+    settings = termios.tcgetattr(slave)
+    settings[1], settings[3] = 0, settings[3] | mode
+    termios.tcsetattr(slave, termios.TCSANOW, settings)
+    job = world.launch(stdout=slave, start_new_session=True,
+                       preexec_fn=lambda: fcntl.ioctl(1, termios.TIOCSCTTY, 0))
+    os.close(slave)
+    return job, open(terminal, encoding="utf-8")
+
+
+def test_freshclam_may_write_to_a_terminal_that_stops_the_background(world):
+    world.install(3)
+    world.program("freshclam", "echo freshclam \"$@\"; exit 1")
+    job, terminal = launch_on_a_terminal(world, termios.TOSTOP)
+    lines = [terminal.readline() for _ in (BANNER + CURRENT + UNCHANGED + FRESHCLAM).splitlines()]
+    assert (clean("".join(lines)), job.end().status) == (BANNER + CURRENT + UNCHANGED + FRESHCLAM, 1)
+
+
+def test_terminal_hangs_up(world):
+    wait = updating(world)
+    job, terminal = launch_on_a_terminal(world)
+    while "updating" not in terminal.readline():
+        pass
+    terminal.close()
+    assert job.end().status == -signal.SIGHUP and world.running(f"^{BIN}/freshclam") == []
+
+
+@pytest.mark.parametrize("number, through, said", [
+    (signal.SIGHUP, (), ""), (signal.SIGHUP, ("env", "--ignore-signal=HUP"), "\nupdated\n"), (signal.SIGKILL, (), "")])
+def test_a_signal_to_the_whole_group_reaches_freshclam(world, number, through, said):
+    wait = updating(world)
+    job = world.launch(start_new_session=True, through=through)
+    wait(job)
+    os.killpg(job.process.pid, number)
+    if through:
+        world.shell("echo >/srv/hold")
+    assert job.end().stdout == said and world.running(f"^{BIN}/freshclam") == []
 
 
 def quick(world):

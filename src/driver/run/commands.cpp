@@ -12,6 +12,8 @@
 #include <csignal>
 
 #include "base/file_descriptor.hpp"
+#include "base/termination_signals.hpp"
+#include "driver/run/spawn_attributes.hpp"
 #include "driver/run/termination.hpp"
 #include "platform/platform.hpp"
 
@@ -22,26 +24,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// How a child program starts: default signal dispositions, no signal blocked.
+/// What a child program starts with.
 class SpawnSettings {
  public:
-  SpawnSettings() {
-    posix_spawnattr_init(&attributes_);
-    posix_spawn_file_actions_init(&actions_);
-    sigset_t all{};
-    sigset_t none{};
-    sigfillset(&all);
-    sigemptyset(&none);
-    posix_spawnattr_setsigdefault(&attributes_, &all);
-    posix_spawnattr_setsigmask(&attributes_, &none);
-    posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
-  }
+  SpawnSettings() { posix_spawn_file_actions_init(&actions_); }
   SpawnSettings(const SpawnSettings&) = delete;
   SpawnSettings& operator=(const SpawnSettings&) = delete;
-  ~SpawnSettings() {
-    posix_spawn_file_actions_destroy(&actions_);
-    posix_spawnattr_destroy(&attributes_);
-  }
+  ~SpawnSettings() { posix_spawn_file_actions_destroy(&actions_); }
 
   void changeFolder(const fs::path& folder) {
     posix_spawn_file_actions_addchdir_np(&actions_, folder.c_str());
@@ -51,27 +40,22 @@ class SpawnSettings {
     posix_spawn_file_actions_adddup2(&actions_, to.get(), descriptor);
   }
 
-  void startGroup() {
-    posix_spawnattr_setpgroup(&attributes_, 0);
-    posix_spawnattr_setflags(
-        &attributes_, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP);
-  }
-
   /// 0, or the error number.
   int spawn(pid_t& child, const std::string& executable,
             const std::vector<std::string>& arguments) {
-    platform::closeOtherDescriptors(actions_, attributes_);
+    platform::closeOtherDescriptors(actions_, attributes_.get());
     std::vector<char*> list;
     list.push_back(const_cast<char*>(executable.c_str()));
     for (const std::string& argument : arguments) {
       list.push_back(const_cast<char*>(argument.c_str()));
     }
     list.push_back(nullptr);
-    return ::posix_spawn(&child, executable.c_str(), &actions_, &attributes_, list.data(), environ);
+    return ::posix_spawn(&child, executable.c_str(), &actions_, &attributes_.get(), list.data(),
+                         environ);
   }
 
  private:
-  posix_spawnattr_t attributes_{};
+  SpawnAttributes attributes_;
   posix_spawn_file_actions_t actions_{};
 };
 
@@ -162,10 +146,9 @@ int runShellCommand(const std::string& commandLine) {
 
 int runInterruptibleShellCommand(const std::string& commandLine) {
   SpawnSettings settings;
-  settings.startGroup();
   pid_t child = 0;
   {
-    const TerminationDelay untilTheGroupIsKnown;
+    const TerminationDelay untilTheChildIsKnown;
     if (const int error = spawnShell(settings, child, commandLine)) return shellNotStarted(error);
     endWithThisRun(child);
   }

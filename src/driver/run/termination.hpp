@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include "driver/run/run_context.hpp"
+#include "driver/run/spawn_attributes.hpp"
 
 namespace tarnwick {
 
@@ -20,18 +21,13 @@ class TerminationHandlers {
   TerminationHandlers(const TerminationHandlers&) = delete;
   TerminationHandlers& operator=(const TerminationHandlers&) = delete;
   ~TerminationHandlers();
+
+ private:
+  SpawnAttributes childAttributes_;  ///< for the handler, which could not make them
 };
 
-/// Ends this process group too when a termination signal comes; 0 for none.
-void endWithThisRun(pid_t group);
-
-/// Keeps the termination signals back while it lives.
-class TerminationDelay {
- public:
-  TerminationDelay();
-  TerminationDelay(const TerminationDelay&) = delete;
-  TerminationDelay& operator=(const TerminationDelay&) = delete;
-  ~TerminationDelay();
-};
+/// Makes a termination signal end this child too, and all that it has started; 0 for none. The
+/// child must not be waited for before it is withdrawn.
+void endWithThisRun(pid_t command);
 
 }  // namespace tarnwick

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <spawn.h>
+
+namespace tarnwick {
+
+/// How every child starts: default signal dispositions, no signal blocked. Only a hang-up that the
+/// caller ignores stays ignored, so that `nohup` holds for the children too.
+class SpawnAttributes {
+ public:
+  SpawnAttributes();
+  SpawnAttributes(const SpawnAttributes&) = delete;
+  SpawnAttributes& operator=(const SpawnAttributes&) = delete;
+  ~SpawnAttributes();
+
+  [[nodiscard]] posix_spawnattr_t& get() { return attributes_; }
+
+ private:
+  posix_spawnattr_t attributes_{};
+};
+
+}  // namespace tarnwick
