@@ -10,4 +10,4 @@ A world needs root, starts in a fraction of a second and leaves nothing behind.
 from .machine import REPOSITORY, Machine, Outcome
 from .servers import CONTENT, IMPOSTOR, LINKS, MIRROR, NOBODY, UPSTREAM
 from .vendor import definitions_text, member, repacked, sample
-from .world import BIN, CONFIGURATION, DATA, MACINTOSH, OLDER_STATE, PREFIX, STATE, TOOL, World
+from .world import BIN, CONFIGURATION, DATA, MACINTOSH, OLDER_STATE, PREFIX, STATE, TOOL, World, as_the_service

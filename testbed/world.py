@@ -44,6 +44,15 @@ def make_hands(folder):
     subprocess.run(["gcc", "-shared", "-fPIC", "-O2", "-o", folder / "hands.so", HERE / "hands.c"], check=True)
 
 
+def as_the_service():
+    """The command that gives up what the shipped unit does not leave to the tool."""
+    unit = (REPOSITORY / "packaging/systemd/tarnwick.service").read_text(encoding="utf-8")
+    assert "\nNoNewPrivileges=yes\n" in unit
+    kept = re.search(r"^CapabilityBoundingSet=CAP_(.*)$", unit, re.M)[1].lower().split(" cap_")
+    capabilities = ",".join(["-all", *(f"+{name}" for name in kept)])
+    return "setpriv", f"--bounding-set={capabilities}", f"--inh-caps={capabilities}", "--no-new-privs"
+
+
 def clean(text):
     """Without what differs from run to run: dates, process ids, the wording of other people's errors, and the progress
     lines that the last one overwrites."""

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <csignal>
 #include <cstdlib>
@@ -180,8 +181,9 @@ std::string_view readProcFile(pid_t process, std::string_view name, std::span<ch
 std::string_view executablePathOf(pid_t process, std::span<char> buffer) {
   const ssize_t length =
       ::readlink(pathInProc(process, "/exe").data(), buffer.data(), buffer.size());
-  return length > 0 ? std::string_view(buffer.data(), static_cast<std::size_t>(length))
-                    : std::string_view();
+  if (length > 0) return {buffer.data(), static_cast<std::size_t>(length)};
+  // The link is for those who may trace the process, its name is for everybody.
+  return errno == EACCES ? readProcFile(process, "/comm", buffer) : std::string_view();
 }
 
 std::optional<ProcessSight> lookAtProcess(pid_t process) {

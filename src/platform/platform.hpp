@@ -32,8 +32,9 @@ bool defaultRouteIsUsable();
 /// are more than fit, the oldest are left out. Safe in a signal handler.
 std::size_t listProcesses(std::span<pid_t> processes);
 
-/// The path of what a process executes, written to `buffer`; empty when it cannot be told. Safe
-/// in a signal handler.
+/// The path of what a process executes, written to `buffer`. Only its name where the system keeps
+/// the path of another user's process from us; empty when it cannot be told. Safe in a signal
+/// handler.
 std::string_view executablePathOf(pid_t process, std::span<char> buffer);
 
 /// What is known of a process.

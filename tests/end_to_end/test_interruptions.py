@@ -14,7 +14,7 @@ import termios
 
 import pytest
 
-from testbed import BIN, CONFIGURATION, DATA, MIRROR, PREFIX, STATE, definitions_text
+from testbed import BIN, CONFIGURATION, DATA, MIRROR, PREFIX, STATE, as_the_service, definitions_text
 from testbed.transcripts import BANNER, CURRENT, FRESHCLAM, INSTALLED, NEWER, SCRIPTS, SOUND, UNCHANGED
 from testbed.world import clean
 
@@ -101,7 +101,7 @@ def test_signals_in_every_phase(world, phase):
 
 
 def somebody_elses(world):
-    """A freshclam that another user runs."""
+    """A freshclam that another user runs, so that the service may not see what it executes."""
     world.write("/srv/freshclam", pathlib.Path(shutil.which("sh")).read_bytes(), 0o755)
     other = world.start("setpriv", "--reuid=clamav", "--clear-groups", "/srv/freshclam", "-c",
                         "echo started; read -r nothing", stdin=subprocess.PIPE)
@@ -109,7 +109,8 @@ def somebody_elses(world):
     return other
 
 
-def test_no_freshclam_survives_a_signal(world):
+@pytest.mark.parametrize("through", [(), as_the_service()], ids=["by root", "by the service"])
+def test_no_freshclam_survives_a_signal(world, through):
     """Wherever ours is in starting: the shell, the adapter, the program, which becomes another user."""
     world.install(3)
     world.custom_database()
@@ -117,7 +118,7 @@ def test_no_freshclam_survives_a_signal(world):
     for index, moment in enumerate([*moments(1, 20, 2_000), *moments(2, 20, 40_000), 500_000]):
         other = somebody_elses(world)
         # The end of the output is the end of everybody who could write it.
-        outcome = world.run(kill=(SIGNALS[index % 4], "SPAWN", moment))
+        outcome = world.run(kill=(SIGNALS[index % 4], "SPAWN", moment), through=through)
         assert outcome.status == 255 and END in outcome.stdout, (moment, outcome)
         assert other.end().status == -signal.SIGTERM, moment
 
