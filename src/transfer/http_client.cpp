@@ -6,6 +6,7 @@
 #include <array>
 #include <functional>
 
+#include "base/termination_signals.hpp"
 #include "base/text_rules.hpp"
 #include "transfer/destination_file.hpp"
 
@@ -92,8 +93,7 @@ class Exchange {
     wasMade_ = easy_ && curl_multi_add_handle(multi_, easy_.get()) == CURLM_OK;
     if (!wasMade_) fail(CURLE_FAILED_INIT, "The request could not be made");
     while (!result_) {
-      int running = 0;
-      curl_multi_perform(multi_, &running);
+      perform();
       takeResult();
       if (!result_) waitForLife();
     }
@@ -110,6 +110,13 @@ class Exchange {
   }
 
  private:
+  void perform() {
+    // The resolver is a thread. No termination signal may ever be handled there.
+    const TerminationDelay whileThreadsMayStart;
+    int running = 0;
+    curl_multi_perform(multi_, &running);
+  }
+
   template <typename Value>
   void set(CURLoption option, Value value) {
     curl_easy_setopt(easy_.get(), option, value);
@@ -194,6 +201,7 @@ class Exchange {
       return false;
     }
     bodyLeft_ -= bytes.size();
+    const TerminationWindow whileOutputMayWait;
     return takeBody_(response_, bytes);
   }
 

@@ -15,6 +15,7 @@ import termios
 import pytest
 
 from testbed import BIN, CONFIGURATION, DATA, MIRROR, PREFIX, STATE, as_the_service, definitions_text
+from testbed.machine import only_child
 from testbed.transcripts import BANNER, CURRENT, FRESHCLAM, INSTALLED, NEWER, SCRIPTS, SOUND, UNCHANGED
 from testbed.world import clean
 
@@ -162,6 +163,56 @@ def test_a_signal_to_the_whole_group_reaches_freshclam(world, number, through, s
     if through:
         world.shell("echo >/srv/hold")
     assert job.end().stdout == said and world.running(f"^{BIN}/freshclam") == []
+
+
+def blocked_signals(thread):
+    status = pathlib.Path(f"/proc/{thread}/status").read_text(encoding="utf-8")
+    mask = int(re.search(r"^SigBlk:\s*(\w+)", status, re.M)[1], 16)
+    return {number for number in SIGNALS if mask >> (number - 1) & 1}
+
+
+NAME_SERVER = """
+import socket
+server = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+server.bind(("127.0.0.9", 53))
+print("ready", flush=True)
+server.recv(512)
+print("asked", flush=True)
+server.recv(0)
+"""
+
+
+def test_one_thread_takes_the_signals(world):
+    """A name server that never answers keeps the resolver's thread in view."""
+    world.install(1)
+    world.servers.place(links=None)
+    world.write("/etc/resolv.conf", "nameserver 127.0.0.9\n")
+    server = world.start("python3", "-c", NAME_SERVER)
+    server.read_until("ready\n")
+    job = world.launch()
+    server.read_until("asked\n")
+    tool = only_child(job.process.pid)
+    others = {int(thread) for thread in os.listdir(f"/proc/{tool}/task")} - {tool}
+    assert others and [blocked_signals(thread) for thread in others] == [set(SIGNALS)] * len(others)
+    job.signal(signal.SIGTERM)
+    assert job.end().status == 255
+
+
+def test_progress_that_nobody_reads_keeps_no_signal_back(world):
+    world.install(3)
+    world.shell(f"rm {DATA}/daily.cvd")
+    world.servers.answer("GET /daily.cvd", "half", length=8, hold=True)
+    reading, writing = os.pipe()
+    os.write(writing, b"x" * fcntl.fcntl(writing, fcntl.F_SETPIPE_SZ, 4096))
+    job = world.launch("--quiet", stdout=writing)
+    world.servers.wait_for_held("GET /daily.cvd")
+    tool = pathlib.Path("/proc") / str(only_child(job.process.pid))
+    while not (tool / "syscall").read_text(encoding="utf-8").startswith("1 0x1 "):
+        pass
+    job.signal(signal.SIGTERM)
+    assert job.end().status == 255
+    os.close(reading)
+    os.close(writing)
 
 
 def quick(world):
