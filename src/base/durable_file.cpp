@@ -73,7 +73,7 @@ class StagedFile {
 /// Neither follows a link nor waits at a named pipe that somebody has put in the file's place.
 FileDescriptor openPlainFile(const fs::path& path) {
   FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  struct stat status {};
+  struct stat status = {};
   const bool plain = file.isOpen() && ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);
   return plain ? std::move(file) : FileDescriptor();
 }
@@ -92,8 +92,8 @@ bool copyContent(int from, int to) {
 /// would change its owner and mode along with ours.
 bool canBeRenamed(int file, const fs::path& target) {
   const fs::path folder = target.parent_path().empty() ? "." : target.parent_path();
-  struct stat source {};
-  struct stat destination {};
+  struct stat source = {};
+  struct stat destination = {};
   return ::fstat(file, &source) == 0 && ::stat(folder.c_str(), &destination) == 0 &&
          source.st_dev == destination.st_dev && source.st_nlink == 1 &&
          source.st_uid == ::geteuid();

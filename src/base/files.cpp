@@ -15,7 +15,7 @@ bool fileExists(const fs::path& path) {
 
 bool belongsToRootAlone(const fs::path& path) {
   constexpr mode_t writableByOthers = S_IWGRP | S_IWOTH;
-  struct stat status {};
+  struct stat status = {};
   if (::stat(path.c_str(), &status) != 0) return false;
   return status.st_uid == 0 && (status.st_mode & writableByOthers) == 0;
 }

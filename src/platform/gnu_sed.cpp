@@ -41,7 +41,7 @@ std::vector<std::string> linesOf(const fs::path& file) {
 /// Whether a file is ours alone and was written to while those edits can have been under way.
 bool wasWrittenDuring(const struct stat& edits, const fs::path& path) {
   constexpr time_t longest = 10;  // seconds; all edits together take a few hundredths of one
-  struct stat file {};
+  struct stat file = {};
   if (::lstat(path.c_str(), &file) != 0) return false;
   const auto moment = [](const timespec& time) { return std::pair(time.tv_sec, time.tv_nsec); };
   return S_ISREG(file.st_mode) && file.st_uid == ::geteuid() && file.st_nlink == 1 &&
@@ -73,7 +73,7 @@ void endInPlaceEdits() {
 }
 
 void removeUnfinishedEdits(const fs::path& /*file*/) {
-  struct stat edits {};
+  struct stat edits = {};
   const std::vector<std::string> note = linesOf(noteOfEdits);
   if (note.empty() || ::stat(noteOfEdits, &edits) != 0) return;
   const fs::path folder = note.front();

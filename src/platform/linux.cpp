@@ -238,7 +238,7 @@ bool engineSignatureIsSound(const fs::path& engine) {
   std::error_code error;
   const fs::path resolved = fs::canonical(engine, error);
   if (error) return false;
-  struct stat program {};
+  struct stat program = {};
   if (::stat(resolved.c_str(), &program) != 0) return false;
   return S_ISREG(program.st_mode) && (program.st_mode & S_IXUSR) != 0 &&
          belongsToRootAlone(resolved) && belongsToRootAlone(resolved.parent_path());

@@ -21,7 +21,7 @@ std::string temporaryName() {
 
 /// A real folder, ours, and closed to everybody else.
 bool isOursAlone(const fs::path& directory) {
-  struct stat status {};
+  struct stat status = {};
   if (::lstat(directory.c_str(), &status) != 0) return false;
   return S_ISDIR(status.st_mode) && status.st_uid == ::geteuid() && (status.st_mode & 077) == 0;
 }

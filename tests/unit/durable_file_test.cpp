@@ -12,7 +12,7 @@ namespace {
 namespace fs = std::filesystem;
 
 struct stat statusOf(const std::string& path) {
-  struct stat status {};
+  struct stat status = {};
   EXPECT_EQ(::stat(path.c_str(), &status), 0) << path;
   return status;
 }

@@ -23,7 +23,7 @@ std::string describe(const std::optional<double>& date) {
 }
 
 std::optional<double> modificationDate(const std::string& path) {
-  struct stat status {};
+  struct stat status = {};
   if (::lstat(path.c_str(), &status) != 0) return std::nullopt;
   return static_cast<double>(status.st_mtime);
 }

@@ -21,7 +21,7 @@ void makeLogAnew(const std::string& log) {
 
 /// A pipe or a device, such as /dev/stdout, holds nothing old, and is not ours to remove.
 void removeLog(const std::string& log) {
-  struct stat status {};
+  struct stat status = {};
   if (::stat(log.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) return;
   ::unlink(log.c_str());
 }

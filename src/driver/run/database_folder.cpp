@@ -14,8 +14,8 @@ std::filesystem::path inDataDirectory(const RunContext& context, std::string_vie
 
 DataDirectoryUse dataDirectoryUse(const RunContext& context) {
   if (context.dataDirectory.empty()) return DataDirectoryUse::nothing;
-  struct stat root {};
-  struct stat directory {};
+  struct stat root = {};
+  struct stat directory = {};
   if (!isPlainShellWord(context.dataDirectory) || ::stat("/", &root) != 0) {
     return DataDirectoryUse::files;
   }

@@ -26,7 +26,7 @@ FileDescriptor openOrMake(const std::string& path) {
 void LogFile::open(const std::string& path) {
   close();
   FileDescriptor file = openOrMake(path);
-  struct stat status {};
+  struct stat status = {};
   if (!file.isOpen() || ::fstat(file.get(), &status) != 0) return;
   // A pipe stays as it is, so that append can tell when it is full.
   if (!S_ISFIFO(status.st_mode)) ::fcntl(file.get(), F_SETFL, O_APPEND);

@@ -71,18 +71,18 @@ void killFreshclamAndExit(int /*signalNumber*/) {
 TerminationHandlers::TerminationHandlers(const RunContext& context) {
   interrupted.run = &context;
   interrupted.childAttributes = &childAttributes_.get();
-  struct sigaction action {};
+  struct sigaction action = {};
   action.sa_handler = killFreshclamAndExit;
   // No second signal may cut the first one's work short.
   sigfillset(&action.sa_mask);
   for (const int number : terminationSignals) ::sigaction(number, &action, nullptr);
   // The caller may have started us with some of them blocked.
   maskTerminationSignals(SIG_UNBLOCK);
-  struct sigaction ignore {};
+  struct sigaction ignore = {};
   ignore.sa_handler = SIG_IGN;
   ::sigaction(SIGPIPE, &ignore, nullptr);
   // A caller that ignores it would otherwise keep us from learning how our children ended.
-  struct sigaction standard {};
+  struct sigaction standard = {};
   standard.sa_handler = SIG_DFL;
   ::sigaction(SIGCHLD, &standard, nullptr);
 }
