@@ -47,16 +47,22 @@ endif()
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
-set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
-    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${packaging}/debian/changelog)
 file(STRINGS ${packaging}/debian/changelog latest LIMIT_COUNT 1)
 string(FIND "${latest}" "(${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})" found)
 if(found EQUAL -1)
   message(FATAL_ERROR "packaging/debian/changelog does not begin with version "
                       "${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}: ${latest}")
 endif()
+# What is packed bears the time of the release, so that the same source gives the same package.
+file(STRINGS ${packaging}/debian/changelog signature REGEX "^ -- .*  " LIMIT_COUNT 1)
+string(REGEX REPLACE "^ -- .*  " "" released "${signature}")
+execute_process(COMMAND date -ud ${released} +%s OUTPUT_VARIABLE CPACK_TARNWICK_RELEASE_TIME
+                OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/package_prepare.cmake)
+set(CPACK_POST_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/package_check.cmake)
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "The Tarnwick developers <tarnwick@vestrum.example>")
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS

@@ -1,8 +1,10 @@
 """The Debian package, from its making to its purging, on a copy of this system that is thrown away."""
 
+import os
 import pathlib
 import plistlib
 import re
+import shutil
 import subprocess
 
 import pytest
@@ -12,7 +14,11 @@ from testbed.cache import made_once
 from testbed.world import EXECUTABLE
 
 PACKAGING = REPOSITORY / "packaging"
-INPUTS = [EXECUTABLE, REPOSITORY / "cmake/packaging.cmake", *filter(pathlib.Path.is_file, PACKAGING.rglob("*"))]
+INPUTS = [EXECUTABLE, *(REPOSITORY / "cmake").iterdir(), *filter(pathlib.Path.is_file, PACKAGING.rglob("*")),
+          REPOSITORY / "README.md", REPOSITORY / "CHANGELOG.md"]
+SETTINGS = re.findall(r"(?m)^(?:TARNWICK_|CMAKE_BUILD_TYPE|CMAKE_CXX_FLAGS:).*",
+                      (EXECUTABLE.parent / "CMakeCache.txt").read_text(encoding="utf-8"))
+shipped_as_tested = pytest.mark.skipif("TARNWICK_SANITIZERS:BOOL=ON" in SETTINGS, reason="this build is not shipped")
 CONFIGURATIONS = [f"{PREFIX}/etc/freshclam{kind}.conf" for kind in ("", "BAK", "CLEAN")]
 
 # Whatever is written lands in a folder in memory; the system below is only read. What is left in the end that was not
@@ -37,10 +43,16 @@ def run(*command):
     return subprocess.run(command, capture_output=True, text=True, check=False)
 
 
+def pack(build, folder):
+    """By somebody who lets nobody else see new files."""
+    subprocess.run(["cpack", "--config", build / "CPackConfig.cmake", "-B", folder], check=True, capture_output=True,
+                   umask=0o077)
+
+
 @pytest.fixture(scope="module")
 def package():
     def make(folder):
-        subprocess.run(["cpack", "-G", "DEB", "-B", folder], cwd=EXECUTABLE.parent, check=True, capture_output=True)
+        pack(EXECUTABLE.parent, folder)
 
     return next(made_once(f"package-{EXECUTABLE.parent.name}", make, INPUTS).glob("tarnwick_*.deb"))
 
@@ -63,7 +75,8 @@ def test_installed_package_is_whole(package):
         apparmor_parser -p /etc/apparmor.d/usr.bin.freshclam 2>/dev/null | grep vestRum
         man -w tarnwick""")
     assert output == [
-        "/usr/lib/systemd/system/tarnwick.timer", "Tarnwick 2.19.4", "drwxr-xr-x root:root  ", "drwxr-xr-x root:root bin ",
+        "/usr/lib/systemd/system/tarnwick.timer",
+        "Tarnwick 2.19.4", "drwxr-xr-x root:root  ", "drwxr-xr-x root:root bin ",
         "lrwxrwxrwx root:root bin/clamscan /usr/bin/clamscan", "-rwxr-xr-x root:root bin/freshclam ",
         "-rwxr-xr-x root:root bin/sigtool ", "drwxr-xr-x root:root etc ", "-rw-r--r-- root:root etc/freshclam.conf ",
         "-rw-r--r-- root:root etc/freshclamBAK.conf ", "-rw-r--r-- root:root etc/freshclamCLEAN.conf ",
@@ -107,6 +120,31 @@ def test_a_run_needs_no_more_than_the_unit_gives_it(world):
         "READABLE": unit.get("ReadOnlyPaths", "").replace("-", "")}))
     assert (outcome.status, world.version()) == (0, 3), outcome
     assert world.shell(f"cd {BIN}; md5sum *; stat -c %U {PREFIX} {PREFIX}/here") == before + "root\nroot\n"
+
+
+@shipped_as_tested
+def test_the_same_source_gives_the_same_package(package):
+    """Made from a copy that is elsewhere and younger."""
+    def make(folder):
+        source, build = folder / "source", folder / "build"
+        shutil.copytree(REPOSITORY, source, copy_function=shutil.copy, ignore=shutil.ignore_patterns("build", ".git"))
+        settings = [f"-D{setting}" for setting in SETTINGS]
+        for command in (["cmake", "-S", source, "-B", build, "-G", "Ninja", "-DBUILD_TESTING=OFF", *settings],
+                        ["cmake", "--build", build]):
+            subprocess.run(command, check=True, capture_output=True)
+        pack(build, folder)
+
+    again = made_once(f"package-{EXECUTABLE.parent.name}-again", make, INPUTS) / package.name
+    assert again.read_bytes() == package.read_bytes()
+
+
+def test_no_package_without_its_library_dependencies(tmp_path):
+    (tmp_path / "nothing").touch()
+    done = run("unshare", "-m", "sh", "-euc", """
+        mount --bind "$1/nothing" "$(command -v dpkg-shlibdeps)"
+        cpack --config "$2/CPackConfig.cmake" -B "$1" """, "sh", tmp_path, EXECUTABLE.parent)
+    assert "The libraries that the package depends on were not found" in done.stderr
+    assert (done.returncode, list(tmp_path.glob("*.deb"))) == (1, [])
 
 
 def test_launchd_schedule():
