@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import platform
 import plistlib
 import re
 import shutil
@@ -19,6 +20,17 @@ INPUTS = [EXECUTABLE, *(REPOSITORY / "cmake").iterdir(), *filter(pathlib.Path.is
 SETTINGS = re.findall(r"(?m)^(?:TARNWICK_|CMAKE_BUILD_TYPE|CMAKE_CXX_FLAGS:).*",
                       (EXECUTABLE.parent / "CMakeCache.txt").read_text(encoding="utf-8"))
 shipped_as_tested = pytest.mark.skipif("TARNWICK_SANITIZERS:BOOL=ON" in SETTINGS, reason="this build is not shipped")
+# What to look for in the headers, symbols and instructions of the program, and how often at least.
+HARDENING = {
+    "anywhere in memory": (r"Flags: .*\bPIE\b", 1),
+    "relocations are read-only": (r"GNU_RELRO", 1),
+    "relocated before it starts": (r"\bBIND_NOW\b", 1),
+    "stack is not executed": (r"GNU_STACK .* RW  ", 1),
+    "stack is guarded": (r"__stack_chk_fail", 1),
+    "stack grows page by page": (r"\bor[ql] +\$0x0,.*\(%rsp\)", 1),
+    "jumps lead where they may": (r"\bendbr64\b", 100),
+    "library asserts": (r"__glibcxx_assert_fail", 1),
+}
 CONFIGURATIONS = [f"{PREFIX}/etc/freshclam{kind}.conf" for kind in ("", "BAK", "CLEAN")]
 
 # Whatever is written lands in a folder in memory; the system below is only read. What is left in the end that was not
@@ -145,6 +157,29 @@ def test_no_package_without_its_library_dependencies(tmp_path):
         cpack --config "$2/CPackConfig.cmake" -B "$1" """, "sh", tmp_path, EXECUTABLE.parent)
     assert "The libraries that the package depends on were not found" in done.stderr
     assert (done.returncode, list(tmp_path.glob("*.deb"))) == (1, [])
+
+
+@shipped_as_tested
+@pytest.mark.skipif(platform.machine() != "x86_64", reason="other processors have other instructions")
+def test_shipped_program_is_hardened(package, tmp_path):
+    subprocess.run(["dpkg-deb", "-x", package, tmp_path], check=True)
+    seen = run("sh", "-euc", 'readelf -Wld "$1"; readelf -W --dyn-syms "$1"; objdump -d "$1"', "sh",
+               tmp_path / "usr/sbin/tarnwick").stdout
+    assert [name for name, (pattern, least) in HARDENING.items() if len(re.findall(pattern, seen)) < least] == []
+    # Nothing in the file tells the level that its library calls are checked at.
+    commands = (EXECUTABLE.parent / "compile_commands.json").read_text(encoding="utf-8").splitlines()
+    compiled = [line for line in commands if '"command"' in line and "/src/" in line]
+    assert compiled and [line for line in compiled if "-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3 " not in line] == []
+
+
+def test_flags_of_a_distribution_are_borne(tmp_path):
+    flags = run("dpkg-buildflags", "--get", "CPPFLAGS").stdout + run("dpkg-buildflags", "--get", "CXXFLAGS").stdout
+    assert "-D_FORTIFY_SOURCE=2" in flags
+    done = run("cmake", "-S", REPOSITORY, "-B", tmp_path, "-G", "Ninja", "-DBUILD_TESTING=OFF",
+               "-DCMAKE_CXX_FLAGS=" + " ".join(flags.split()))
+    assert (done.returncode, done.stderr) == (0, "")
+    done = run("ninja", "-C", tmp_path, "src/CMakeFiles/tarnwick_base.dir/base/text_rules.cpp.o")
+    assert done.returncode == 0, done.stdout
 
 
 def test_launchd_schedule():
