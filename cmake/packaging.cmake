@@ -26,9 +26,11 @@ if(APPLE)
           DESTINATION /Library/LaunchDaemons)
 else()
   install(PROGRAMS ${packaging}/linux/provision ${packaging}/linux/sigtool
-                   ${packaging}/linux/freshclam DESTINATION lib/tarnwick)
+                   ${packaging}/linux/freshclam ${packaging}/linux/notify-clamd
+          DESTINATION lib/tarnwick)
   install(PROGRAMS ${packaging}/apparmor/override DESTINATION lib/tarnwick/apparmor)
-  install(FILES ${packaging}/apparmor/freshclam DESTINATION lib/tarnwick/apparmor)
+  install(FILES ${packaging}/apparmor/freshclam ${packaging}/apparmor/clamd
+          DESTINATION lib/tarnwick/apparmor)
   install(PROGRAMS ${packaging}/monitoring/check_tarnwick DESTINATION lib/nagios/plugins)
   install(FILES ${packaging}/systemd/tarnwick.service ${packaging}/systemd/tarnwick.timer
           DESTINATION lib/systemd/system)
@@ -67,7 +69,7 @@ set(CPACK_DEBIAN_PACKAGE_MAINTAINER "The Tarnwick developers <tarnwick@vestrum.e
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS
     "ca-certificates, clamav, clamav-freshclam, psmisc, unzip")
-set(CPACK_DEBIAN_PACKAGE_SUGGESTS "apparmor, monitoring-plugins-common")
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "apparmor, clamdscan, monitoring-plugins-common")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY
     "keeps the virus-definition databases of a ClamAV installation up to date")

@@ -48,6 +48,7 @@ cd changes && find . -type f -not -path './var/lib/dpkg/*' -not -path './var/cac
 INSTALL = f"dpkg -i /tarnwick.deb 2>&1 >/dev/null | sed '/^Created symlink/d'; touch {DATA}/main.cvd\n"
 STATE = "mkdir -p /var/lib/tarnwick && touch /var/lib/tarnwick/state\n"
 MIRROR_OF_A_RUN = f"sed -i 's/Mirror .*/Mirror mirror.vestrum.example/' {CONFIGURATIONS[0]}\n"
+CLAMD = [f"/etc/apparmor.d/{folder}usr.sbin.clamd" for folder in ("", "local/")]
 CHANGED = f"for file in {' '.join(CONFIGURATIONS)}; do echo Checks 3 >>$file; done\n"
 
 
@@ -83,8 +84,10 @@ def test_installed_package_is_whole(package):
         find {PREFIX} -printf '%M %u:%g %P %l\\n' | sort -k 3
         systemd-analyze verify tarnwick.service tarnwick.timer
         systemd-analyze security --offline=true --threshold=28 tarnwick.service >/dev/null
-        apparmor_parser -QK /etc/apparmor.d/usr.bin.freshclam 2>/dev/null
-        apparmor_parser -p /etc/apparmor.d/usr.bin.freshclam 2>/dev/null | grep vestRum
+        for profile in bin.freshclam sbin.clamd; do
+            apparmor_parser -QK /etc/apparmor.d/usr.$profile 2>/dev/null
+            apparmor_parser -p /etc/apparmor.d/usr.$profile 2>/dev/null | grep vestRum
+        done
         man -w tarnwick""")
     assert output == [
         "/usr/lib/systemd/system/tarnwick.timer",
@@ -94,14 +97,16 @@ def test_installed_package_is_whole(package):
         "-rw-r--r-- root:root etc/freshclamBAK.conf ", "-rw-r--r-- root:root etc/freshclamCLEAN.conf ",
         "drwxr-xr-x root:root share ", "drwxrwxr-x clamav:clamav share/clamav ",
         "-rw-r--r-- root:root share/clamav/main.cvd ", f"{PREFIX}/etc/freshclam.conf r,", f"{DATA}/ r,",
-        f"{DATA}/** krw,", "/usr/share/man/man8/tarnwick.8.gz"]
+        f"{DATA}/** krw,", f"{DATA}/ r,", f"{DATA}/** r,", "/usr/share/man/man8/tarnwick.8.gz"]
 
 
 @pytest.mark.parametrize("script, left", [
     (STATE + MIRROR_OF_A_RUN + "dpkg -r tarnwick", [f"{DATA}/main.cvd"]),
+    (f"rm {' '.join(CLAMD)}; /usr/lib/tarnwick/apparmor/override add; dpkg -r tarnwick; test ! -e {CLAMD[1]}",
+     [f"{DATA}/main.cvd"]),
     (CHANGED + INSTALL + "dpkg -r tarnwick", [*CONFIGURATIONS, f"{DATA}/main.cvd"]),
     (CHANGED + STATE + "dpkg -P tarnwick", []),
-], ids=["removed", "removed with a changed configuration", "purged"])
+], ids=["removed", "removed where no clamd is", "removed with a changed configuration", "purged"])
 def test_what_stays_behind(package, script, left):
     assert try_out(package, INSTALL + script)[1] == left
 

@@ -1,0 +1,89 @@
+"""The databases in the hands of ClamAV's scanners, Debian's daemon among them."""
+
+import re
+import shlex
+import socket
+
+import pytest
+
+from testbed import DATA, REPOSITORY, sample
+
+NOTIFY = "/repository/packaging/linux/notify-clamd"
+OWN = "/var/lib/clamav"
+TOLD = "clamd loads the new databases.\n"
+
+
+pytestmark = pytest.mark.versions(4)
+
+
+@pytest.fixture(name="world")
+def world_with_a_daemon(world):
+    """Its freshclam keeps no database that only ClamAV could have signed."""
+    world.custom_database()
+    world.shell(f"install -d -o clamav /run/clamav /var/log/clamav {OWN}; ln -s ../run /var/run")
+    for version in (3, 4):
+        world.write(f"/srv/sample-{version}", sample(version))
+    return world
+
+
+def configure(world, folder):
+    world.shell(f"sed -i 's|^DatabaseDirectory .*|DatabaseDirectory {folder}|' /etc/clamav/clamd.conf")
+
+
+def knows(world, version):
+    scan = world.command("clamdscan", "--no-summary", "--fdpass", f"/srv/sample-{version}")
+    return scan.status == 1 and f"Vestrum.Sample-{version}.UNOFFICIAL FOUND" in scan.stdout
+
+
+def ended_service(world):
+    """What the unit does when a run has ended."""
+    unit = (REPOSITORY / "packaging/systemd/tarnwick.service").read_text(encoding="utf-8")
+    command = re.search("(?m)^ExecStopPost=-(.*)", unit).group(1).replace("$$", "$")
+    world.shell(f"mkdir -p /usr/local/lib/tarnwick; ln -sf {NOTIFY} /usr/local/lib/tarnwick")
+    outcome = world.command(*shlex.split(command))
+    assert outcome.status == 0
+    return outcome.stdout + outcome.stderr
+
+
+@pytest.mark.parametrize("folder", [DATA, OWN], ids=["the prefix", "a link in Debian's folder"])
+def test_clamd_knows_what_a_run_has_installed(world, folder):
+    configure(world, folder)
+    world.install(3)
+    if folder == OWN:
+        world.shell(f"ln -s {DATA}/VestRUM.cud {OWN}")
+    world.run("--quiet")  # the scanner is given no database that it would refuse
+    world.install(3)
+    clamd = world.start("clamd", "--foreground")
+    assert world.command("clamdscan", "--ping", "30:1").status == 0
+    assert ended_service(world) == TOLD
+    clamd.read_until("Activating the newly loaded database")
+    assert (knows(world, 3), knows(world, 4)) == (True, False)
+    world.run("--quiet")
+    assert ended_service(world) == TOLD
+    clamd.read_until("Activating the newly loaded database")
+    while not knows(world, 4):  # those who scan already end with the old one
+        pass
+    assert world.command("clamscan", "--quiet", "-d", folder, "/srv/sample-4").status == 1
+    # Nothing has changed, and there may be gigabytes to load.
+    world.run("--quiet")
+    assert ended_service(world) == ""
+
+
+def test_no_daemon_and_a_daemon_that_never_answers(world):
+    configure(world, DATA)
+    world.install(2)
+    assert ended_service(world) == ""
+    world.write("/srv/quick/timeout", '#!/bin/sh\nshift 3\nexec /usr/bin/timeout 1 "$@"\n', 0o755)
+    with socket.socket(socket.AF_UNIX) as silent:
+        silent.bind(str(world.path("/run/clamav/clamd.ctl")))
+        world.shell("chmod 666 /run/clamav/clamd.ctl")
+        silent.listen()
+        notify = world.start("env", "PATH=/srv/quick:/usr/bin:/bin", NOTIFY)
+        with silent.accept()[0] as connection:
+            assert connection.recv(100) == b"zRELOAD\0"
+            who = connection.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, 12)
+            assert int.from_bytes(who[4:8], "little") == int(world.shell("id -u clamav"))
+            notify.process.wait(30)
+            outcome = notify.end()
+    assert (outcome.status, outcome.stdout, outcome.stderr) == (
+        0, "", "clamd did not answer; it will find the new databases by its own SelfCheck.\n")
