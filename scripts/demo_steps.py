@@ -3,13 +3,70 @@
 import os
 import subprocess
 import sys
+import time
 
-from testbed import BIN, CONFIGURATION, DATA, MIRROR, NOBODY, World, sample
+from stage import Ended, Refuted, Stage
+from testbed import BIN, CONFIGURATION, DATA, MIRROR, NOBODY, PREFIX, UPSTREAM, World, sample
 
 PUBLISHED = "/srv/vendor/site/VestRUM2"
-CONTAINER = f"{PUBLISHED}/Scripted/VestRUM.cud"
-ETC = "/usr/local/vestRum/etc"
+SCRIPTED = f"{PUBLISHED}/Scripted"
+CONTAINER = f"{SCRIPTED}/VestRUM.cud"
+INSTALLED = f"{DATA}/VestRUM.cud"
+OFFICIAL = ("main", "daily", "bytecode")
+CLAMD_FOLDER = "/var/lib/clamav"
+NOTIFY = "/repository/packaging/linux/notify-clamd"
+TRANSCRIPT = "build/demo-transcript"
+INTRODUCTION = f"""\
+A private machine stands, cut off from the world: nginx as the vendor's hosts and ClamAV's mirror, ClamAV's own
+programs, a vendor with a key of its own. Its main, daily and bytecode are stand-ins: only ClamAV can sign real
+ones. What matters of each run is shown; the whole goes to {TRANSCRIPT}"""
 STEPS = []
+
+
+class Show:
+    """A world on a stage."""
+
+    def __init__(self, world, stage):
+        self.world, self.stage = world, stage
+        self.servers = world.servers
+
+    def run(self, job, command, keep):
+        """Exit status and output of a program, which the stage shows in part."""
+        self.stage.command(command)
+        lines = (line.decode(errors="replace") for line in job.process.stdout)
+        text = self.stage.show(lines, keep)
+        status = job.process.wait()
+        self.stage.status(status)
+        return status, text
+
+    def program(self, *command, keep=(".",)):
+        shown = " ".join(part.removeprefix("/repository/").removeprefix(f"{BIN}/") for part in command)
+        return self.run(self.world.start(*command, stderr=subprocess.STDOUT), shown, keep)
+
+    def tarnwick(self, *arguments, keep):
+        job = self.world.launch(*arguments, stderr=subprocess.STDOUT)
+        return self.run(job, " ".join(("tarnwick", *arguments)), keep)
+
+    def requests(self, heading, chosen):
+        """Shows what the servers were asked for since the last look, as far as it was `chosen`; returns that."""
+        found = [request for request in self.servers.requests() if chosen(request)]
+        self.stage.aside(heading)
+        lines = [f"{request.status} {request.host} {request.path}" for request in found]
+        self.stage.show(lines, ".")
+        return lines
+
+    def scan(self, database, *files):
+        status, text = self.program(f"{BIN}/clamscan", "--no-summary", "-d", database, *files)
+        return status == 1 and "FOUND" in text
+
+    def bytes(self, path):
+        return self.world.path(path).read_bytes()
+
+    def same(self, one, other):
+        return self.bytes(one) == self.bytes(other)
+
+    def made_sure(self, fact, truth):
+        self.stage.verdict(fact, truth)
 
 
 def step(promise):
@@ -20,164 +77,191 @@ def step(promise):
     return file
 
 
-def show(job, command):
-    """The program's own output as it comes, and its exit status."""
-    print(f"\n$ {command}", flush=True)
-    seen = b""
-    while chunk := os.read(job.process.stdout.fileno(), 4096):
-        os.write(sys.stdout.fileno(), chunk)
-        seen += chunk
-    status = job.process.wait()
-    print(f"[exit status {status}]\n", flush=True)
-    return status, seen.decode(errors="replace")
+@step("Nothing of the vendor's is installed, and the version report says so.")
+def nothing_installed(show):
+    status, text = show.tarnwick("--version", keep=["^Tarnwick", "cud.*never", "database .*never"])
+    show.made_sure("nothing was ever updated", status == 0 and text.count("updated never") == 7)
 
 
-def tarnwick(world, *arguments):
-    return show(world.launch(*arguments, stderr=subprocess.STDOUT), " ".join(("tarnwick",) + arguments))
+@step("A first run fetches the vendor's container and definitions whole, checks signatures, and has ClamAV try them.")
+def first_run(show):
+    status, _ = show.tarnwick(keep=["Need to download", "integrity", "is valid", "^main.cvd"])
+    show.made_sure("what is installed is what the vendor published, byte for byte; status 1 tells of definitions",
+                   status == 1 and show.same(INSTALLED, CONTAINER)
+                   and show.same(f"{DATA}/Vestrum.database", f"{PUBLISHED}/Vestrum.database"))
 
 
-def made_sure(fact, truth):
-    if not truth:
-        sys.exit(f"demo: this did not come true: {fact}")
-    print(f"Made sure: {fact}.")
-
-
-def break_configurations(world, *names):
-    """Makes these useless, and the other spare copies as good as the live configuration was; returns what that was."""
-    good = world.path(CONFIGURATION).read_bytes()
-    for name in ("freshclam.conf", "freshclamBAK.conf", "freshclamCLEAN.conf"):
-        world.write(f"{ETC}/{name}", good + b"Nonsense\n" * (name in names))
-    return good
-
-
-def same(world, one, other):
-    return world.path(one).read_bytes() == world.path(other).read_bytes()
-
-
-def paths(world, status="200"):
-    """What the servers were asked for since the last look, and answered with that status."""
-    return [request.path.split("/")[-1] for request in world.servers.requests() if request.status == status]
-
-
-@step("the version report of a machine on which nothing is installed yet")
-def nothing_installed(world):
-    status, text = tarnwick(world, "--version")
-    made_sure("the status is 0 and no database was ever updated", status == 0 and text.count("updated never") == 7)
-
-
-@step("a first run fetches the whole container and the definitions file, checks their signatures, tests and installs")
-def first_run(world):
-    status, _ = tarnwick(world)
-    made_sure("the status is 1, for the definitions file is new", status == 1)
-    made_sure("what is installed is what the vendor published, its signature beside it",
-              all(same(world, f"{DATA}/{name}", f"{PUBLISHED}/{name}")
-                  for name in ("Vestrum.database", "Vestrum.database.signature"))
-              and same(world, f"{DATA}/VestRUM.cud", CONTAINER))
-    world.servers.requests()
-
-
-@step("the vendor releases three more versions, and a second run brings the container forward by their three scripts")
-def three_more(world):
+@step("The vendor releases versions 2, 3 and 4. Three small scripts, each signed, bring the container forward.")
+def three_more(show):
+    show.servers.requests()
     for version in (2, 3, 4):
-        world.release(version)
-    print("\n$ tarnwick-publish check\n" + world.publish("check"), end="")
-    status, _ = tarnwick(world)
-    asked = paths(world)
-    made_sure("the status is 0", status == 0)
-    made_sure("three scripts were fetched through signed links, and not the whole container",
-              [name for name in asked if name.endswith(".script")] == [f"VestRUM-{n}.script" for n in (2, 3, 4)]
-              and "VestRUM.cud" not in asked)
+        show.world.release(version)
+        show.world.shell(f"cp {CONTAINER} /srv/version-{version}.cud")
+    status, _ = show.tarnwick(keep=["Local", "Available", "script", "integrity"])
+    asked = show.requests("what the vendor's servers were asked for, signatures apart",
+                          lambda request: "Scripted" in request.path and not request.path.endswith("signature"))
+    show.made_sure("three scripts came through signed links, and the whole container did not", status == 0
+                   and sum(line.endswith(".script") for line in asked) == 3
+                   and not any(line.endswith("cud") for line in asked))
 
 
-@step("a third run finds everything up to date")
-def up_to_date(world):
-    before = world.path(f"{DATA}/VestRUM.cud").stat().st_mtime_ns
-    status, text = tarnwick(world)
-    made_sure("the status is 0 and the container was not touched", status == 0 and "up-to-date" in text
-              and world.path(f"{DATA}/VestRUM.cud").stat().st_mtime_ns == before)
+@step("Version 4 knows a harmless sample that version 3 does not.")
+def sample_found(show):
+    show.world.write("/tmp/sample-4", sample(4))
+    before = show.scan("/srv/version-3.cud", "/tmp/sample-4")
+    after = show.scan(INSTALLED, "/tmp/sample-4")
+    show.made_sure("the container that the scripts made finds it", (before, after) == (False, True))
 
 
-@step("ClamAV's scanner, given the installed container, finds a harmless sample that only the newest version knows")
-def sample_found(world):
-    world.write("/tmp/sample", sample(4))
-    found, _ = show(world.start(f"{BIN}/clamscan", "--no-summary", "-d", f"{DATA}/VestRUM.cud", "/tmp/sample",
-                                stderr=subprocess.STDOUT), f"clamscan -d {DATA}/VestRUM.cud /tmp/sample")
-    first = world.command(f"{BIN}/clamscan", "--quiet", "-d", "/srv/vendor/first.cud", "/tmp/sample").status
-    made_sure("it is found (status 1), and version 1 did not know it", (found, first) == (1, 0))
+@step("A run that finds everything up to date changes nothing.")
+def up_to_date(show):
+    look = f"stat -c '%i %y' {INSTALLED}"
+    before = show.world.shell(look)
+    status, _ = show.tarnwick(keep=["VestRUM.*up-to-date", "up to date", "^main.*up-to-date"])
+    show.made_sure("the container is the same file as before", status == 0 and show.world.shell(look) == before)
 
 
-@step("somebody has altered a script on the server: the run refuses it and falls back to the whole container")
-def tampered(world):
+@step("Debian's clamd is running, with a link to the container in its own folder. When a run ends, the systemd unit "
+      "tells it.")
+def daemon(show):
+    world = show.world
+    world.shell(f"install -d -o clamav /run/clamav /var/log/clamav {CLAMD_FOLDER}; ln -s ../run /var/run"
+                f"; ln -s {INSTALLED} {CLAMD_FOLDER}")
+    world.write("/tmp/sample-5", sample(5))
+    world.start("clamd", "--foreground", stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    world.shell("clamdscan --ping 60:1 >/dev/null")
+    scan = ("clamdscan", "--no-summary", "--fdpass", "/tmp/sample-5")
+    before, _ = show.program(*scan)
     world.release(5)
-    with open(world.path(f"{PUBLISHED}/Scripted/VestRUM-5.script"), "a", encoding="ascii") as script:
+    show.tarnwick(keep=["script", "integrity"])
+    ended = time.monotonic()
+    show.program(NOTIFY)
+    while world.command(*scan).status != 1 and time.monotonic() < ended + 60:
+        pass
+    seconds = time.monotonic() - ended
+    after, _ = show.program(*scan)
+    show.made_sure(f"clamd finds the sample, {seconds:.2f} seconds after the run", (before, after) == (0, 1))
+
+
+@step("Somebody alters a script on the vendor's server. Its signature gives it away; the whole container is fetched.")
+def altered_script(show):
+    show.world.release(6)
+    with open(show.world.path(f"{SCRIPTED}/VestRUM-6.script"), "a", encoding="ascii") as script:
         script.write("OPEN VestRUM.ndb\nADD Not-the-vendors:0:*:00\nCLOSE\n")
-    status, text = tarnwick(world)
-    made_sure("the script was refused, and the status is 0",
-              status == 0 and "Failed to download and verify VestRUM-5.script" in text)
-    made_sure("what is installed is the vendor's signed container, byte for byte",
-              same(world, f"{DATA}/VestRUM.cud", CONTAINER))
+    status, text = show.tarnwick(keep=["script", "Need", "integrity"])
+    show.made_sure("the signature check refused the script; the vendor's signed container is installed", status == 0
+                   and "Failed to download and verify VestRUM-6.script" in text and show.same(INSTALLED, CONTAINER))
 
 
-@step("the version report at the end")
-def version_at_the_end(world):
-    status, text = tarnwick(world, "--version")
-    made_sure("the status is 0 and version 5 is installed", status == 0 and "VestRUM.cud (v5) updated 20" in text)
+@step("The container on the server is altered too. Nothing is installed, and what was there stays.")
+def altered_container(show):
+    world, before = show.world, show.bytes(INSTALLED)
+    world.release(7)
+    world.shell(f"cp -a /srv/vendor /srv/unaltered; for name in VestRUM-7.script VestRUM.cud; do"
+                f" echo altered >>{SCRIPTED}/$name; done")
+    status, _ = show.tarnwick(keep=["script", "cud", "integrity"])
+    show.made_sure("the signature check refused both; version 6 is installed as it was",
+                   status == 0 and show.bytes(INSTALLED) == before and world.version() == 6)
 
 
-@step("no mirror answers. The updates go on for the vendor's files; the real freshclam fails, is pointed at the\n"
-      "    upstream mirror and tried again, then whole files are asked for. freshclam waits, so this takes 10 seconds")
-def no_mirror(world):
-    before = world.path(CONFIGURATION).read_bytes()
-    world.servers.place(mirror=NOBODY, database=NOBODY)
-    status, text = tarnwick(world)
-    world.servers.place()
-    made_sure("freshclam ran twice and the direct download was tried", text.count("ClamAV update process started") == 2
-              and f"no defs version number available on {MIRROR}" in text)
-    made_sure("the status is 52, a network problem, and the configuration is as it was",
-              status == 52 and world.path(CONFIGURATION).read_bytes() == before)
+@step("The vendor itself signs a container that is broken. ClamAV's scanner has the last word.")
+def broken_container(show):
+    world, before = show.world, show.bytes(INSTALLED)
+    world.shell(f"cd {SCRIPTED}; head -c 700 /srv/version-4.cud >VestRUM.cud; openssl dgst -sha1 -binary VestRUM.cud |"
+                " openssl dgst -sha1 -sign /srv/vendor/private.pem | base64 -w0 >VestRUM.cud.signature")
+    status, _ = show.tarnwick(keep=["script", "cud", "integrity"])
+    world.shell("rm -r /srv/vendor/site; cp -a /srv/unaltered/site /srv/vendor")
+    show.made_sure("the scanner refused it; version 6 is installed as it was",
+                   status == 0 and show.bytes(INSTALLED) == before)
 
 
-@step("freshclam's configuration is broken: the real freshclam rejects it, and the spare copy takes its place")
-def broken_configuration(world):
-    good = break_configurations(world, "freshclam.conf")
-    status, _ = tarnwick(world)
-    made_sure("the status is 0 and the good configuration is back",
-              status == 0 and world.path(CONFIGURATION).read_bytes() == good)
-    made_sure("the rejected one is kept for a look", b"Nonsense" in world.path(f"{ETC}/freshclamFAULTY.conf").read_bytes())
+@step("freshclam's configuration and its first spare copy are broken. freshclam rejects both, the clean copy is taken.")
+def broken_configurations(show):
+    world, good = show.world, show.bytes(CONFIGURATION)
+    for name in ("freshclam", "freshclamBAK"):
+        world.shell(f"echo Nonsense >>{PREFIX}/etc/{name}.conf")
+    status, text = show.tarnwick(keep=["parse", "^main.*up-to-date"])
+    show.made_sure("the clean configuration is in use, and the first rejected one kept for a look", status == 0
+                   and text.count("Can't open/parse the config file") == 2 and show.bytes(CONFIGURATION) == good
+                   and b"Nonsense" in show.bytes(f"{PREFIX}/etc/freshclamFAULTY.conf"))
 
 
-@step("the spare copy is broken too, and the clean one takes its place")
-def broken_spare_copy(world):
-    good = break_configurations(world, "freshclam.conf", "freshclamBAK.conf")
-    status, text = tarnwick(world)
-    made_sure("freshclam rejected two configurations, and the status is 0", status == 0
-              and text.count("Can't open/parse the config file") == 2)
-    made_sure("the clean configuration is in use", world.path(CONFIGURATION).read_bytes() == good)
+@step("The databases are to lie in a folder that is root's alone. freshclam cannot enter it; the run mends that.")
+def folder_of_another_owner(show):
+    show.world.shell("mkdir -m 700 /srv/databases")
+    status, _ = show.tarnwick("--datadir=/srv/databases", keep=["Can't change", "ERROR: init", "^main.*up-to-date"])
+    show.made_sure("freshclam was run again, in a folder that is now clamav's",
+                   status == 1 and show.world.shell("stat -c %U /srv/databases") == "clamav\n")
 
 
-@step("the databases are to lie in a folder that is root's alone: the real freshclam cannot enter it, and the run puts\n"
-      "    that right")
-def folder_of_another_owner(world):
-    world.shell("mkdir -m 700 /srv/databases")
-    status, text = tarnwick(world, "--datadir=/srv/databases")
-    made_sure("freshclam failed once and succeeded when it was run again, in a folder that is now clamav's",
-              text.count("custom.ndb updated") == 1 and world.shell("stat -c %U /srv/databases") == "clamav\n")
-    made_sure("the status is 1, for the definitions file is new there", status == 1)
+@step("The vendor's mirror is out of order. freshclam fails there, is pointed at ClamAV's own and run again.")
+def mirror_out_of_order(show):
+    before = show.bytes(CONFIGURATION)
+    show.servers.requests()
+    show.servers.break_down(MIRROR)
+    status, _ = show.tarnwick(keep=["Giving up", "Unexpected", "^main.*up-to-date"])
+    show.servers.mend()
+    asked = show.requests("what the mirrors were asked for", lambda request: request.path.endswith(".cvd"))
+    show.made_sure("first the vendor's mirror was asked, then ClamAV's; the configuration is as it was", status == 0
+                   and [line.split()[1] for line in asked] == [MIRROR] + [UPSTREAM] * 3
+                   and show.bytes(CONFIGURATION) == before)
+
+
+@step("freshclam cannot connect at all: the proxy of its configuration is dead. The whole files are fetched past it.")
+def cannot_connect(show):
+    world, good = show.world, show.bytes(CONFIGURATION)
+    world.shell(f"echo HTTPProxyServer {NOBODY} >>{CONFIGURATION}; echo HTTPProxyPort 3128 >>{CONFIGURATION}")
+    world.custom_database()
+    world.write("/srv/vendor/mirror/dns.txt", "1.4.6:2:2:1760000000:1:90:49192:2\n")
+    for name in OFFICIAL:
+        world.shell(f"cp /srv/version-2.cud /srv/vendor/mirror/{name}.cvd")
+    show.servers.requests()
+    status, _ = show.tarnwick(keep=["^Trying again", "Connection failed", "Still", "^version number 1", "Downloaded"])
+    show.requests("what the mirror was asked for", lambda request: request.host == MIRROR)
+    show.made_sure("main, daily and bytecode are the mirror's; 234, as only ClamAV's signature would make them current",
+                   status == 234 and all(show.same(f"{DATA}/{name}.cvd", "/srv/version-2.cud") for name in OFFICIAL))
+    world.write(CONFIGURATION, good)
+
+
+@step("The version report at the end.")
+def version_at_the_end(show):
+    status, text = show.tarnwick("--version", keep=["^Tarnwick", "cud", "database"])
+    show.made_sure("version 7 is installed", status == 0 and "VestRUM.cud (v7) updated 20" in text)
+
+
+def play(stage):
+    with World(versions=1) as world:
+        for name in OFFICIAL:
+            for folder in (DATA, "/srv/vendor/mirror"):
+                world.shell(f"cp {CONTAINER} {folder}/{name}.cvd")
+        stage.say(INTRODUCTION.replace("\n", " "))
+        show = Show(world, stage)
+        for promise, function in STEPS:
+            stage.step(promise)
+            function(show)
+    print()
+    stage.say(f"All {len(STEPS)} steps came true, and the machine is gone. The whole of it is in {TRANSCRIPT}")
 
 
 def main():
-    with World(versions=1) as world:
-        world.custom_database()
-        for name in ("main", "daily", "bytecode"):
-            world.shell(f"rm {DATA}/{name}.cvd; cp {CONTAINER} /srv/vendor/mirror/{name}.cvd")
-        print("\nA private machine stands: nginx as the vendor's hosts, clamscan, sigtool and freshclam, and a vendor with a"
-              "\nkey of its own. Its freshclam has one small database to look after and drops the three upstream ones, so"
-              "\nthat every run fetches those anew.")
-        for number, (promise, function) in enumerate(STEPS, 1):
-            print(f"\n=== {number}. {promise[0].upper()}{promise[1:]}.", flush=True)
-            function(world)
-    print(f"\nAll {len(STEPS)} steps came true, and the machine is gone.")
+    stage = Stage(TRANSCRIPT, "--fast" in sys.argv)
+    try:
+        play(stage)
+    except Refuted as fact:
+        stage.refute(str(fact))
+        print(f"All that was said is in {TRANSCRIPT}")
+        return 1
+    except Ended:
+        return 0
+    except KeyboardInterrupt:
+        print()
+        return 130
+    except BrokenPipeError:
+        # Nobody reads on, and what is left in the buffer shall not complain of it.
+        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+        return 0
+    return 0
 
 
 if __name__ == "__main__":
-    main()
+    sys.exit(main())

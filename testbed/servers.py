@@ -24,6 +24,7 @@ FAULTS = """
     error_page 418 = @fault;
     if (-f $fault) { return 418; }
     if (-d $fault) { return 444; }
+    if (-f /srv/faults/$host) { return 500; }
     location @fault {
         proxy_pass http://unix:/run/nginx/faults:;
         proxy_buffering off;
@@ -118,6 +119,10 @@ class Servers:
 
     def drop(self, request):
         self._machine.path("/srv/faults/" + request.replace(" ", "", 1)).mkdir(parents=True)
+
+    def break_down(self, host):
+        """Whatever this host is asked for, it answers with an error of its own."""
+        self._machine.write(f"/srv/faults/{host}")
 
     def mend(self):
         self._machine.shell("rm -rf /srv/faults")

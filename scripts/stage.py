@@ -1,0 +1,107 @@
+"""What a person sees of a demonstration: pace, colour and the lines that matter. All the rest is in a transcript."""
+
+import atexit
+import os
+import re
+import shutil
+import sys
+import termios
+import textwrap
+import tty
+
+MARGIN = "     "
+STYLES = {"strong": "1", "command": "36", "good": "32", "bad": "31", "faint": "2"}
+
+
+class Refuted(Exception):
+    """Something that was promised did not come true."""
+
+
+class Ended(Exception):
+    """The person has seen enough."""
+
+
+class Stage:
+    """Waits for a key between steps where a terminal is on both sides, unless `fast`."""
+
+    def __init__(self, transcript, fast):
+        self._terminal = sys.stdout.isatty()
+        self._colour = self._terminal and not os.environ.get("NO_COLOR") and os.environ.get("TERM") != "dumb"
+        self._pace = self._terminal and sys.stdin.isatty() and not fast
+        self._width = min(shutil.get_terminal_size().columns, 100)
+        self._transcript = open(transcript, "w", encoding="utf-8")  # pylint: disable=consider-using-with
+        self._number = 0
+        if self._pace:
+            # Keys are taken as they come, and what an impatient one types shows nowhere.
+            atexit.register(termios.tcsetattr, sys.stdin, termios.TCSADRAIN, termios.tcgetattr(sys.stdin))
+            tty.setcbreak(sys.stdin)
+
+    def _style(self, name, text):
+        return f"\033[{STYLES[name]}m{text}\033[0m" if self._colour else text
+
+    def _screen(self, name, first, text, later=None):
+        """Text in a style, folded to the terminal behind its `first` words; what follows is in line with `later`."""
+        later = " " * len(first) if later is None else later
+        for line in textwrap.wrap(text, self._width, initial_indent=first, subsequent_indent=later,
+                                  break_on_hyphens=False):
+            print(self._style(name, line) if name else line, flush=True)
+
+    def say(self, text):
+        self._transcript.write(text + "\n")
+        self._screen(None, "", text)
+
+    def step(self, promise):
+        """The next step and what it promises, once the person has read the one before it."""
+        self.wait()
+        self._number += 1
+        self._transcript.write(f"\n=== {self._number}. {promise}\n")
+        print()
+        self._screen("strong", f"{self._number:3}. ", promise)
+
+    def command(self, text):
+        self._transcript.write(f"\n$ {text}\n")
+        self._screen("command", MARGIN + "$ ", text, MARGIN + "    ")
+
+    def aside(self, text):
+        """What the lines that follow are, where no command tells."""
+        self._transcript.write(f"\n{text}:\n")
+        self._screen("command", MARGIN, text + ":")
+
+    def show(self, lines, keep):
+        """Of these lines, as they come, those that one of the patterns finds; returns all of them as one text."""
+        everything = []
+        for line in lines:
+            # What a carriage return has overwritten nobody would see on a terminal either.
+            line = re.sub(r"[^\r\n]*\r(?=.)", "", line.rstrip("\n"))
+            everything.append(line + "\n")
+            self._transcript.write(line + "\n")
+            if any(re.search(pattern, line) for pattern in keep):
+                room = self._width - len(MARGIN) - 2
+                shown = line if len(line) <= room else line[:room - 1] + "…"
+                print(self._style("faint", MARGIN + "│ ") + shown, flush=True)
+        return "".join(everything)
+
+    def status(self, number):
+        self._transcript.write(f"[exit status {number}]\n")
+        print(self._style("faint", f"{MARGIN}└ exit status {number}"), flush=True)
+
+    def verdict(self, fact, truth):
+        if not truth:
+            raise Refuted(fact)
+        self._transcript.write(f"Made sure: {fact}.\n")
+        self._screen("good", MARGIN + "✓ ", fact)
+
+    def refute(self, fact):
+        self._screen("bad", MARGIN + "✗ ", f"this did not come true: {fact}")
+
+    def wait(self):
+        """Until a key is pressed; "q" is the end."""
+        self._transcript.flush()
+        if not self._pace:
+            return
+        print(self._style("faint", "\nA key goes on, q ends."), end="", flush=True)
+        termios.tcflush(sys.stdin, termios.TCIFLUSH)
+        key = os.read(sys.stdin.fileno(), 16)
+        print("\r\033[K\033[A", end="", flush=True)
+        if key in (b"q", b"Q", b"\x04", b""):
+            raise Ended
