@@ -209,7 +209,7 @@ namespace {
   sigset_t mask{};
   posix_spawnattr_getsigdefault(&attributes, &reset);
   posix_spawnattr_getsigmask(&attributes, &mask);
-  struct sigaction standard {};
+  struct sigaction standard = {};
   standard.sa_handler = SIG_DFL;
   for (int number = 1; number < NSIG; ++number) {
     if (sigismember(&reset, number) == 1) ::sigaction(number, &standard, nullptr);
