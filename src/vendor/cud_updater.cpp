@@ -22,13 +22,13 @@
 #include "vendor/database_header.hpp"
 #include "vendor/database_install.hpp"
 #include "vendor/signed_links.hpp"
+#include "vendor/vendor_items.hpp"
 
 namespace tarnwick {
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::string_view containerName = "VestRUM.cud";
 constexpr std::string_view archiveName = "VestRUM.tar.gz";
 constexpr std::size_t headerSize = 512;
 

@@ -18,6 +18,7 @@
 #include "transfer/file_downloader.hpp"
 #include "transfer/tool_request.hpp"
 #include "vendor/database_install.hpp"
+#include "vendor/vendor_items.hpp"
 
 namespace tarnwick {
 namespace {
@@ -145,8 +146,7 @@ bool replaceFile(const RunContext& context, const VendorSession& session, Item i
   printMessage(context, "Vestrum.{} is valid and has file size: {} bytes", item.name, *downloaded);
   const std::optional<std::uintmax_t> size = unpackedSize(item);
   if (!size) return rejectFile(context, item);
-  // ClamAV does not know the kind of this file, so that its verdict on it means nothing.
-  const bool ignoreIntegrity = item.name.ends_with("database");
+  const bool ignoreIntegrity = !scannerDecidesOn(item.name);
   if (ignoreIntegrity) {
     writeFileWhole(inDataDirectory(context, item.fileName() + ".signature"), *signature, 0644);
   }

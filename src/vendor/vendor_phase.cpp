@@ -1,8 +1,10 @@
 #include "vendor/vendor_phase.hpp"
 
+#include <fmt/format.h>
+
 #include <filesystem>
 #include <optional>
-#include <string_view>
+#include <string>
 
 #include "base/durable_file.hpp"
 #include "base/files.hpp"
@@ -13,6 +15,7 @@
 #include "vendor/cud_updater.hpp"
 #include "vendor/database_header.hpp"
 #include "vendor/definitions_updater.hpp"
+#include "vendor/vendor_items.hpp"
 
 namespace tarnwick {
 namespace {
@@ -25,7 +28,7 @@ void announcePhase(const RunContext& context) {
 }
 
 void recordContainerDate(const RunContext& context, UpdateState& state) {
-  const std::optional<double> built = databaseBuildDateOfFile(context, "VestRUM.cud");
+  const std::optional<double> built = databaseBuildDateOfFile(context, std::string(containerName));
   if (!built) return;
   state.record("hdb-Last-Modified", platform::formatDate(*built, "EEE, dd MMM yyyy HH:mm:ss zzz",
                                                          platform::TimeZone::gmt));
@@ -33,26 +36,36 @@ void recordContainerDate(const RunContext& context, UpdateState& state) {
 
 /// The container holds what these files held before there was one.
 void removeSeparateFiles(const RunContext& context) {
-  for (const std::string_view name :
-       {"Vestrum.ndb", "Vestrum.hdb", "Vestrum.fp", "Vestrum.ign2", "Vestrum.ldb"}) {
-    removeTree(inDataDirectory(context, name));
+  for (const VendorItem& item : vendorItems()) {
+    if (item.inContainer) removeTree(inDataDirectory(context, item.fileName()));
   }
 }
 
 /// Looks in the product's own folder and deletes in `dataDirectory`, which may be another one.
-void removeHalfPair(const RunContext& context) {
-  constexpr std::string_view file = "Vestrum.database";
-  constexpr std::string_view signature = "Vestrum.database.signature";
+void removeHalfPair(const RunContext& context, const VendorItem& item) {
+  const std::string file = item.fileName();
+  const std::string signature = file + ".signature";
   const fs::path fixedFolder(fixedDatabaseDirectory());
   if (fileExists(fixedFolder / file) && fileExists(fixedFolder / signature)) return;
   removeTree(inDataDirectory(context, file));
   removeTree(inDataDirectory(context, signature));
 }
 
+void updateItem(RunContext& context, const VendorSession& session, const VendorItem& item,
+                UpdateState& state) {
+  // The signature is kept beside a file that the scanner does not vouch for.
+  if (!item.scannerDecides) removeHalfPair(context, item);
+  updateVendorFile(context, session, item.publishedName(),
+                   state.storedValue(fmt::format("{}-Last-Modified", item.name)), state);
+}
+
 /// What a killed run left in the folders that this phase writes to.
 void sweepLeftovers(const RunContext& context, const VendorSession& session) {
   removeCudLeftovers(session);
-  removeTree(session.temporaryDirectory / "Vestrum.database");
+  for (const VendorItem& item : vendorItems()) {
+    removeTree(session.temporaryDirectory / item.fileName());
+    removeTree(session.temporaryDirectory / fmt::format("Vestrum.{}", item.publishedName()));
+  }
   removeStagedLeftovers(fixedDatabaseDirectory());
   removeStagedLeftovers(context.dataDirectory);
 }
@@ -68,9 +81,9 @@ void updateVendorDefinitions(RunContext& context, const VendorSession& session,
     recordContainerDate(context, state);
     removeSeparateFiles(context);
   }
-  removeHalfPair(context);
-  updateVendorFile(context, session, "database", state.storedValue("database-Last-Modified"),
-                   state);
+  for (const VendorItem& item : vendorItems()) {
+    if (!item.inContainer) updateItem(context, session, item, state);
+  }
   // What was withdrawn must not come back with the power while its withdrawal is remembered.
   syncFolder(context.dataDirectory);
   state.commit();

@@ -3,16 +3,15 @@
 #include <fmt/format.h>
 #include <sys/stat.h>
 
-#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 
 #include "base/prefix.hpp"
 #include "base/standard_streams.hpp"
 #include "platform/platform.hpp"
 #include "vendor/database_header.hpp"
+#include "vendor/vendor_items.hpp"
 
 namespace tarnwick {
 namespace {
@@ -28,23 +27,19 @@ std::optional<double> modificationDate(const std::string& path) {
   return static_cast<double>(status.st_mtime);
 }
 
-void writeLine(const std::string& line) {
-  writeToStandardOutput(line);
-}
-
 }  // namespace
 
 void writeVersionReport(const RunContext& context) {
-  writeLine(fmt::format("Tarnwick {}\n", context.toolVersion));
-  const std::string container = "VestRUM.cud";
+  writeToStandardOutput(fmt::format("Tarnwick {}\n", context.toolVersion));
+  const std::string container(containerName);
   const std::optional<double> built = databaseBuildDateOfFile(context, container);
   const std::int64_t version = databaseVersionOfFile(context, container);
-  writeLine(fmt::format("{} (v{}) updated {}\n", container, version, describe(built)));
+  writeToStandardOutput(fmt::format("{} (v{}) updated {}\n", container, version, describe(built)));
   // Always the product's own folder, as nothing on the command line is looked at.
-  for (const std::string_view name : {"Vestrum.fp", "Vestrum.hdb", "Vestrum.ign2", "Vestrum.ndb",
-                                      "Vestrum.ldb", "Vestrum.database"}) {
+  for (const VendorItem& item : vendorItems()) {
+    const std::string name = item.fileName();
     const auto date = modificationDate(fmt::format("{}/{}", fixedDatabaseDirectory(), name));
-    writeLine(fmt::format("{} updated {}\n", name, describe(date)));
+    writeToStandardOutput(fmt::format("{} updated {}\n", name, describe(date)));
   }
 }
 

@@ -9,6 +9,7 @@
 #include "base/files.hpp"
 #include "driver/run/commands.hpp"
 #include "driver/run/database_folder.hpp"
+#include "vendor/vendor_items.hpp"
 
 namespace tarnwick {
 namespace {
@@ -43,10 +44,9 @@ void wipeLog(RunContext& context) {
 void wipeDatabases(const RunContext& context) {
   const DataDirectoryUse use = dataDirectoryUse(context);
   if (use == DataDirectoryUse::nothing) return;
-  for (const auto* const name : {"VestRUM.cud", "Vestrum.ndb", "Vestrum.hdb", "Vestrum.fp",
-                                 "Vestrum.ign2", "Vestrum.database", "Vestrum.ldb"}) {
-    removeTree(inDataDirectory(context, name));
-  }
+  removeTree(inDataDirectory(context, containerName));
+  for (const VendorItem& item : vendorItems())
+    removeTree(inDataDirectory(context, item.fileName()));
   // Patterns must not reach the root of the file system.
   if (use != DataDirectoryUse::commands) return;
   for (const auto* const pattern : {"*.cld", "*.cvd"}) {

@@ -1,0 +1,20 @@
+#include "vendor/vendor_items.hpp"
+
+#include <array>
+
+namespace tarnwick {
+
+std::span<const VendorItem> vendorItems() {
+  static constexpr std::array<VendorItem, 6> items{{
+      {.name = "fp", .inContainer = true},
+      {.name = "hdb", .inContainer = true},
+      {.name = "ign2", .inContainer = true},
+      {.name = "ndb", .inContainer = true},
+      {.name = "ldb", .inContainer = true},
+      // ClamAV does not know the kind of this file, so that its verdict on it means nothing.
+      {.name = "database", .scannerDecides = false},
+  }};
+  return items;
+}
+
+}  // namespace tarnwick
