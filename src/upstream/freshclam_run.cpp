@@ -28,24 +28,16 @@ int shiftedStatus(int rawStatus) {
   return rawStatus >> 8;
 }
 
-void returnToUpstreamMirror(RunContext& context) {
-  switchFreshclamMirror(context, false);
-}
-
-void repairPermissions(RunContext& context) {
-  fixDatabasePermissions(context);
-}
-
 void copyConfiguration(std::string_view from, std::string_view to) {
   runShellCommand(fmt::format("cp -Rp {0}/{1} {0}/{2}", inPrefix("etc"), from, to));
 }
 
-void restoreSpareConfiguration(RunContext& /*context*/) {
+void restoreSpareConfiguration() {
   copyConfiguration("freshclam.conf", "freshclamFAULTY.conf");
   copyConfiguration("freshclamBAK.conf", "freshclam.conf");
 }
 
-void restoreCleanConfiguration(RunContext& /*context*/) {
+void restoreCleanConfiguration() {
   copyConfiguration("freshclamCLEAN.conf", "freshclam.conf");
 }
 
@@ -69,10 +61,10 @@ constexpr std::array loggerProblem{62};
 
 /// Gone through once, from first to last; each looks at the status that the ones before it left.
 constexpr std::array<Rung, 5> recoveryLadder{{
-    {folderProblem, repairPermissions},
-    {mirrorProblem, returnToUpstreamMirror},
-    {configurationError, restoreSpareConfiguration},
-    {configurationError, restoreCleanConfiguration},
+    {folderProblem, [](RunContext& context) { fixDatabasePermissions(context); }},
+    {mirrorProblem, [](RunContext& context) { switchFreshclamMirror(context, false); }},
+    {configurationError, [](RunContext&) { restoreSpareConfiguration(); }},
+    {configurationError, [](RunContext&) { restoreCleanConfiguration(); }},
     {loggerProblem, killOtherFreshclams},
 }};
 
@@ -126,12 +118,14 @@ int toolExitStatus(const RunContext& context, int rawStatus) {
 int updateUpstreamDatabases(RunContext& context, HttpClient& http) {
   runProxyHelper(context);
   printMessage(context, "\nChecking ClamAV definitions");
+  // By now the vendor phase has taken over what earlier releases left there, and it must not be
+  // found once more.
   UpdateState::retireOlderDomain();
   fetchMissingDatabases(context, http);
   const int rawStatus = bringUpstreamForward(context, http);
   context.logFile.close();
   fixDatabasePermissions(context);
-  returnToUpstreamMirror(context);
+  switchFreshclamMirror(context, false);
   return toolExitStatus(context, rawStatus);
 }
 

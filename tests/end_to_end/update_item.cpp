@@ -16,8 +16,7 @@ int main(int count, char** arguments) {
   const VendorSession session{.http = http,
                               .temporaryDirectory = platform::makeTemporaryDirectory(),
                               .userAgent = toolUserAgent(context.toolVersion)};
-  UpdateState state;
-  state.open();
+  UpdateState state = UpdateState::open();
   updateVendorFile(context, session, item, "stored before", state);
   state.commit();
   platform::releaseTemporaryDirectory(session.temporaryDirectory);

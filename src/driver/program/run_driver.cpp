@@ -70,8 +70,7 @@ bool prepareRun(RunContext& context) {
 
 int updateEverything(RunContext& context) {
   removeUnfinishedDownloads(context);
-  UpdateState state;
-  state.open();
+  UpdateState state = UpdateState::open();
   HttpClient http(settings::largestDownload);
   const TemporaryDirectory temporaryDirectory;
   const VendorSession vendorSession{.http = http,

@@ -1,5 +1,7 @@
 #include "driver/run/update_state.hpp"
 
+#include <utility>
+
 namespace tarnwick {
 namespace {
 
@@ -8,9 +10,12 @@ constexpr std::string_view olderDomain = "uk.co.tobrennel.vestrum.tarnwick";
 
 }  // namespace
 
-void UpdateState::open() {
-  current_ = platform::readPreferences(currentDomain).value_or(platform::Preferences{});
-  older_ = platform::readPreferences(olderDomain).value_or(platform::Preferences{});
+UpdateState::UpdateState(platform::Preferences current, platform::Preferences older)
+    : current_(std::move(current)), older_(std::move(older)) {}
+
+UpdateState UpdateState::open() {
+  return {platform::readPreferences(currentDomain).value_or(platform::Preferences{}),
+          platform::readPreferences(olderDomain).value_or(platform::Preferences{})};
 }
 
 std::optional<std::string> UpdateState::storedValue(std::string_view key) const {

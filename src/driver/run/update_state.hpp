@@ -13,8 +13,8 @@ namespace tarnwick {
 /// record is forgotten.
 class UpdateState {
  public:
-  /// Reads the stored values: the current domain, then the older one when that exists.
-  void open();
+  /// With the stored values: the current domain's, then the older one's when that exists.
+  static UpdateState open();
 
   /// The current domain's value or, failing that, the older one's.
   [[nodiscard]] std::optional<std::string> storedValue(std::string_view key) const;
@@ -29,6 +29,8 @@ class UpdateState {
   static void retireOlderDomain();
 
  private:
+  UpdateState(platform::Preferences current, platform::Preferences older);
+
   platform::Preferences current_;
   platform::Preferences older_;
   platform::Preferences newValues_;
