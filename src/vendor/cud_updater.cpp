@@ -15,7 +15,6 @@
 #include "driver/run/commands.hpp"
 #include "driver/run/console.hpp"
 #include "driver/run/database_folder.hpp"
-#include "settings/vendor_settings.hpp"
 #include "transfer/file_downloader.hpp"
 #include "transfer/file_hash.hpp"
 #include "transfer/tool_request.hpp"
@@ -66,6 +65,15 @@ Workplace workplaceIn(const fs::path& temporaryDirectory) {
 
 std::string scriptedPath(std::string_view name) {
   return fmt::format("/VestRUM2/Scripted/{}", name);
+}
+
+DVFileDownloader verifyingDownloader(const RunContext& context, const VendorSession& session,
+                                     bool quiet) {
+  DVFileDownloader downloader(session.http, context.toolVersion, session.publicKey);
+  downloader.setUserAgentString(session.userAgent);
+  downloader.setQuiet(quiet);
+  downloader.setVerifyWithSignature(true);
+  return downloader;
 }
 
 /// Fetches one of the signed files, each link made when its request is.
@@ -136,10 +144,7 @@ bool unpackContainer(const RunContext& context, const Workplace& work) {
 
 bool fetchScripts(const RunContext& context, const VendorSession& session, const Versions& versions,
                   const Workplace& work) {
-  DVFileDownloader downloader(session.http, context.toolVersion, settings::vendorPublicKey);
-  downloader.setUserAgentString(session.userAgent);
-  downloader.setQuiet(true);
-  downloader.setVerifyWithSignature(true);
+  DVFileDownloader downloader = verifyingDownloader(context, session, true);
   const auto missing = static_cast<double>(versions.available - versions.local);
   for (std::int64_t fetched = 0; fetched < versions.available - versions.local;) {
     const std::string name = fmt::format("VestRUM-{}.script", versions.local + fetched + 1);
@@ -262,10 +267,7 @@ Outcome tryIncrementalUpdate(const RunContext& context, const VendorSession& ses
 
 bool fetchWholeContainer(const RunContext& context, const VendorSession& session,
                          const Workplace& work) {
-  DVFileDownloader downloader(session.http, context.toolVersion, settings::vendorPublicKey);
-  downloader.setUserAgentString(session.userAgent);
-  downloader.setQuiet(context.quietMode);
-  downloader.setVerifyWithSignature(true);
+  DVFileDownloader downloader = verifyingDownloader(context, session, context.quietMode);
   std::error_code ignored;
   fs::create_directories(work.directory, ignored);
   downloadScripted(downloader, containerName, work.container());

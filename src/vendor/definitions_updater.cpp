@@ -136,7 +136,7 @@ bool replaceFile(const RunContext& context, const VendorSession& session, Item i
   const std::optional<std::string> signature =
       session.http.fetchText(toolRequest(item.url() + ".signature", session.userAgent));
   const bool valid = DVSUDSAVerifier::validatePathWithEncodedDSASignatureWithPublicDSAKey(
-      item.temporaryFile, signature, settings::vendorPublicKey);
+      item.temporaryFile, signature, session.publicKey);
   const std::optional<std::uintmax_t> downloaded = sizeOf(item.temporaryFile);
   if (!valid || !downloaded) {
     printMessage(context, "Vestrum.{} definitions file is not valid. Delete it.", item.name);

@@ -15,7 +15,8 @@ int main(int count, char** arguments) {
   HttpClient http(settings::largestDownload);
   const VendorSession session{.http = http,
                               .temporaryDirectory = platform::makeTemporaryDirectory(),
-                              .userAgent = toolUserAgent(context.toolVersion)};
+                              .userAgent = toolUserAgent(context.toolVersion),
+                              .publicKey = settings::vendorPublicKey};
   UpdateState state = UpdateState::open();
   updateVendorFile(context, session, item, "stored before", state);
   state.commit();

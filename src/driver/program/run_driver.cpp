@@ -75,7 +75,8 @@ int updateEverything(RunContext& context) {
   const TemporaryDirectory temporaryDirectory;
   const VendorSession vendorSession{.http = http,
                                     .temporaryDirectory = temporaryDirectory.path(),
-                                    .userAgent = toolUserAgent(context.toolVersion)};
+                                    .userAgent = toolUserAgent(context.toolVersion),
+                                    .publicKey = settings::vendorPublicKey};
   updateVendorDefinitions(context, vendorSession, state);
   return updateUpstreamDatabases(context, http);
 }
