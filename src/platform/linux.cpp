@@ -49,7 +49,7 @@ std::string versionInRelease(std::istream& release) {
 std::string operatingSystemVersion() {
   // An administrator can put this file in place to say which system the servers are to be told of.
   constexpr auto systemVersion = "/System/Library/CoreServices/SystemVersion.plist";
-  std::ifstream stream(systemVersion);
+  const std::ifstream stream(systemVersion);
   if (stream) {
     std::stringstream content;
     content << stream.rdbuf();

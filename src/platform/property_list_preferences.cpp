@@ -94,7 +94,7 @@ std::string formatPropertyList(const Preferences& values) {
 }
 
 std::optional<Preferences> readPreferences(std::string_view domain) {
-  std::ifstream stream(fileOf(domain), std::ios::binary);
+  const std::ifstream stream(fileOf(domain), std::ios::binary);
   if (!stream) return std::nullopt;
   std::stringstream content;
   content << stream.rdbuf();

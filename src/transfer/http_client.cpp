@@ -130,7 +130,8 @@ class Exchange {
     set(CURLOPT_MAXREDIRS, 16L);
     set(CURLOPT_NOBODY, request_.method == "HEAD" ? 1L : 0L);
     // The blank at the end of our user agents is no legal header value in HTTP/2.
-    set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+    constexpr long version = CURL_HTTP_VERSION_1_1;
+    set(CURLOPT_HTTP_VERSION, version);
     set(CURLOPT_USERAGENT, request_.userAgent.c_str());
     // A cache on the way must not answer for the origin.
     headers_.reset(curl_slist_append(nullptr, "Cache-Control: no-cache"));
@@ -250,7 +251,8 @@ class Exchange {
 
   [[nodiscard]] std::string description() const {
     if (!failure_.empty()) return failure_;
-    return errorText_.front() != '\0' ? errorText_.data() : curl_easy_strerror(*result_);
+    return errorText_.front() != '\0' ? errorText_.data()
+                                      : curl_easy_strerror(result_.value_or(CURLE_OK));
   }
 
   [[nodiscard]] std::string failingUrl() const {
