@@ -1,0 +1,101 @@
+"""Somebody between the machine and the vendor, and a mirror with a valid certificate: what they send installs nothing
+that the vendor did not sign, and ends no run."""
+
+import typing
+
+import pytest
+
+from testbed import BIN, DATA, IMPOSTOR, PREFIX, TOOL, World
+from testbed.transcripts import BANNER, FETCHED, FRESHCLAM, FULL, LOCAL, NEWER, SCRIPTS, SOUND, UNCHANGED
+
+SCRIPTED = "GET /VestRUM2/Scripted/"
+OLD = NEWER.format(local=1, available=3)
+NO_VERSION = LOCAL + "Failed to get available defs version number: ERROR\nAvailable version 0\n" \
+    "VestRUM.cud file is up-to-date\n"
+NO_SCRIPT = OLD + "Failed to download and verify VestRUM-2.script\nProcessing updates…\n" + FULL + FETCHED
+WHOLE = "Downloading VestRUM.cud [100%]\n"
+
+
+def outside(world):
+    return world.shell(f"find /etc {BIN} {PREFIX}/etc {TOOL} -type f -exec sha256sum {{}} + | sort")
+
+
+def swap_scripts(world):
+    for name in ("VestRUM-2.script", "VestRUM-2.script.signature"):
+        world.servers.answer(SCRIPTED + name, world.published(name.replace("2", "3")))
+
+
+def no_container(world):
+    world.shell(f"rm {DATA}/VestRUM.cud")
+
+
+def give_definitions_for_container(world):
+    no_container(world)
+    for end in ("", ".signature"):
+        world.servers.answer(f"{SCRIPTED}VestRUM.cud{end}", world.published(f"../Vestrum.database{end}"))
+
+
+def give_an_old_container(world):
+    no_container(world)
+    world.write("/srv/old", world.container(1))
+    world.shell("cd /srv; openssl dgst -sha1 -binary old | openssl dgst -sha1 -sign vendor/private.pem | base64 >old.signature")
+    for end in ("", ".signature"):
+        world.servers.answer(f"{SCRIPTED}VestRUM.cud{end}", world.path(f"/srv/old{end}").read_bytes())
+
+
+class Answers(typing.NamedTuple):
+    give: typing.Callable[[World], None]
+    said: str
+    version: int = 3  # installed in the end
+
+
+ANSWERS = {
+    "a genuine script under another's name": Answers(swap_scripts, OLD + SCRIPTS + FULL + FETCHED),
+    "a genuine file that is no container": Answers(
+        give_definitions_for_container, FULL + WHOLE
+        + "VestRUM.cud DB integrity check failed. Deleting the newly downloaded file\n", 0),
+    # What signatures without a version cannot prevent.
+    "a genuine container of long ago": Answers(give_an_old_container, FULL + FETCHED.replace("version 3", "version 1"), 1),
+    "a version text without end": Answers(
+        lambda world: world.servers.answer(SCRIPTED + "VestRUM-db-version.txt", "9" * 70_000), NO_VERSION, 1),
+    "a signature without end": Answers(
+        lambda world: world.servers.answer(SCRIPTED + "VestRUM-2.script.signature", "A" * 70_000), NO_SCRIPT),
+    "a header without end": Answers(lambda world: world.servers.answer(
+        SCRIPTED + "VestRUM-2.script", headers=["X: " + "x" * 2_000_000]), NO_SCRIPT),
+    "headers without number": Answers(lambda world: world.servers.answer(
+        SCRIPTED + "VestRUM-2.script", headers=[f"X-{number}: x" for number in range(100_000)]), NO_SCRIPT),
+    "a status of its own": Answers(
+        lambda world: world.servers.answer(SCRIPTED + "VestRUM-2.script", status="99999999999999999999 \x1b[2J"), NO_SCRIPT),
+}
+
+
+@pytest.mark.parametrize("name", ANSWERS)
+def test_what_a_mirror_answers(world, name):
+    world.freshclam(0)
+    world.install(1)
+    answers = ANSWERS[name]
+    answers.give(world)
+    before = outside(world)
+    outcome = world.run()
+    assert (outcome.status, outcome.stdout, world.version()) == (
+        0, BANNER + answers.said + UNCHANGED + FRESHCLAM, answers.version)
+    assert outside(world) == before and world.litter() == ""
+
+
+def test_an_empty_file_without_a_signature_withdraws_nothing(world):
+    world.freshclam(0)
+    world.install(3)
+    world.remember({})
+    world.servers.answer("GET /VestRUM2/Vestrum.database")
+    assert "Vestrum.database definitions file is not valid. Delete it.\n" in world.run().stdout
+    assert world.path(f"{DATA}/Vestrum.database").exists()
+
+
+def test_without_a_certificate_nothing_is_believed(world):
+    world.freshclam(52, 52)
+    world.install(1)
+    world.servers.place(content=IMPOSTOR, links=IMPOSTOR, mirror=IMPOSTOR, database=IMPOSTOR)
+    before = outside(world), world.shell(f"cd {DATA}; sha256sum *")
+    assert world.run().status == 52
+    assert (outside(world), world.shell(f"cd {DATA}; sha256sum *")) == before
+    assert world.servers.requests() == []
