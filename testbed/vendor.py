@@ -70,5 +70,12 @@ def home(versions):
     return made_once(f"vendor-{versions}", make, sources)
 
 
+def publish(path, *arguments, **more):
+    """What the publishing kit says to this; for `path` None it is told of no home."""
+    where = () if path is None else ("--home", path)
+    return subprocess.run([PUBLISHER, *where, *arguments], capture_output=True, text=True, check=False,
+                          stdin=subprocess.DEVNULL, **more)
+
+
 def _publish(path, *arguments):
-    subprocess.run([PUBLISHER, "--home", path, *arguments], check=True, stdin=subprocess.DEVNULL, capture_output=True)
+    publish(path, *arguments).check_returncode()

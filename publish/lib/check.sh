@@ -7,6 +7,10 @@ damage() {
 }
 
 check_keys() {
+    if [[ ! -f $private_key ]]; then
+        damage "private.pem is lost; put back the key with the fingerprint $(fingerprint "$public_key")"
+        return 0
+    fi
     [[ $(stat -c %a "$private_key") == 600 ]] || damage "private.pem can be read by others; chmod 600 it"
     { openssl pkey -in "$private_key" -pubout -out "$work/public" && cmp -s "$work/public" "$public_key"; } 2>/dev/null ||
         damage "public.pem is not the public half of private.pem"
@@ -50,19 +54,17 @@ check_container() {
     announced=$(cat "$scripted/VestRUM-db-version.txt" 2>/dev/null) || announced=nothing
     [[ $announced == "VestRUM:$version" ]] ||
         damage "VestRUM-db-version.txt says \"$announced\", and the container is version $version"
-    clamscan --quiet -d "$container" "$public_key" >/dev/null 2>&1 || damage "ClamAV cannot load VestRUM.cud"
-}
-
-unpack() {
-    mkdir "$work/$2"
-    (cd "$work/$2" && sigtool --unpack="$1") >/dev/null 2>&1
+    try_as_installations_do "$container" || case $? in
+        1) damage "VestRUM.cud: $(why_refused)" ;;
+        *) damage "ClamAV cannot load VestRUM.cud" ;;
+    esac
 }
 
 # Every installation is at some version since the first; all of them follow the
 # scripts to the newest, so one walk from the first meets each of their steps.
 check_scripts() {
     local number script replay=true
-    unpack "$first_container" replay || { damage "first.cud cannot be unpacked, so no script can be tried"; replay=false; }
+    unpack "$first_container" "$work/replay" || { damage "first.cud cannot be unpacked, so no script can be tried"; replay=false; }
     for ((number = 2; number <= version; number++)); do
         script=$scripted/VestRUM-$number.script
         check_pair "$script" || true
@@ -73,7 +75,7 @@ check_scripts() {
         ((number == version)) || echo "Not tried: the scripts after VestRUM-$number.script, which need its result"
     done
     $replay || return 0
-    { unpack "$scripted/VestRUM.cud" published && diff -r "$work/replay" "$work/published"; } >/dev/null 2>&1 ||
+    { unpack "$scripted/VestRUM.cud" "$work/published" && diff -r "$work/replay" "$work/published"; } >/dev/null 2>&1 ||
         damage "the scripts lead to something else than VestRUM.cud"
 }
 
@@ -102,7 +104,7 @@ check_strangers() {
 check_tree() {
     local damages=0 version withdrawn=published
     open_home "$1"
-    if [[ ! -e $scripted/current && ! -e $first_container ]]; then
+    if ! anything_released; then
         fail "nothing is released yet" "begin with: tarnwick-publish --home $home release FOLDER"
     fi
     lock_home

@@ -21,22 +21,53 @@ publish_pair() {
     sweep_others "$site/definitions" "$link"
 }
 
+# Whether this is out already: published again, it would be fetched again by
+# every installation.
+published_already() {
+    cmp -s -- "$1" "$tree/Vestrum.database" && signature_is_good "$tree/Vestrum.database" || return 1
+    sweep_others "$site/definitions" "$tree/current"
+}
+
+# An installation takes Vestrum.database whatever the scanner says, because its
+# extension tells ClamAV nothing. The name it has here may tell.
+try_definitions() {
+    local file=$1 kind=${1##*.}
+    case $kind in
+    db | hdb | hdu | hsb | hsu | mdb | mdu | msb | msu | ndb | ndu | ldb | ldu | sdb | fp | sfp | idb | cdb | \
+        crb | gdb | pdb | wdb | ign | ign2 | ftm | cbc | yar | yara | cud | cvd) ;;
+    *) return 1 ;;
+    esac
+    cp --no-preserve=all -- "$file" "$work/definitions.$kind"
+    try_as_installations_do "$work/definitions.$kind" || fail "$file is not published: $(why_refused)"
+    rm "$work/definitions.$kind"
+}
+
 publish_definitions() {
-    [[ -f $2 && -r $2 ]] || fail "$2 is not a file that can be read"
+    local tried="tried with ClamAV as a .${2##*.} file"
+    open_home "$1"
+    [[ -f $2 && -r $2 ]] || fail "$2 is not a file that can be read by $(id -un)"
     [[ -s $2 ]] || fail "$2 is empty, and an empty definitions file means withdrawal" \
         "if that is meant: tarnwick-publish --home $1 withdraw"
-    open_home "$1"
-    lock_home
+    lock_to_publish
+    if published_already "$2"; then
+        echo "Nothing new: this definitions file is published already."
+        return 0
+    fi
+    try_definitions "$2" || tried="not tried: its name tells no kind that ClamAV knows"
     publish_pair "$2"
-    printf 'Published Vestrum.database, %s.\n' "$(counted "$(stat -Lc %s "$tree/Vestrum.database")" byte)"
+    printf 'Published Vestrum.database, %s, %s.\n' "$(counted "$(stat -Lc %s "$tree/Vestrum.database")" byte)" "$tried"
 }
 
 # An empty file tells every installation to delete its own. It must stay
 # published: a missing file would tell them nothing.
 withdraw_definitions() {
     open_home "$1"
-    lock_home
+    lock_to_publish
     : >"$work/nothing"
+    if published_already "$work/nothing"; then
+        echo "Nothing new: Vestrum.database is withdrawn already."
+        return 0
+    fi
     publish_pair "$work/nothing"
     echo "Withdrew Vestrum.database; installations delete theirs at their next run."
 }

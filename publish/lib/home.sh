@@ -1,10 +1,11 @@
-# shellcheck shell=bash disable=SC2034
+# shellcheck shell=bash disable=SC2034,SC2154
 # The publishing home: where things lie, who may work in it, what is swept up.
 #
 #   private.pem             the signing key, for the vendor's eyes only
 #   public.pem              its public half, for the build of Tarnwick
 #   public-one-line.pem     the same as the one line that the program holds
 #   first.cud               version 1, from which `check` replays every script
+#   publishing.lock         held by whoever changes anything here
 #   mirror/                 what the mirror host serves
 #   site/VestRUM2/          what the content and links hosts serve
 #   site/releases/N/        container, signature and version file of version N
@@ -28,24 +29,77 @@ locate() {
     public_key=$home/public.pem
     one_line_key=$home/public-one-line.pem
     first_container=$home/first.cud
+    lock=$home/publishing.lock
     site=$home/site
     tree=$site/VestRUM2
     scripted=$tree/Scripted
 }
 
-# Settles which home is meant, and that it is one.
+# What tells of a container even when it is lost itself.
+container_released() {
+    [[ -e $first_container ]] || compgen -G "$scripted/VestRUM-*.script" >/dev/null
+}
+
+anything_released() {
+    container_released || [[ -L $tree/current ]] || compgen -G "$site/releases/*" >/dev/null
+}
+
+# Settles which home is meant, and that it is one, and who works in it.
 open_home() {
     need_programs
     locate "$1"
-    [[ -f $private_key ]] || fail "$home is no publishing home yet: it holds no private.pem" \
+    [[ ! -d $home ]] || work_as_owner
+    [[ -f $private_key ]] || anything_released || fail "$home is no publishing home yet: it holds no private.pem" \
         "make one with: tarnwick-publish --home $home init"
+}
+
+# For everything that signs: with the key that installations trust, or not at all.
+lock_to_publish() {
+    lock_home
+    require_key
+}
+
+# What root leaves in somebody's home would shut its owner out.
+work_as_owner() {
+    local owner group groups=--clear-groups
+    owner=$(stat -c %u "$home")
+    ((EUID != owner)) || return 0
+    ((EUID == 0)) || fail "$home belongs to $(stat -c %U "$home"); only its owner can publish"
+    group=$(id -g "$owner" 2>/dev/null) || group=$(stat -c %g "$home")
+    ! getent passwd "$owner" >/dev/null || groups=--init-groups
+    # Root may stand where the owner cannot be.
+    cd "$home" || exit
+    set -- setpriv --reuid "$owner" --regid "$group" "$groups"
+    "$@" test -r "$program" || fail "$(stat -c %U "$home"), whose home this is, cannot read $program" \
+        "put the publishing kit where everybody can read it"
+    exec "$@" "$program" --home "$home" "${command_line[@]}"
+}
+
+# What the kit writes must stay the owner's; mirror/ and tls/ are not its work.
+foreign_files() {
+    local path paths=()
+    for path in "$home" "$private_key" "$public_key" "$one_line_key" "$first_container" "$lock" "$home/work" "$site"; do
+        [[ ! -e $path ]] || paths+=("$path")
+    done
+    find "${paths[@]}" \( -path "$home" -prune -o -true \) "$@"
+}
+
+refuse_foreign_files() {
+    local path owner
+    owner=$(stat -c %U "$home")
+    path=$(foreign_files ! -user "$(stat -c %u "$home")" -print -quit 2>/dev/null)
+    [[ -z $path ]] || fail "$path belongs to $(stat -c %U "$path"), and the home to $owner, who could not replace it" \
+        "give it back first: sudo chown -hR $owner $path"
 }
 
 # One change at a time. Children inherit the lock, so that a program which
 # outlives a killed release still keeps the next one away from its files.
 lock_home() {
-    [[ -w $home ]] || fail "$home belongs to $(stat -c %U "$home"); only its owner can publish"
-    exec 9>"$home/lock"
+    refuse_foreign_files
+    # Whoever can open the file can hold the lock, and publishing up for ever.
+    umask 077
+    exec 9>"$lock"
+    umask 022
     flock -n 9 || {
         echo "Waiting for another tarnwick-publish in $home" >&2
         flock 9
@@ -53,14 +107,15 @@ lock_home() {
     rm -rf -- "$home/work"
     mkdir -m 0700 "$home/work"
     work=$home/work
-    trap 'rm -rf -- "$work"' EXIT
     export TMPDIR=$work
 }
 
-# Points LINK at TARGET in one step, whatever it pointed at before.
+# Points LINK at TARGET in one step, whatever it pointed at before. What it
+# leads to must be on the disk before it, whenever the power goes.
 switch_link() {
     local target=$1 link=$2
     ln -s "$target" "$work/link"
+    sync "${link%/*}" "${link%/*}/${target%/*}"
     mv -T "$work/link" "$link"
     sync "${link%/*}"
 }
@@ -80,8 +135,10 @@ make_home() {
     mkdir -p "$1" || fail "$1 cannot be made; choose another folder with --home" \
         "or let root make it yours first: install -d -o $(id -un) $1"
     locate "$1"
+    work_as_owner
     [[ ! -e $private_key ]] || fail "$home holds a private key already; it is kept as it is" \
         "every installation trusts that key: use another --home for a new one"
+    ! anything_released || refuse_without_key
     lock_home
     mkdir -p "$home/mirror" "$site/releases" "$site/definitions" "$scripted"
     ln -sfn current/VestRUM.cud "$scripted/VestRUM.cud"

@@ -1,24 +1,15 @@
 # shellcheck shell=bash disable=SC2154
 # Versions of VestRUM.cud: built, compared with the one before, and published.
 
-# The header of a container, its nine fields in the array `header`.
-read_header() {
-    local text
-    header=()
-    [[ -r $1 ]] || return 1
-    text=$(head -c 512 "$1" | tr -d '\0')
-    IFS=: read -r -a header <<<"$text"
-    [[ ${header[0]:-} == ClamAV-VDB && ${header[2]:-} =~ ^[0-9]+$ ]]
-}
-
 # The newest published version, 0 before the first release. Whatever stands in
 # the tree must make sense before anything is built upon it.
 published_version() {
     local container=$scripted/VestRUM.cud version_file=$scripted/VestRUM-db-version.txt
     version=0
+    [[ -e $scripted/current ]] || put_back_current
     if [[ ! -e $scripted/current ]]; then
         # Counting from 1 again would leave every installation where it is.
-        ! compgen -G "$scripted/VestRUM-*.script" >/dev/null ||
+        ! container_released ||
             fail "the published container is lost; put it back from a copy of $home"
         return 0
     fi
@@ -27,47 +18,35 @@ published_version() {
     version=${header[2]}
 }
 
-# A container takes one file of each kind, named like itself. Files of the same
-# kind are joined, so that a folder may hold any number of them.
-gather() {
-    local folder=$1 file kind files=()
-    shopt -s nullglob
-    for file in "$folder"/*; do
-        [[ -f $file ]] || fail "$file is not a file; a release is made of the files of one folder"
-        [[ ${file##*/} == COPYING ]] || files+=("$file")
+# Without its link a set is out of sight, and complete all the same: a first
+# release was interrupted before the last step, or somebody removed the link.
+put_back_current() {
+    local set newest=0
+    for set in "$site"/releases/*; do
+        { read_header "$set/VestRUM.cud" && signature_is_good "$set/VestRUM.cud"; } || continue
+        [[ ${set##*/} == "${header[2]}" && $(<"$set/VestRUM-db-version.txt") == "VestRUM:${header[2]}" ]] || continue
+        ((header[2] <= newest)) || newest=${header[2]}
     done
-    ((${#files[@]})) || fail "$folder holds no signature files, such as threats.hdb or threats.ndb"
-    for file in "${files[@]}"; do
-        kind=${file##*.}
-        [[ ${file##*/} == *.* ]] || fail "${file##*/} has no extension, so ClamAV cannot know what it holds"
-        # sigtool compares no lines that end in a carriage return; and a last line
-        # without a line feed would swallow the first of the next file.
-        sed -e 's/\r$//' -e "\$a\\" "$file" >>"new/VestRUM.$kind"
-    done
-    if [[ -f $folder/COPYING ]]; then cp "$folder/COPYING" new/COPYING; else : >new/COPYING; fi
+    ((newest > 0)) || return 0
+    show_release "$newest"
+    printf 'Put back version %s, which was complete and out of sight.\n' "$newest"
 }
 
-# An unknown extension is passed over by sigtool without a word.
-nothing_left_out() {
-    local file
-    for file in new/VestRUM.*; do
-        case $file in
-        */VestRUM.cud | */VestRUM.info) ;;
-        *) grep -q "^${file##*/}:" new/VestRUM.info ||
-            fail "ClamAV takes no files of the kind .${file##*.} into a container; remove them from the folder" ;;
-        esac
-    done
+# Installations would fetch and apply a script that changes nothing.
+unchanged() {
+    unpack "$scripted/VestRUM.cud" published || return 1
+    rm -f published/VestRUM.info
+    diff -rq new published >/dev/null 2>&1
 }
 
 build_container() {
     local next=$1
     # An empty data directory, or sigtool counts on from a container it finds there.
     (cd new && SIGNDUSER=vestrum sigtool --build=VestRUM.cud --unsigned --cvd-version="$next" \
-        --no-cdiff --datadir="$work/empty") </dev/null >report 2>&1 ||
-        fail "ClamAV refuses these signatures; version $next is not released" "$(grep rror report | cut -c -200)"
+        --no-cdiff --datadir="$work/empty") </dev/null >report 2>&1 || refuse_signatures "$next"
     nothing_left_out
-    clamscan --quiet -d new/VestRUM.cud new/VestRUM.cud >report 2>&1 ||
-        fail "ClamAV cannot load the new container; version $next is not released" "$(<report)"
+    try_as_installations_do new/VestRUM.cud ||
+        fail "version $next is not released: $(why_refused)"
 }
 
 # sigtool holds the second path in a few bytes and cuts longer ones: short
@@ -91,34 +70,46 @@ put_in_place() {
     sign release/VestRUM.cud
     printf 'VestRUM:%s\n' "$next" >release/VestRUM-db-version.txt
     sync release/* release
-    if ((next == 1)); then
-        cp release/VestRUM.cud first
-        mv first "$first_container"
-    else
+    if ((next > 1)); then
         sync script script.signature
         mv script.signature "$scripted/VestRUM-$next.script.signature"
         mv script "$scripted/VestRUM-$next.script"
     fi
     mv -T release "$site/releases/$next"
-    switch_link "../../releases/$next" "$scripted/current"
-    sweep_others "$site/releases" "$scripted/current"
+    show_release "$next"
+}
+
+show_release() {
+    local number=$1
+    if ((number == 1)) && [[ ! -e $first_container ]]; then
+        cp "$site/releases/1/VestRUM.cud" "$work/first"
+        sync "$work/first"
+        mv "$work/first" "$first_container"
+        sync "$home"
+    fi
+    switch_link "../../releases/$number" "$scripted/current"
 }
 
 release() {
     local folder next
-    [[ -d $2 ]] || fail "$2 is not a folder of signature files"
-    folder=$(readlink -f "$2")
     open_home "$1"
-    lock_home
+    [[ -d $2 && -r $2 && -x $2 ]] || fail "$2 is not a folder of signature files that can be read by $(id -un)"
+    folder=$(readlink -f "$2")
+    lock_to_publish
     published_version
     next=$((version + 1))
     sweep_others "$site/releases" "$scripted/current"
     cd "$work" || exit
     mkdir new empty
     gather "$folder"
+    if ((next > 1)) && unchanged; then
+        printf 'Nothing new: version %s holds exactly these signatures.\n' "$version"
+        return 0
+    fi
     build_container "$next"
     ((next == 1)) || build_script "$next"
     put_in_place "$next"
+    sweep_others "$site/releases" "$scripted/current"
     read_header "$scripted/VestRUM.cud"
     printf 'Released version %s with %s.\n' "$next" "$(counted "${header[3]}" signature)"
 }

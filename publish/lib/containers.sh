@@ -1,0 +1,37 @@
+# shellcheck shell=bash disable=SC2154
+# Containers: read, taken apart and tried.
+
+# The header of a container, its nine fields in the array `header`.
+read_header() {
+    local text
+    header=()
+    [[ -r $1 ]] || return 1
+    text=$(head -c 512 "$1" | tr -d '\0')
+    IFS=: read -r -a header <<<"$text"
+    [[ ${header[0]:-} == ClamAV-VDB && ${header[2]:-} =~ ^[0-9]+$ ]]
+}
+
+# Takes a container apart into a new folder.
+unpack() {
+    mkdir "$2"
+    (cd "$2" && sigtool --unpack="$1") </dev/null >/dev/null 2>&1
+}
+
+# What every installation does with a file before it takes it: the scanner gets
+# it as its only database, and its own program to scan.
+try_as_installations_do() {
+    local scanner
+    scanner=$(type -P clamscan)
+    clamscan --no-summary --infected -d "$1" "$scanner" </dev/null >"$work/report" 2>&1
+}
+
+# Why the last try failed, in one line.
+why_refused() {
+    local found
+    found=$(sed -n 's/.*: \(.*\) FOUND$/\1/p' "$work/report")
+    if [[ -n $found ]]; then
+        printf '%s matches the scanner itself, so that every installation would refuse it' "${found//$'\n'/, }"
+    else
+        grep rror "$work/report" | head -n 1 | cut -c -200
+    fi
+}

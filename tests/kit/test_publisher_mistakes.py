@@ -1,0 +1,186 @@
+"""What its own operators do to a publishing home, and what comes of it."""
+
+import hashlib
+import os
+import pathlib
+import re
+import subprocess
+
+import pytest
+
+from testbed import vendor
+from testbed.vendor import publish
+
+SCANNER = pathlib.Path("/usr/bin/clamscan")
+FINGERPRINT = "openssl pkey -in {} -pubout -outform DER | sha256sum | cut -c -64"
+LOST = """\
+tarnwick-publish: the private key of what is published in {home} is lost, the one with the fingerprint {key}
+tarnwick-publish: put private.pem back from its copy; this shows a copy's fingerprint:
+tarnwick-publish:   openssl pkey -in COPY -pubout -outform DER | sha256sum
+tarnwick-publish: a new key will not do: every installation would refuse what it signs
+"""
+NOT_THE_PAIR = """\
+tarnwick-publish: private.pem has the fingerprint {other}, and public.pem {key}
+tarnwick-publish: put back the pair that Tarnwick was built with
+"""
+NOT_THE_SIGNER = """\
+tarnwick-publish: what is published here was not signed with private.pem, whose fingerprint is {other}
+tarnwick-publish: put back the pair that Tarnwick was built with: installations trust no other
+"""
+RELEASED = "Released version 2 with 5 signatures.\n"
+NEW_FOLDER = "rm ../new/*; cp ../five/* ../new"
+# What was done in the home (../new is the folder to release, ../other a home with another key), the command, its exit
+# status, and what it says on standard output or as an error.
+MISTAKES = {
+    "key lost, release": ("rm private.pem", "release ../new", 1, LOST),
+    "key lost, init": ("rm private.pem", "init", 1, LOST),
+    "key lost, definitions": ("rm private.pem", "definitions ../new/a.ndb", 1, LOST),
+    "another private key": ("cp ../other/private.pem .", "release ../new", 1, NOT_THE_PAIR),
+    "another pair": ("cp ../other/p*.pem .", "withdraw", 1, NOT_THE_SIGNER),
+    "link lost": ("rm site/VestRUM2/Scripted/current", "release ../new", 0,
+                  "Put back version 1, which was complete and out of sight.\n" + RELEASED),
+    "container lost": ("rm -r site/VestRUM2/Scripted/current site/releases/1", "release ../new", 1,
+                       "tarnwick-publish: the published container is lost; put it back from a copy of {home}\n"),
+    "nothing changed": ("cp signatures/Vestrum.ndb ../new/a.ndb", "release ../new", 0,
+                        "Nothing new: version 1 holds exactly these signatures.\n"),
+    "definitions unchanged": ("true", "definitions definitions", 0,
+                              "Nothing new: this definitions file is published already.\n"),
+    "a malformed line": (f"printf 'x\\ny\\nz\\n' | sed 's/.*/{'a' * 32}:68:&/; 3s/:68/:?/' >../new/b.hdb; "
+                         f"echo {'b' * 32}:68:w >../new/a.hdb", "release ../new", 1,
+                         "tarnwick-publish: ClamAV refuses {new}/b.hdb line 3; version 2 is not released\n"
+                         f"tarnwick-publish: there stands: {'a' * 32}:?:z\n"
+                         "tarnwick-publish: cli_loadhash: Invalid value for the size field\n"),
+    "a reserved kind": ("touch ../new/x.info", "release ../new", 1, "tarnwick-publish: {new}/x.info would be lost: sigtool "
+                        "writes a .info of its own; remove it from the folder\n"),
+    "an unknown kind": ("echo x >../new/x.txt", "release ../new", 1, "tarnwick-publish: {new}/x.txt cannot be released: ClamAV "
+                        "takes no files of the kind .txt into a container\n"
+                        "tarnwick-publish: remove it from the folder\n"),
+    "the scanner matches": ("echo {scanner}:Vestrum.Oops >../new/x.hdb", "release ../new", 1, "tarnwick-publish: version 2 is "
+                            "not released: Vestrum.Oops.UNOFFICIAL matches the scanner itself, so that every installation "
+                            "would refuse it\n"),
+    "the scanner matches, and did not then": (
+        "echo {scanner}:Vestrum.Oops >../new/x.hdb; ln -s /bin/true ../other/clamscan; "
+        f"PATH=$PWD/../other:$PATH {vendor.PUBLISHER} --home . release ../new", "check", 1,
+        "tarnwick-publish: 1 thing found; put right from a copy of {home} what cannot be published anew\n"),
+    "malformed definitions": ("echo x >../new/a.ndb", "definitions ../new/a.ndb", 1, "tarnwick-publish: {new}/a.ndb is not "
+                              "published: LibClamAV Error: Problem parsing database at line 1\n"),
+    "definitions of a kind": ("true", "definitions ../new/a.ndb", 0, "Published Vestrum.database, 490 bytes, tried with "
+                              "ClamAV as a .ndb file.\n"),
+    "definitions of no kind": ("echo x >../new/a", "definitions ../new/a", 0, "Published Vestrum.database, 2 bytes, not "
+                               "tried: its name tells no kind that ClamAV knows.\n"),
+    "init where one stands": ("rm -rf ../other; mkdir ../other; cd ../other", "init", 2, "tarnwick-publish: init needs "
+                              "--home DIR: the folder that is to hold the private key\n"
+                              'Try "tarnwick-publish --help".\n'),
+}
+
+
+@pytest.mark.versions(1)
+@pytest.mark.parametrize("name", MISTAKES)
+def test_mistakes(home, name):
+    done, command, status, said = MISTAKES[name]
+    new, other = home.parent / "new", home.parent / "other"
+    vendor.signature_folder(new, 5).joinpath("Vestrum.ndb").rename(new / "a.ndb")
+    subprocess.run(["cp", "-r", vendor.HOME, other], check=True)
+    if "another" in name:
+        subprocess.run(f"rm {other}/*.pem", shell=True, check=True)
+        assert publish(other, "init").returncode == 0
+    facts = {"home": home, "new": new} | {word: subprocess.getoutput(FINGERPRINT.format(path / "private.pem"))
+                                          for word, path in (("key", home), ("other", other))}
+    program = SCANNER.read_bytes()
+    scanner = f"{hashlib.md5(program).hexdigest()}:{len(program)}"
+    subprocess.run(["bash", "-euc", done.replace("{scanner}", scanner)], cwd=home, check=True)
+    outcome = publish(None if "stands" in name else home, *command.split(), cwd=other if "stands" in name else home)
+    said = said.format(**facts)
+    damage = ("Damaged: VestRUM.cud: Vestrum.Oops.UNOFFICIAL matches the scanner itself, so that every installation would "
+              "refuse it\n") if command == "check" else ""
+    assert (outcome.returncode, outcome.stdout, outcome.stderr) == (
+        status, *((said, "") if not status else (damage, said)))
+    assert status == 0 or "lost" in name or "another" in name or "stands" in name or damage or publish(home, "check").returncode == 0
+    assert "stands" not in name or not list(other.iterdir())
+
+
+@pytest.mark.versions(1)
+def test_nobody_else_can_hold_up_publishing(home):
+    hold = f"for file in {home} {home}/*; do exec {{held}}<$file && flock -n $held; done; echo held; read"
+    with subprocess.Popen(["setpriv", "--reuid=nobody", "--clear-groups", "bash", "-c", hold], text=True,
+                          stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL) as nobody:
+        assert nobody.stdout.readline() == "held\n"
+        assert publish(home, "withdraw", timeout=60).returncode == 0
+
+
+def test_only_the_owner_publishes(shared_world):
+    world = shared_world
+    world.shell("cp -r /srv/vendor /srv/owned && chown -R nobody /srv/owned && chmod 755 /srv && chown root /srv/owned/tls/*"
+                " && mkdir -m 700 /srv/closed && echo x >/srv/closed/file")
+    kit = "/repository/publish/tarnwick-publish --home /srv/owned"
+    as_nobody = ["setpriv", "--reuid=nobody", "--clear-groups"]
+    foreign = "find /srv/owned ! -path '*/tls/*' ! -user nobody"
+    vendor.signature_folder(world.path("/srv/five"), 5)
+    world.shell(f"cd /srv && {kit} release five && [ -z \"$({foreign})\" ] && {kit} check")
+    closed = world.command("sh", "-c", f"{kit} definitions /srv/closed/file")
+    assert (closed.status, closed.stderr) == (
+        1, "tarnwick-publish: /srv/closed/file is not a file that can be read by nobody\n")
+    assert world.command(*as_nobody, *kit.split(), "withdraw").status == 0
+    world.shell("chown daemon /srv/owned/site/releases/5")
+    for command in ("withdraw", "check"):
+        refused = world.command(*as_nobody, *kit.split(), command)
+        assert (refused.status, refused.stderr) == (1, (
+            "tarnwick-publish: /srv/owned/site/releases/5 belongs to daemon, and the home to nobody, who could not replace it\n"
+            "tarnwick-publish: give it back first: sudo chown -hR nobody /srv/owned/site/releases/5\n"))
+    other = world.command("setpriv", "--reuid=daemon", "--clear-groups", *kit.split(), "check")
+    assert (other.status, other.stderr) == (
+        1, "tarnwick-publish: /srv/owned belongs to nobody; only its owner can publish\n")
+
+
+LOGGED = """#!/bin/sh
+echo "${0##*/}" "$@" >>"$LOG"
+exec "/usr/bin/${0##*/}" "$@"
+"""
+
+
+@pytest.mark.parametrize("command", ["init", "release first", "release", "definitions"])
+def test_what_a_link_leads_to_is_on_the_disk_before_the_link(home, tmp_path, command):
+    """Every name that is given before `current` is switched, or before the end, lies in a folder that is synced since."""
+    vendor.signature_folder(home.parent / "new", 5)
+    if command in ("init", "release first"):
+        home = home.parent / "another"
+        assert command == "init" or publish(home, "init").returncode == 0
+    for name in ("mv", "sync"):
+        (tmp_path / name).write_text(LOGGED, encoding="ascii")
+        (tmp_path / name).chmod(0o755)
+    environment = os.environ | {"PATH": f"{tmp_path}:/usr/bin", "LOG": str(tmp_path / "log")}
+    subject = {"init": [], "definitions": [home.parent / "new/Vestrum.ndb"]}.get(command, [home.parent / "new"])
+    assert publish(home, command.split()[0], *subject, env=environment, cwd=home.parent).returncode == 0
+    unsynced, switched = set(), 0
+    for line in (tmp_path / "log").read_text(encoding="utf-8").splitlines():
+        program, *words = line.split()
+        if program == "sync":
+            unsynced -= {pathlib.Path(os.path.normpath(word)) for word in words}
+            continue
+        target = pathlib.Path(words[-1])
+        if target.name == "current":
+            assert not unsynced, line
+            switched += 1
+        if home in target.parents and home / "work" not in target.parents:
+            unsynced.add(target.parent)
+    assert not unsynced and switched == (command != "init")
+
+
+def test_a_full_disk_is_named_and_leaves_the_old_set(shared_world):
+    world = shared_world
+    kit = "/repository/publish/tarnwick-publish --home /srv/small/home"
+    vendor.signature_folder(world.path("/srv/six"), 6)
+    world.shell("mkdir /srv/small && mount -t tmpfs -o size=2m small /srv/small && cp -r /srv/vendor /srv/small/home")
+    said = re.compile(r"tarnwick-publish: .*\n(.*\n)*tarnwick-publish: the disk that holds /srv/small/home is full: "
+                      "make room, then do the same again\n$")
+    outcome = None
+    for free in range(0, 2000, 8):
+        world.shell("head -c 4m /dev/zero >/srv/small/filling || "
+                    f"truncate -s -{free * 1024} /srv/small/filling")
+        outcome = world.command("sh", "-c", f"{kit} release /srv/six")
+        world.shell("rm /srv/small/filling")
+        assert "All is well" in world.shell(f"{kit} check"), (free, outcome)
+        if outcome.status == 0:
+            break
+        assert outcome.status == 1 and said.search(outcome.stderr), (free, outcome)
+    assert free > 0 and outcome.stdout == "Released version 5 with 6 signatures.\n"
