@@ -1,8 +1,27 @@
 # shellcheck shell=bash disable=SC2154
-# The public tree, walked as an installation does.
+# What is published, walked as an installation does: here, or as it is served.
+
+check_usage() {
+    cat <<'END'
+Usage: tarnwick-publish [--home DIR] check [--from URL... [OPTION...]]
+
+Walks the public tree as an installation does and names all damage: keys,
+owners, rights along the whole path, lengths, every signature, and that the
+scripts lead from the oldest version to the newest.
+
+With --from it asks servers instead, as installations do, through signed links
+over HTTPS: --from https://one.example.org https://two.example.org. A URL that
+names neither host of the installations is a server that stands for both.
+Certificates are checked with the system's authorities (or CURL_CA_BUNDLE).
+
+  --content-host HOST     these three as given to site; without them,
+  --links-host HOST       as they were given to it last
+  --link-secret TEXT
+END
+}
 
 damage() {
-    printf 'Damaged: %s\n' "$1"
+    printf 'Damaged: %s%s\n' "$where" "$1"
     damages=$((damages + 1))
 }
 
@@ -12,7 +31,8 @@ check_keys() {
         return 0
     fi
     [[ $(stat -c %a "$private_key") == 600 ]] || damage "private.pem can be read by others; chmod 600 it"
-    { openssl pkey -in "$private_key" -pubout -out "$work/public" && cmp -s "$work/public" "$public_key"; } 2>/dev/null ||
+    { openssl pkey -in "$private_key" -pubout -out "$work/public" &&
+        cmp -s "$work/public" "$public_key"; } 2>/dev/null ||
         damage "public.pem is not the public half of private.pem"
     [[ -f $public_key && $(one_line "$public_key") == "$(cat "$one_line_key" 2>/dev/null)" ]] ||
         damage "public-one-line.pem is not public.pem on one line"
@@ -24,6 +44,17 @@ check_link() {
     [[ $(readlink "$link") == "current/${link##*/}" ]] || damage "${link##*/} is no link to current/${link##*/}"
 }
 
+# Verifies every signature there is, once: `unfit` holds the files it does not fit.
+verify_signatures() {
+    local file
+    unfit=()
+    while read -r file; do
+        unfit[$file]=1
+    done < <(for file in "$tree/Vestrum.database" "$scripted"/VestRUM.cud "$scripted"/VestRUM-*.script; do
+        [[ ! -f $file || ! -f $file.signature ]] || printf '%s\n' "$file"
+    done | unfitting)
+}
+
 # A published file and its signature, which are of no use without each other.
 check_pair() {
     local file=$1 name=${1##*/}
@@ -31,23 +62,19 @@ check_pair() {
         damage "$name is missing"
     elif [[ ! -f $file ]]; then
         damage "$name is missing, and its signature is there"
+    elif [[ ! -s $file && $name == *.script ]]; then
+        damage "$name is empty"
     elif [[ ! -f $file.signature ]]; then
         damage "$name has no signature"
-    elif ! signature_is_good "$file"; then
+    elif [[ -n ${unfit[$file]:-} ]]; then
         damage "$name does not fit its signature"
-    else
-        return 0
     fi
-    return 1
 }
 
 check_container() {
     local container=$scripted/VestRUM.cud announced
     version=0
-    check_link "$container"
-    check_link "$container.signature"
-    check_link "$scripted/VestRUM-db-version.txt"
-    check_pair "$container" || true
+    check_pair "$container"
     [[ -f $container ]] || return 0
     read_header "$container" || { damage "VestRUM.cud has no header of a container"; return 0; }
     version=${header[2]}
@@ -60,21 +87,28 @@ check_container() {
     esac
 }
 
-# Every installation is at some version since the first; all of them follow the
-# scripts to the newest, so one walk from the first meets each of their steps.
+# Every installation is at some version since the oldest kept, or fetches the
+# whole container; all of them follow the scripts to the newest, so one walk
+# from the oldest meets each of their steps.
 check_scripts() {
-    local number script replay=true
-    unpack "$first_container" "$work/replay" || { damage "first.cud cannot be unpacked, so no script can be tried"; replay=false; }
-    for ((number = 2; number <= version; number++)); do
-        script=$scripted/VestRUM-$number.script
-        check_pair "$script" || true
-        $replay || continue
-        (cd "$work/replay" && test -f "$script" && sigtool --run-cdiff="$script") </dev/null >/dev/null 2>&1 && continue
-        replay=false
-        [[ ! -f $script ]] || damage "VestRUM-$number.script does not apply to version $((number - 1))"
-        ((number == version)) || echo "Not tried: the scripts after VestRUM-$number.script, which need its result"
+    local number gap=0
+    for ((number = oldest + 1; number <= version; number++)); do
+        check_pair "$scripted/VestRUM-$number.script"
+        [[ -s $scripted/VestRUM-$number.script ]] || ((gap)) || gap=$number
     done
-    $replay || return 0
+    if ! unpack "$first_container" "$work/replay"; then
+        damage "first.cud cannot be unpacked, so no script can be tried"
+        return 0
+    fi
+    if ! replay "$scripted" "$work/replay" "$oldest" $((gap ? gap - 1 : version)); then
+        [[ -n $stopped_at ]] || { damage "the scripts do not apply: $(why_refused)"; return 0; }
+        damage "VestRUM-$stopped_at.script does not apply to version $((stopped_at - 1))"
+        gap=$stopped_at
+    fi
+    if ((gap)); then
+        ((gap == version)) || echo "Not tried: the scripts after VestRUM-$gap.script, which need its result"
+        return 0
+    fi
     { unpack "$scripted/VestRUM.cud" "$work/published" && diff -r "$work/replay" "$work/published"; } >/dev/null 2>&1 ||
         damage "the scripts lead to something else than VestRUM.cud"
 }
@@ -90,7 +124,7 @@ check_strangers() {
         case $name in
         current | VestRUM.cud | VestRUM.cud.signature | VestRUM-db-version.txt) continue ;;
         VestRUM-*.script | VestRUM-*.script.signature)
-            [[ ! $number =~ ^[1-9][0-9]{0,17}$ ]] || ((number < 2 || number > version)) || continue
+            [[ ! $number =~ ^[1-9][0-9]{0,17}$ ]] || ((number <= oldest || number > version)) || continue
             ;;
         esac
         if [[ $number == "$((version + 1))" && $name == VestRUM-*.script* ]]; then
@@ -101,26 +135,52 @@ check_strangers() {
     done
 }
 
-check_tree() {
-    local damages=0 version withdrawn=published
-    open_home "$1"
-    if ! anything_released; then
-        fail "nothing is released yet" "begin with: tarnwick-publish --home $home release FOLDER"
-    fi
-    lock_home
-    check_keys
-    check_container
-    ((version == 0)) || check_scripts
-    check_strangers
+# The oldest version that scripts lead on from.
+oldest_version() {
+    oldest=1
+    ! read_header "$first_container" || oldest=${header[2]}
+}
+
+check_links() {
+    local name
+    for name in VestRUM.cud VestRUM.cud.signature VestRUM-db-version.txt; do
+        check_link "$scripted/$name"
+    done
     check_link "$tree/Vestrum.database"
     check_link "$tree/Vestrum.database.signature"
-    if [[ -e $tree/current ]]; then
-        check_pair "$tree/Vestrum.database" || true
-        [[ -s $tree/Vestrum.database ]] || withdrawn=withdrawn
-    else
-        withdrawn="not published yet"
+}
+
+# What a served copy and the home itself have in common.
+check_published() {
+    local -A unfit
+    verify_signatures
+    check_container
+    ((version == 0)) || check_scripts
+    if [[ -e $home/site/VestRUM2/current ]]; then
+        check_pair "$tree/Vestrum.database"
     fi
-    ((damages == 0)) || fail "$(counted "$damages" thing) found; put right from a copy of $home what cannot be published anew"
+}
+
+check_here() {
+    check_keys
+    check_links
+    check_access
+    check_mirror
+    check_published
+    check_strangers
+}
+
+check_tree() {
+    local damages=0 where='' version oldest withdrawn=published
+    open_home "$1"
+    anything_released || fail "nothing is released yet" "begin with: tarnwick-publish --home $home release FOLDER"
+    lock_home
+    oldest_version
+    check_here
+    [[ -e $tree/current ]] || withdrawn="not published yet"
+    [[ ! -e $tree/current || -s $tree/Vestrum.database ]] || withdrawn=withdrawn
+    ((damages == 0)) ||
+        fail "$(counted "$damages" thing) found; put right from a copy of $home what cannot be published anew"
     printf 'All is well: version %s, %s, definitions file %s.\n' \
-        "$version" "$(counted "$((version > 1 ? version - 1 : 0))" script)" "$withdrawn"
+        "$version" "$(counted "$((version > oldest ? version - oldest : 0))" script)" "$withdrawn"
 }

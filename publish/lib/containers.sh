@@ -32,6 +32,6 @@ why_refused() {
     if [[ -n $found ]]; then
         printf '%s matches the scanner itself, so that every installation would refuse it' "${found//$'\n'/, }"
     else
-        grep rror "$work/report" | head -n 1 | cut -c -200
+        sed -n '/rror/{p;q}' "$work/report" | cut -c -200
     fi
 }

@@ -64,9 +64,9 @@ nothing_left_out() {
 # ClamAV speaks of the joined file; the vendor knows only what went into it.
 refuse_signatures() {
     local next=$1 kind line place reason
-    kind=$(sed -n 's/.*VestRUM\.\([A-Za-z0-9]*\).*/\1/p' "$work/report" | head -n 1)
-    line=$(sed -n 's/.*[Ll]ine \([0-9]\+\).*/\1/p' "$work/report" | head -n 1)
-    reason=$(grep rror "$work/report" | head -n 1 | sed 's/^LibClamAV Error: //' | cut -c -200)
+    kind=$(sed -n 's/.*VestRUM\.\([A-Za-z0-9]*\).*/\1/p;T;q' "$work/report")
+    line=$(sed -n 's/.*[Ll]ine \([0-9]\+\).*/\1/p;T;q' "$work/report")
+    reason=$(sed -n '/rror/{s/^LibClamAV Error: //;p;q}' "$work/report" | cut -c -200)
     [[ -z $kind || -z $line ]] || place=$(origin_of "$kind" "$line")
     [[ -n ${place:-} ]] || fail "ClamAV refuses these signatures; version $next is not released" "$reason"
     fail "ClamAV refuses $place; version $next is not released" \

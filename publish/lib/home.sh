@@ -6,6 +6,7 @@
 #   public-one-line.pem     the same as the one line that the program holds
 #   first.cud               version 1, from which `check` replays every script
 #   publishing.lock         held by whoever changes anything here
+#   site.settings           hosts and secret as `site` was told last
 #   mirror/                 what the mirror host serves
 #   site/VestRUM2/          what the content and links hosts serve
 #   site/releases/N/        container, signature and version file of version N
@@ -30,6 +31,7 @@ locate() {
     one_line_key=$home/public-one-line.pem
     first_container=$home/first.cud
     lock=$home/publishing.lock
+    site_settings=$home/site.settings
     site=$home/site
     tree=$site/VestRUM2
     scripted=$tree/Scripted
@@ -78,7 +80,8 @@ work_as_owner() {
 # What the kit writes must stay the owner's; mirror/ and tls/ are not its work.
 foreign_files() {
     local path paths=()
-    for path in "$home" "$private_key" "$public_key" "$one_line_key" "$first_container" "$lock" "$home/work" "$site"; do
+    for path in "$home" "$private_key" "$public_key" "$one_line_key" "$first_container" "$lock" \
+        "$site_settings" "$home/work" "$site"; do
         [[ ! -e $path ]] || paths+=("$path")
     done
     find "${paths[@]}" \( -path "$home" -prune -o -true \) "$@"

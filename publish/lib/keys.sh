@@ -68,9 +68,11 @@ require_key() {
     [[ -f $public_key ]] || fail "public.pem is missing" \
         "make it anew: openssl pkey -in $private_key -pubout -out $public_key"
     cmp -s "$work/public" "$public_key" ||
-        fail "private.pem has the fingerprint $(fingerprint "$work/public"), and public.pem $(fingerprint "$public_key")" \
+        fail "private.pem has the fingerprint $(fingerprint "$work/public")," \
+            "and public.pem has $(fingerprint "$public_key")" \
             "put back the pair that Tarnwick was built with"
     key_fits_what_is_published ||
-        fail "what is published here was not signed with private.pem, whose fingerprint is $(fingerprint "$public_key")" \
+        fail "what is published here was not signed with private.pem," \
+            "whose fingerprint is $(fingerprint "$public_key")" \
             "put back the pair that Tarnwick was built with: installations trust no other"
 }

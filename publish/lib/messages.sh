@@ -3,11 +3,21 @@
 
 explained=false
 
-# Says what is wrong and what to do about it, then gives up.
+# Says what is wrong and what to do about it, then gives up. On a full disk
+# anything goes wrong somehow, and what the programs say of it misleads.
 fail() {
+    ! disk_is_full || set -- "the disk that holds $home is full; nothing is half published" \
+        "make room, then do the same again"
     printf 'tarnwick-publish: %s\n' "$@" >&2
     explained=true
     exit 1
+}
+
+disk_is_full() {
+    local free
+    [[ -n ${home:-} ]] || return 1
+    free=$(df -k --output=avail "$home" 2>/dev/null | tail -n 1)
+    ((${free:-9999} < 256))
 }
 
 misuse() {
@@ -20,13 +30,10 @@ misuse() {
 # The end of every command, expected or not. A program that failed has said
 # why, in its own words.
 leave() {
-    local status=$? free=
-    if ((status > 0 && status < 128)); then
-        $explained || printf 'tarnwick-publish: %s\n' "stopped by what is said above; nothing is half published" >&2
-        free=$(df -k --output=avail "${home:-/}" 2>/dev/null | tail -n 1)
-        ((${free:-9999} > 1024)) ||
-            printf 'tarnwick-publish: %s\n' "the disk that holds $home is full: make room, then do the same again" >&2
-        $explained || status=1
+    local status=$?
+    if ((status > 0 && status < 128)) && ! $explained; then
+        trap - EXIT
+        (fail "stopped by what is said above; nothing is half published") || status=1
     fi
     [[ -z ${work:-} ]] || rm -rf -- "$work"
     exit "$status"

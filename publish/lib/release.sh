@@ -34,9 +34,7 @@ put_back_current() {
 
 # Installations would fetch and apply a script that changes nothing.
 unchanged() {
-    unpack "$scripted/VestRUM.cud" published || return 1
-    rm -f published/VestRUM.info
-    diff -rq new published >/dev/null 2>&1
+    diff -rq -x VestRUM.info new published >/dev/null 2>&1
 }
 
 build_container() {
@@ -57,8 +55,12 @@ build_script() {
     cp "$scripted/VestRUM.cud" old/VestRUM.cud
     { sigtool --diff old/VestRUM.cud new/VestRUM.cud && test -f "new/VestRUM-$next.script"; } >report 2>&1 ||
         fail "no script leads from version $((next - 1)) to $next; it is not released" "$(<report)"
+    mkdir script
     mv "new/VestRUM-$next.script" script
-    sign script
+    # sigtool's word is not enough: on a full disk it says so of an empty script.
+    { replay "$work/script" published $((next - 1)) "$next" && diff -rq -x VestRUM.cud new published; } >/dev/null 2>&1 ||
+        fail "the script from version $((next - 1)) to $next does not lead there; it is not released"
+    sign "script/VestRUM-$next.script"
 }
 
 # Nothing is visible before the version file says so, and that, the container
@@ -71,9 +73,8 @@ put_in_place() {
     printf 'VestRUM:%s\n' "$next" >release/VestRUM-db-version.txt
     sync release/* release
     if ((next > 1)); then
-        sync script script.signature
-        mv script.signature "$scripted/VestRUM-$next.script.signature"
-        mv script "$scripted/VestRUM-$next.script"
+        sync script/*
+        mv "script/VestRUM-$next.script.signature" "script/VestRUM-$next.script" "$scripted"
     fi
     mv -T release "$site/releases/$next"
     show_release "$next"
@@ -102,6 +103,10 @@ release() {
     cd "$work" || exit
     mkdir new empty
     gather "$folder"
+    if ((next > 1)); then
+        unpack "$scripted/VestRUM.cud" published || fail "the published container cannot be unpacked" \
+            "put back from a copy what is damaged: tarnwick-publish --home $home check"
+    fi
     if ((next > 1)) && unchanged; then
         printf 'Nothing new: version %s holds exactly these signatures.\n' "$version"
         return 0

@@ -6,7 +6,8 @@ site_usage() {
 Usage: tarnwick-publish [--home DIR] site [OPTION...]
 
 Prints three TLS servers for nginx's http block. The hosts and the secret must
-be those that Tarnwick was built with; the values here are its defaults.
+be those that Tarnwick was built with; the values here are its defaults. What is
+given once is remembered in the home, for the next time and for check --from.
 
   --content-host HOST     plain URLs                 (content.vestrum.example)
   --links-host HOST       time-limited signed links    (links.vestrum.example)
@@ -34,6 +35,33 @@ read_site_options() {
         esac
         shift
     done
+}
+
+# What `site` was told, for whoever asks the servers later. Its presence tells
+# that the tree is served from this computer.
+remember_site_options() {
+    local name owner
+    owner=$(stat -c %u "$home")
+    ((EUID == 0 || EUID == owner)) || return 0
+    (umask 077; for name in content_host links_host mirror_host link_secret; do
+        printf '%s=%s\n' "$name" "${!name}"
+    done >"$site_settings.new")
+    chown "$owner" "$site_settings.new"
+    mv "$site_settings.new" "$site_settings"
+}
+
+# As remembered, or else as Tarnwick is built when nobody says otherwise.
+recall_site_options() {
+    local name value
+    content_host=content.vestrum.example links_host=links.vestrum.example
+    mirror_host=mirror.vestrum.example link_secret=Kesto-Ra
+    certificate=$home/tls/certificate.pem certificate_key=$home/tls/key.pem
+    [[ -r $site_settings ]] || return 0
+    while IFS='=' read -r name value; do
+        case $name in
+        content_host | links_host | mirror_host | link_secret) printf -v "$name" %s "$value" ;;
+        esac
+    done <"$site_settings"
 }
 
 # A value that ends a string or names a variable would change what nginx reads.
@@ -89,14 +117,13 @@ END
 }
 
 print_site() {
-    local content_host=content.vestrum.example links_host=links.vestrum.example
-    local mirror_host=mirror.vestrum.example link_secret=Kesto-Ra certificate certificate_key
+    local content_host links_host mirror_host link_secret certificate certificate_key
     locate "$1"
-    certificate=$home/tls/certificate.pem
-    certificate_key=$home/tls/key.pem
     shift
+    recall_site_options
     read_site_options "$@"
     plain_values
+    [[ ! -f $private_key ]] || remember_site_options
     [[ -r $certificate && -r $certificate_key ]] ||
         echo "tarnwick-publish: nginx will need $certificate and $certificate_key; see site --help" >&2
     echo "# Include this file from nginx's http block."

@@ -16,4 +16,5 @@ def home(request):
     marker = request.node.get_closest_marker("versions")
     with tempfile.TemporaryDirectory(prefix="publishing-") as folder:
         pathlib.Path(folder).chmod(0o755)
-        yield pathlib.Path(shutil.copytree(vendor.home(marker.args[0] if marker else 4), f"{folder}/home", symlinks=True))
+        made = vendor.home(marker.args[0] if marker else 4)
+        yield pathlib.Path(shutil.copytree(made, f"{folder}/home", symlinks=True))

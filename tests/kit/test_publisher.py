@@ -24,55 +24,12 @@ read -r _ _ _ _ _ kit _ <"/proc/$$/stat"
 exec "/usr/bin/${0##*/}" "$@"
 """
 PROGRAMS = "clamscan cp ln mkdir mv openssl rm sigtool sync"
-SIGN = "sign() { openssl dgst -sha1 -binary $1 | openssl dgst -sha1 -sign private.pem | base64 -w0 >$1.signature; };"
-ANNOUNCED, DAMAGED = "VestRUM-db-version.txt says ", (
-    "tarnwick-publish: {} thing{} found; put right from a copy of {} what cannot be published anew\n")
 WELL = "All is well: version 4, 3 scripts, definitions file published.\n"
-S = "site/VestRUM2/Scripted"
-DAMAGES = [
-    ("rm VestRUM-3.script", ["VestRUM-3.script is missing, and its signature is there"], 3),
-    ("rm VestRUM-4.script*", ["VestRUM-4.script is missing"], None),
-    ("rm VestRUM-2.script.signature", ["VestRUM-2.script has no signature"], None),
-    ("cp VestRUM-2.script.signature VestRUM-3.script.signature", ["VestRUM-3.script does not fit its signature"], None),
-    ("cp VestRUM-2.script VestRUM-4.script; sign VestRUM-4.script",
-     ["VestRUM-4.script does not apply to version 3"], None),
-    ("echo 'OPEN a\nADD b\nCLOSE' >>VestRUM-4.script; sign VestRUM-4.script",
-     ["the scripts lead to something else than VestRUM.cud"], None),
-    ("echo VestRUM:5 >VestRUM-db-version.txt", [ANNOUNCED + '"VestRUM:5", and the container is version 4'], None),
-    ("rm VestRUM-db-version.txt", ["VestRUM-db-version.txt is no link to current/VestRUM-db-version.txt",
-                                   ANNOUNCED + '"nothing", and the container is version 4'], None),
-    ("echo >>VestRUM.cud", ["VestRUM.cud does not fit its signature"], None),
-    ("rm current/VestRUM.cud.signature", ["VestRUM.cud has no signature"], None),
-    ("head -c 700 VestRUM.cud >cut; cat cut >VestRUM.cud; rm cut; sign VestRUM.cud",
-     ["ClamAV cannot load VestRUM.cud", "the scripts lead to something else than VestRUM.cud"], None),
-    ("cp VestRUM.cud x; rm VestRUM.cud; mv x VestRUM.cud", ["VestRUM.cud is no link to current/VestRUM.cud"], None),
-    ("touch VestRUM-9.script", ["VestRUM-9.script belongs to no version up to 4"], None),
-    ("rm ../Vestrum.database.signature ../current/*.signature",
-     ["Vestrum.database.signature is no link to current/Vestrum.database.signature",
-      "Vestrum.database has no signature"], None),
-    ("echo more >>../Vestrum.database", ["Vestrum.database does not fit its signature"], None),
-    ("chmod 0644 private.pem", ["private.pem can be read by others; chmod 600 it"], None),
-    ("rm first.cud", ["first.cud cannot be unpacked, so no script can be tried"], None),
-]
 
 
 @pytest.fixture(scope="module")
 def world(shared_world):
     return shared_world
-
-
-@pytest.mark.parametrize("harm, named, untried_after", DAMAGES, ids=[row[0].split("\n")[0] for row in DAMAGES])
-def test_check_names_what_is_wrong(home, harm, named, untried_after):
-    folder = home if "private.pem" in harm or "first.cud" in harm else home / S
-    (home / S / "private.pem").symlink_to(home / "private.pem")
-    subprocess.run(["sh", "-euc", SIGN + harm], cwd=folder, check=True)
-    (home / S / "private.pem").unlink()
-    lines = [f"Damaged: {name}\n" for name in named]
-    if untried_after:
-        lines.append(f"Not tried: the scripts after VestRUM-{untried_after}.script, which need its result\n")
-    outcome = publish(home, "check")
-    assert (outcome.returncode, outcome.stdout, outcome.stderr) == (
-        1, "".join(lines), DAMAGED.format(len(named), "s" * (len(named) > 1), home))
 
 
 @pytest.mark.versions(1)

@@ -1,0 +1,138 @@
+# shellcheck shell=bash disable=SC2034,SC2154
+# The tree as servers give it out, asked for as installations do.
+
+readonly SCRIPTED_PATH=/VestRUM2/Scripted DATABASE_PATH=/VestRUM2/Vestrum.database
+# So many files are asked for in one go; the links must not expire meanwhile.
+readonly BATCH=200 LINK_SECONDS=600
+
+# Fetches "URL FILE" lines over one connection into $served; prints a line for
+# each: status, Content-Length, Last-Modified, file, and why it failed, if it did.
+# A tab stands between them, and a "-" where there is nothing.
+fetch() {
+    local url file
+    while read -r url file; do
+        printf 'url = "%s"\noutput = "%s"\n' "$url" "$served/$file"
+    done >"$work/requests"
+    curl -sS --create-dirs --connect-timeout 15 --speed-limit 1 --speed-time 60 "${connect[@]}" "$@" \
+        -w '%{http_code}\t-%header{content-length}\t-%header{last-modified}\t%{filename_effective}\t-%{errormsg}\n' \
+        -K "$work/requests" 2>/dev/null || true
+}
+
+# What must be there, with a length and a date, under a name of ours. A file
+# that is refused is not kept, so that it counts as missing.
+fetch_published() {
+    local status length modified file error
+    while IFS=$'\t' read -r status length modified file error; do
+        if [[ $error != - ]]; then
+            damage "${file##*/} cannot be fetched: ${error#-}"
+        elif [[ $status != 200 ]]; then
+            damage "${file##*/} is answered with status $status"
+        elif [[ $length == - ]]; then
+            damage "${file##*/} comes without a length"
+        elif [[ $modified == - ]]; then
+            damage "${file##*/} comes without a date"
+        else
+            continue
+        fi
+        rm -f "$file"
+    done < <(fetch)
+}
+
+# Files of the links host, in as many goes as their links stay good for.
+fetch_scripted() {
+    local batch
+    while (($#)); do
+        batch=("${@:1:BATCH}")
+        shift "${#batch[@]}"
+        fetch_published < <(paste -d ' ' \
+            <(printf "$SCRIPTED_PATH/%s\n" "${batch[@]}" | signed_links "$LINK_SECONDS" "$link_secret") \
+            <(printf 'Scripted/%s\n' "${batch[@]}"))
+    done
+}
+
+# One request that must be refused with this status.
+expect_refusal() {
+    local wanted=$1 what=$2 url=$3 status
+    IFS=$'\t' read -r status _ < <(fetch <<<"$url refused")
+    [[ $status == "$wanted" ]] || damage "$what is answered with status $status, and should be with $wanted"
+}
+
+check_guards() {
+    local path=$SCRIPTED_PATH/VestRUM-db-version.txt
+    expect_refusal 403 "a link without a signature" "https://$links_host$path"
+    expect_refusal 403 "a link signed with another secret" "$(signed_links "$LINK_SECONDS" "not-$link_secret" <<<"$path")"
+    expect_refusal 410 "a link that has expired" "$(signed_links -60 "$link_secret" <<<"$path")"
+}
+
+# Installations compare dates, so that servers must not differ in them.
+check_database_date() {
+    local status length modified file error here
+    here=$(date -u -d "@$(stat -Lc %Y "$home/site$DATABASE_PATH")" '+%a, %d %b %Y %H:%M:%S GMT')
+    IFS=$'\t' read -r status length modified file error < <(fetch -I <<<"https://$content_host$DATABASE_PATH headers")
+    [[ $status != 200 || ${modified#-} == "$here" ]] ||
+        damage "Vestrum.database is dated ${modified#-}, and here $here: copy it with its date"
+    [[ $status != 200 || ${length#-} == "$(stat -Lc %s "$home/site$DATABASE_PATH")" ]] ||
+        damage "Vestrum.database is announced with ${length#-} bytes, which is not its length here"
+}
+
+# What one server gives out, into a tree of its own that is checked like ours.
+check_server() {
+    local url=$1 server connect=() served=$work/served version number names=(VestRUM-db-version.txt)
+    local here=$2 tree=$work/served scripted=$work/served/Scripted
+    where="${url#https://}: "
+    where=${where//\//}
+    server=${where%: }
+    rm -rf "$served" "$work/replay" "$work/published"
+    mkdir -p "$scripted"
+    if [[ $server != "$links_host" && $server != "$content_host" ]]; then
+        [[ $server == *:* ]] || server+=:443
+        connect=(--connect-to "$links_host:443:$server" --connect-to "$content_host:443:$server")
+    fi
+    fetch_scripted "${names[@]}"
+    [[ -f $scripted/VestRUM-db-version.txt ]] || return 0
+    check_guards
+    names=(VestRUM.cud VestRUM.cud.signature)
+    for ((number = oldest + 1; number <= here; number++)); do
+        names+=("VestRUM-$number.script" "VestRUM-$number.script.signature")
+    done
+    fetch_scripted "${names[@]}"
+    if [[ -e $home/site/VestRUM2/current ]]; then
+        fetch_published < <(printf 'https://%s%s %s\n' "$content_host" "$DATABASE_PATH" Vestrum.database \
+            "$content_host" "$DATABASE_PATH.signature" Vestrum.database.signature)
+        check_database_date
+    fi
+    check_published
+    ((version == here)) || damage "version $version is served, and version $here is published"
+}
+
+check_served() {
+    local damages=0 where='' oldest url here
+    local content_host links_host mirror_host link_secret certificate certificate_key urls=()
+    open_home "$1"
+    shift
+    recall_site_options
+    while (($#)); do
+        case $1 in
+        --from) (($# > 1)) || misuse "check: --from needs a URL"; urls+=("$2"); shift 2 ;;
+        --from=*) urls+=("${1#*=}"); shift ;;
+        https://*) urls+=("$1"); shift ;;
+        *) break ;;
+        esac
+    done
+    read_site_options "$@"
+    plain_values
+    [[ -n $(type -P curl) ]] || fail "curl is missing; install curl"
+    for url in "${urls[@]}"; do
+        [[ $url =~ ^https://[A-Za-z0-9._-]+(:[0-9]+)?/?$ ]] || misuse "check: --from wants https://HOST, not $url"
+    done
+    lock_home
+    oldest_version
+    read_header "$scripted/VestRUM.cud" || fail "nothing is released yet" \
+        "begin with: tarnwick-publish --home $home release FOLDER"
+    here=${header[2]}
+    for url in "${urls[@]}"; do
+        check_server "$url" "$here"
+    done
+    ((damages == 0)) || fail "$(counted "$damages" thing) found; copy the public tree to that server again"
+    printf 'All is well: version %s from %s.\n' "$here" "$(counted "${#urls[@]}" server)"
+}
