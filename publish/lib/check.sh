@@ -129,6 +129,8 @@ check_strangers() {
         esac
         if [[ $number == "$((version + 1))" && $name == VestRUM-*.script* ]]; then
             echo "Left over: $name, which the next release replaces"
+        elif [[ $number =~ ^[1-9][0-9]{0,17}$ ]] && ((1 < number && number <= oldest)); then
+            echo "Left over: $name, which the next prune removes"
         else
             damage "$name belongs to no version up to $version"
         fi

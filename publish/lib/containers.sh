@@ -35,3 +35,13 @@ why_refused() {
         sed -n '/rror/{p;q}' "$work/report" | cut -c -200
     fi
 }
+
+# Makes a container of what was unpacked from one, in the way of installations.
+pack() {
+    local folder=$1 container=$2 sum line
+    (cd "$folder" && tar -czf "$work/packed" -- *)
+    sum=$(md5sum <"$work/packed")
+    line=$(sed -n "1{s/:X:X:/:${sum:0:32}:X:/;p}" "$folder/VestRUM.info")
+    { printf '%-512s' "$line" && cat "$work/packed"; } >"$container"
+    rm "$work/packed"
+}

@@ -4,7 +4,8 @@
 #   private.pem             the signing key, for the vendor's eyes only
 #   public.pem              its public half, for the build of Tarnwick
 #   public-one-line.pem     the same as the one line that the program holds
-#   first.cud               version 1, from which `check` replays every script
+#   first.cud               the version that the oldest script starts from, and
+#                           from which `check` replays them all
 #   publishing.lock         held by whoever changes anything here
 #   site.settings           hosts and secret as `site` was told last
 #   mirror/                 what the mirror host serves
