@@ -101,7 +101,7 @@ check_scripts() {
         return 0
     fi
     if ! replay "$scripted" "$work/replay" "$oldest" $((gap ? gap - 1 : version)); then
-        [[ -n $stopped_at ]] || { damage "the scripts do not apply: $(why_refused)"; return 0; }
+        [[ -n $stopped_at ]] || { damage "the scripts do not apply: $(first_error "$work/report")"; return 0; }
         damage "VestRUM-$stopped_at.script does not apply to version $((stopped_at - 1))"
         gap=$stopped_at
     fi

@@ -22,17 +22,23 @@ unpack() {
 try_as_installations_do() {
     local scanner
     scanner=$(type -P clamscan)
-    clamscan --no-summary --infected -d "$1" "$scanner" </dev/null >"$work/report" 2>&1
+    # What bash says of a scanner that was killed adds nothing.
+    { clamscan --no-summary --infected -d "$1" "$scanner" </dev/null >"$work/trial" 2>&1; } 2>/dev/null
+}
+
+# What a program of ClamAV's said first of what went wrong.
+first_error() {
+    sed -n '/rror/{p;q}' "$1" | cut -c -200
 }
 
 # Why the last try failed, in one line.
 why_refused() {
     local found
-    found=$(sed -n 's/.*: \(.*\) FOUND$/\1/p' "$work/report")
+    found=$(sed -n 's/.*: \(.*\) FOUND$/\1/p' "$work/trial")
     if [[ -n $found ]]; then
         printf '%s matches the scanner itself, so that every installation would refuse it' "${found//$'\n'/, }"
     else
-        sed -n '/rror/{p;q}' "$work/report" | cut -c -200
+        first_error "$work/trial"
     fi
 }
 

@@ -35,6 +35,7 @@ leave() {
         trap - EXIT
         (fail "stopped by what is said above; nothing is half published") || status=1
     fi
+    wait
     [[ -z ${work:-} ]] || rm -rf -- "$work"
     exit "$status"
 }
