@@ -1,9 +1,13 @@
 """What becomes of old scripts, and of the machines that would need them."""
 
+import random
+import subprocess
+
 import pytest
 
-from testbed import LINKS
+from testbed import LINKS, REPOSITORY
 from testbed.transcripts import FULL, SOUND
+from testbed.vendor import publish
 
 KIT = ("/repository/publish/tarnwick-publish", "--home", "/srv/vendor")
 
@@ -48,3 +52,32 @@ def test_prune_refuses_what_it_cannot_mean(world):
     world.shell("rm /srv/vendor/site/VestRUM2/Scripted/VestRUM-2.script")
     outcome = world.command(*KIT, "prune", "--keep", "1")
     assert outcome.status == 1 and "VestRUM-2.script" in outcome.stderr, outcome
+
+
+@pytest.mark.versions(1)
+def test_scripts_that_are_combined_lead_where_they_lead_one_by_one(home, tmp_path):
+    """Lines that come, move and go again, some of them in between, in two files."""
+    dice = random.Random(7)
+    signatures, scripted = home.parent / "signatures", home / "site/VestRUM2/Scripted"
+    signatures.mkdir()
+    lines = {kind: [] for kind in ("hdb", "ndb")}
+    for version in range(2, 15):
+        for kind, known in lines.items():
+            for _ in range(dice.randrange(len(known) // 2 + 1)):
+                known.pop(dice.randrange(len(known)))
+            for number in range(dice.randrange(1, 9)):
+                body = dice.randbytes(16).hex()
+                known.insert(dice.randrange(len(known) + 1), {
+                    "hdb": f"{body}:77:Sample-{version}-{number}", "ndb": f"Sample-{version}-{number}:0:*:{body}"}[kind])
+            (signatures / f"x.{kind}").write_text("".join(f"{line}\n" for line in known), encoding="ascii")
+        outcome = publish(home, "release", signatures)
+        assert outcome.returncode == 0, outcome
+    subprocess.run(["bash", "-euo", "pipefail", "-c", f"""
+        unpack() {{ mkdir -p $1; cd $1; sigtool --unpack=$2; cd ..; }}
+        unpack first {home}/first.cud; unpack last {scripted}/VestRUM.cud
+        {{ (cd first; wc -l * | sed '$d'); echo -; cat {scripted}/VestRUM-{{2..14}}.script; }} |
+            awk -f {REPOSITORY}/publish/lib/combine.awk >VestRUM-14.script
+        [ $(grep -c ^OPEN VestRUM-14.script) = 3 ]
+        cd first; sigtool --run-cdiff=../VestRUM-14.script
+        diff -r . ../last"""], cwd=tmp_path, check=True)
+    assert publish(home, "check").stdout == "All is well: version 14, 13 scripts, definitions file published.\n"
