@@ -53,19 +53,20 @@ Bytes decodedByModel(std::string_view base64) {
   return bytes;
 }
 
+static std::string withoutAround(std::string_view characters, std::string_view text) {
+  const std::size_t first = text.find_first_not_of(characters);
+  if (first == text.npos) return {};
+  return std::string(text.substr(first, text.find_last_not_of(characters) - first + 1));
+}
+
 Bytes keyByModel(std::string_view pem) {
   std::string body = withoutByModel(withoutByModel(pem, "-"), "BEGIN PUBLIC KEY");
-  body = withoutByModel(body, "END PUBLIC KEY");
-  while (body.ends_with('\n')) body.pop_back();
-  while (body.starts_with('\n')) body.erase(0, 1);
+  body = withoutAround("\n", withoutByModel(body, "END PUBLIC KEY"));
   std::string joined;
-  for (std::string line : splitByModel(body, '\n')) {
-    while (line.ends_with(' ') || line.ends_with('\t')) line.pop_back();
-    while (line.starts_with(' ') || line.starts_with('\t')) line.erase(0, 1);
-    joined += line + '\n';
+  for (const std::string& line : splitByModel(body, '\n')) {
+    joined += withoutAround(" \t", line) + '\n';
   }
-  joined.pop_back();
-  return decodedByModel(joined);
+  return decodedByModel(joined.substr(0, joined.size() - 1));
 }
 
 std::int64_t integerByModel(std::string_view text) {
@@ -81,9 +82,7 @@ std::vector<std::string> splitByModel(std::string_view text, char separator) {
 
 std::string withoutByModel(std::string_view text, std::string_view word) {
   std::string rest(text);
-  for (auto at = rest.find(word); at != rest.npos; at = rest.find(word, at)) {
-    rest.erase(at, word.size());
-  }
+  for (std::size_t at = 0; (at = rest.find(word, at)) != rest.npos;) rest.erase(at, word.size());
   return rest;
 }
 

@@ -1,77 +1,33 @@
-#include <arpa/inet.h>
-#include <poll.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cstdlib>
-#include <mutex>
-#include <thread>
 
-#include "base/file_descriptor.hpp"
 #include "base/text_rules.hpp"
 #include "fuzz.hpp"
+#include "testbed/loopback_server.hpp"
 #include "transfer/file_downloader.hpp"
-#include "transfer/http_client.hpp"
 
 namespace tarnwick::fuzz {
 
-static std::mutex mutex;
-static std::vector<std::string> answers;  ///< those that are left; the last is the next
-
-static std::string nextAnswer() {
-  const std::lock_guard lock(mutex);
-  if (answers.empty()) return {};
-  const std::string answer = answers.back();
-  answers.pop_back();
-  return answer;
-}
-
-static void setAnswers(const std::vector<std::string>& texts) {
-  const std::lock_guard lock(mutex);
-  answers.assign(texts.rbegin(), texts.rend());
-}
-
-/// Answers as long as requests come at once. A client that waits for more than it got sends none,
-/// and is told by the end of the connection.
-static void converse(const FileDescriptor& connection) {
-  constexpr int patience = 2;  // milliseconds
-  pollfd asked{.fd = connection.get(), .events = POLLIN, .revents = 0};
-  char request[8192];
-  while (::poll(&asked, 1, patience) == 1 &&
-         ::recv(connection.get(), request, sizeof request, 0) > 0) {
-    const std::string answer = nextAnswer();
-    if (answer.empty()) return;
-    ::send(connection.get(), answer.data(), answer.size(), MSG_NOSIGNAL);
-  }
-}
-
-/// Starts what stands for every server there is: it is the user's proxy, so that a request comes
-/// here whatever address an answer leads to.
-static bool startServer() {
-  static const FileDescriptor listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  sockaddr_in address{};
-  socklen_t length = sizeof address;
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  auto* const any = reinterpret_cast<sockaddr*>(&address);
-  require(::bind(listener.get(), any, length) == 0 && ::listen(listener.get(), 8) == 0 &&
-              ::getsockname(listener.get(), any, &length) == 0,
-          "there is a port");
-  const std::string proxy = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port));
-  for (const char* name : {"http_proxy", "https_proxy"}) ::setenv(name, proxy.c_str(), 1);
-  for (const char* name : {"no_proxy", "NO_PROXY"}) ::unsetenv(name);
-  std::thread([] {
-    for (;;) converse(FileDescriptor(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC)));
-  }).detach();
-  return true;
+/// What stands for every server there is: it is the user's proxy, so that a request comes here
+/// whatever address an answer leads to. A client that waits for more than it got sends no request,
+/// and is given up after two milliseconds.
+static testbed::LoopbackServer& server() {
+  static testbed::LoopbackServer* const started = [] {
+    auto* const made = new testbed::LoopbackServer({}, 2);
+    for (const char* name : {"http_proxy", "https_proxy"}) ::setenv(name, made->url().c_str(), 1);
+    for (const char* name : {"no_proxy", "NO_PROXY"}) ::unsetenv(name);
+    return made;
+  }();
+  return *started;
 }
 
 /// The answers, one after the other, to the requests of a run.
 void tryInput(std::string_view input) {
-  [[maybe_unused]] static const bool started = startServer();
-  setAnswers(splitByModel(input, '~'));
-  constexpr std::uint64_t largest = 1000;
-  HttpClient client(largest);
+  std::deque<testbed::Answer> answers;
+  for (const std::string& text : splitByModel(input, '~')) answers.push_back({text, text.empty()});
+  server().setAnswers(answers);
+  HttpClient client(1000);
   HttpRequest request{.url = "http://vendor.example/file",
                       .userAgent = "fuzz",
                       .idleTimeout = std::chrono::seconds(5)};

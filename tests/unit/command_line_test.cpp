@@ -49,15 +49,6 @@ TEST(CommandLine, ReadsAlongInFreshclamsArguments) {
   std::filesystem::current_path("/");
 }
 
-TEST(CommandLine, OnlyTheFirstArgumentSelectsTheMode) {
-  EXPECT_TRUE(asksForVersionReport({"-V", "x"}));
-  EXPECT_TRUE(asksForVersionReport({"--version"}));
-  EXPECT_FALSE(asksForVersionReport({"x", "-V"}));
-  EXPECT_FALSE(asksForVersionReport({"--versions"}));
-  EXPECT_TRUE(asksToRemoveOldFirst({"--remove-old-first"}));
-  EXPECT_FALSE(asksToRemoveOldFirst({"--quiet", "--remove-old-first"}));
-}
-
 TEST(Commands, KeepTheRootOfTheFileSystemFromRecursiveCommands) {
   RunContext context;
   context.dataDirectory = "";

@@ -24,25 +24,18 @@ TEST(Dates, FollowUnicodePatterns) {
 }
 
 TEST(Dates, FollowNoLocaleThatIsNone) {
-  const std::string english = "[A-Z][a-z]{2} [0-9]+, 20[0-9]{2}, [0-9:]+.+[AP]M";
-  const std::string german = "[0-9.]{10}, [0-9:]{8}";
-  const std::pair<std::string, std::string> cases[] = {
-      {"", english},
-      {"POSIX", english},
-      {"C.UTF-8", english},
-      {"en_US.UTF-8", english},
-      {"de", german},
-      {"de_DE.UTF-8", german},
-      {"de_Latn_DE@euro", german},
-      {"abcdefghijkl", english},
-      {"de_DE_" + std::string(200, 'A'), english},
-      {"de.UTF-8@" + std::string(200, 'a'), english},
-      {"../../de", english},
-  };
-  for (const auto& [name, expected] : cases) {
+  const auto expect = [](const std::string& name, const char* pattern) {
     ::setenv("LC_ALL", name.c_str(), 1);
-    EXPECT_TRUE(std::regex_match(currentDateAndTime(), std::regex(expected)))
-        << name << ": " << currentDateAndTime();
+    EXPECT_TRUE(std::regex_match(currentDateAndTime(), std::regex(pattern))) << name;
+  };
+  for (const std::string& name :
+       {std::string(), std::string("POSIX"), std::string("C.UTF-8"), std::string("en_US.UTF-8"),
+        std::string("abcdefghijkl"), "de_DE_" + std::string(200, 'A'),
+        "de.UTF-8@" + std::string(200, 'a'), std::string("../../de")}) {
+    expect(name, "[A-Z][a-z]{2} [0-9]+, 20[0-9]{2}, [0-9:]+.+[AP]M");
+  }
+  for (const auto* const name : {"de", "de_DE.UTF-8", "de_Latn_DE@euro"}) {
+    expect(name, "[0-9.]{10}, [0-9:]{8}");
   }
   ::unsetenv("LC_ALL");
 }
@@ -57,22 +50,6 @@ TEST(PropertyLists, ComeBackAsTheyWere) {
        {std::string("a\0b", 3), std::string("\xFF"), std::string("\r"), std::string("a\x1B")}) {
     const Preferences mixed{{"key", text}, {text, "value"}, {"sound", "value"}};
     EXPECT_EQ(parsePropertyList(formatPropertyList(mixed)), Preferences({{"sound", "value"}}));
-  }
-}
-
-TEST(PropertyLists, HoldNothingWhereTheyCannotBeRead) {
-  const std::string whole = formatPropertyList({{"key", "value"}});
-  for (std::size_t length = 0; length < whole.find("</string>"); length += 7) {
-    EXPECT_TRUE(parsePropertyList(whole.substr(0, length)).empty()) << length;
-  }
-  const std::string deep(200000, '<');
-  for (const std::string_view text :
-       {std::string_view("\0\xFF\x01", 3), std::string_view("bplist00"), std::string_view(deep),
-        std::string_view("<plist><dict><key>k</key><integer>1</integer></dict></plist>"),
-        std::string_view(
-            "<plist><dict><key>k</key><date>2026-00-01T00:00:00Z</date></dict></plist>"),
-        std::string_view("<plist><dict><key>k</key><string>a\0b</string></dict></plist>", 59)}) {
-    EXPECT_TRUE(parsePropertyList(text).empty()) << text.substr(0, 60);
   }
 }
 

@@ -11,48 +11,31 @@ constexpr auto lowest = std::numeric_limits<std::int64_t>::min();
 constexpr auto highest = std::numeric_limits<std::int64_t>::max();
 
 TEST(TextRules, ReadsIntegersAsFarAsTheyGo) {
+  for (const auto* const none : {"", "   ", "x7", "-", "+-5", "++5", "0x10"}) {
+    EXPECT_EQ(parseInteger(none), 0) << none;
+  }
   const std::pair<std::string_view, std::int64_t> cases[] = {
-      {"", 0},
-      {"   ", 0},
-      {"x7", 0},
-      {"-", 0},
-      {"+-5", 0},
-      {"++5", 0},
       {" \t42\n", 42},
       {"+42x", 42},
       {"-17:3", -17},
       {"007", 7},
-      {"1.9", 1},
-      {"0x10", 0},
+      {{"12\0004", 4}, 12},
       {"9223372036854775807", highest},
       {"9223372036854775808", highest},
       {"-9223372036854775809", lowest},
-      {std::string_view("12\0"
-                        "34",
-                        5),
-       12},
   };
   for (const auto& [text, expected] : cases) EXPECT_EQ(parseInteger(text), expected) << text;
 }
 
 TEST(TextRules, ReadsDecimalsButNoWords) {
-  const std::pair<std::string_view, double> cases[] = {
-      {"1794477600", 1794477600.0},
-      {" +1.5e3x", 1500.0},
-      {"-2.5", -2.5},
-      {".5", 0.5},
-      {"++1", 0},
-      {"+-1", 0},
-      {"+ 1", 0},
-      {"", 0},
-      {"inf", 0},
-      {"1e-999", 0},
-      {"-nan", 0},
-      {"-", 0},
-      {"1e999", std::numeric_limits<double>::max()},
-      {"-1e999", std::numeric_limits<double>::lowest()},
-  };
-  for (const auto& [text, expected] : cases) EXPECT_EQ(parseDecimal(text), expected) << text;
+  for (const auto* const none : {"", "++1", "+-1", "+ 1", "inf", "1e-999", "-nan", "-"}) {
+    EXPECT_EQ(parseDecimal(none), 0) << none;
+  }
+  EXPECT_EQ(parseDecimal("1794477600"), 1794477600.0);
+  EXPECT_EQ(parseDecimal(" +1.5e3x"), 1500.0);
+  EXPECT_EQ(parseDecimal("-.5"), -0.5);
+  EXPECT_EQ(parseDecimal("1e999"), std::numeric_limits<double>::max());
+  EXPECT_EQ(parseDecimal("-1e999"), std::numeric_limits<double>::lowest());
 }
 
 TEST(TextRules, TrimsEveryKindOfWhiteSpace) {
