@@ -37,7 +37,18 @@ class Job:
 
     def signal(self, number):
         """To the program itself; nsenter is only its parent."""
-        os.kill(only_child(self.process.pid), number)
+        os.kill(self.pid, number)
+
+    @property
+    def pid(self):
+        """The program's own, as this process sees it."""
+        return only_child(self.process.pid)
+
+    def blocked(self, thread):
+        """The signals that a thread of the program lets wait."""
+        status = pathlib.Path(f"/proc/{self.pid}/task/{thread}/status").read_text(encoding="utf-8")
+        mask = int(re.search(r"^SigBlk:\s*(\w+)", status, re.M)[1], 16)
+        return {number for number in range(1, 65) if mask >> (number - 1) & 1}
 
     def end(self):
         said = [(text or b"").decode(errors="replace") for text in self.process.communicate()]
@@ -94,6 +105,12 @@ class Machine:
         prefix = ["env", "--default-signal", "nsenter", "-t", str(self._init), "-m", "-n", "-p", "-u", "-r", "-w"]
         return Job(subprocess.Popen(prefix + [str(part) for part in command], env=ENVIRONMENT | (env or {}),
                                     stdin=stdin, stdout=stdout, stderr=stderr, **more))
+
+    def odd_server(self, name, *arguments):
+        """One of those in odd_servers.py, at its post."""
+        server = self.start("/usr/bin/python3", "/repository/testbed/odd_servers.py", name, *arguments)
+        server.read_until("ready\n")
+        return server
 
     def command(self, *command, **more):
         return self.start(*command, **more).end()

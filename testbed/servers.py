@@ -66,6 +66,14 @@ def make_certificates(folder):
     subprocess.run(["sh", "-euc", script], cwd=folder, check=True, stderr=subprocess.DEVNULL)
 
 
+SILENCE = {"status": None, "hold": True}  # for `Servers.answer`
+
+
+def redirect(url):
+    """For `Servers.answer`."""
+    return {"status": "302 Found", "headers": [f"Location: {url}"]}
+
+
 class Servers:
     """nginx in `machine`, serving the publishing home /srv/vendor as its `site` says."""
 

@@ -1,13 +1,16 @@
 """A machine with an installation on it: the prefix with ClamAV's programs, the vendor's servers, and the tool."""
 
 import email.utils
+import fcntl
 import os
 import pathlib
 import platform
 import plistlib
+import pty
 import re
 import shutil
 import subprocess
+import termios
 import time
 
 from . import vendor
@@ -42,15 +45,6 @@ exit "$status"
 
 def make_hands(folder):
     subprocess.run(["gcc", "-shared", "-fPIC", "-O2", "-o", folder / "hands.so", HERE / "hands.c"], check=True)
-
-
-def as_the_service():
-    """The command that gives up what the shipped unit does not leave to the tool."""
-    unit = (REPOSITORY / "packaging/systemd/tarnwick.service").read_text(encoding="utf-8")
-    assert "\nNoNewPrivileges=yes\n" in unit
-    kept = re.search(r"^CapabilityBoundingSet=CAP_(.*)$", unit, re.M)[1].lower().split(" cap_")
-    capabilities = ",".join(["-all", *(f"+{name}" for name in kept)])
-    return "setpriv", f"--bounding-set={capabilities}", f"--inh-caps={capabilities}", "--no-new-privs"
 
 
 def clean(text):
@@ -91,6 +85,18 @@ class World(Machine):
         vendor.signature_folder(self.path("/srv/signatures"), version)
         self.publish("release", "/srv/signatures")
 
+    def publish_definitions(self, text):
+        """With no text at all, the file is withdrawn."""
+        self.write("/srv/definitions", text)
+        self.publish(*(["definitions", "/srv/definitions"] if text else ["withdraw"]))
+
+    def publish_item(self, name, content):
+        """An item that the publishing kit knows nothing of, with its signature."""
+        item = f"/srv/vendor/site/VestRUM2/{name}"
+        self.write(item, content)
+        self.shell(f"openssl dgst -sha1 -binary {item} | openssl dgst -sha1 -sign /srv/vendor/private.pem |"
+                   f" base64 -w0 >{item}.signature")
+
     def install(self, version):
         """What an earlier run would have left: the container of that version, the published definitions file."""
         self.write(f"{DATA}/VestRUM.cud", self.container(version))
@@ -130,6 +136,17 @@ class World(Machine):
                         *([f"TARNWICK_TEST_RECORD={record}"] if record else [])]
         return self.start(*through, "env", *settings, TOOL, *arguments, **more)
 
+    def launch_on_a_terminal(self, mode=0):
+        """Starts the tool in the foreground of a terminal of its own; with that, a file of what it shows."""
+        terminal, slave = pty.openpty()
+        settings = termios.tcgetattr(slave)
+        settings[1], settings[3] = 0, settings[3] | mode
+        termios.tcsetattr(slave, termios.TCSANOW, settings)
+        job = self.launch(stdout=slave, start_new_session=True,
+                          preexec_fn=lambda: fcntl.ioctl(1, termios.TIOCSCTTY, 0))
+        os.close(slave)
+        return job, open(terminal, encoding="utf-8")
+
     @staticmethod
     def hands(rate):
         library = made_once("hands", make_hands, [HERE / "hands.c"]) / "hands.so"
@@ -159,6 +176,26 @@ class World(Machine):
             shell = f"{BIN}/freshclam-shell"
             self.write(shell, pathlib.Path(shutil.which("sh")).read_bytes(), 0o755)
         self.write(f"{BIN}/{name}", f"#!{shell}\n{script}\n", 0o755)
+
+    def sigtool(self, before):
+        """The prefix's sigtool, and a script that comes before it."""
+        self.program("sigtool", f'{before}\nexec /repository/packaging/linux/sigtool "$@"')
+
+    def replace(self, program, other):
+        """Something else goes by the name of one of the system's programs."""
+        self.shell(f"mount --bind {other} /usr/bin/{program}")
+
+    def shut(self, folder):
+        """Not even root can write there."""
+        self.shell(f"mkdir -pm 700 {folder}; mount -t tmpfs -o ro,mode=700 shut {folder}")
+
+    def other_freshclam(self, user):
+        """Somebody's own program of that name, which runs until it is ended."""
+        self.write("/srv/freshclam", pathlib.Path(shutil.which("sh")).read_bytes(), 0o755)
+        other = self.start("setpriv", f"--reuid={user}", "--clear-groups", "/srv/freshclam", "-c",
+                           "echo started; read -r nothing", stdin=subprocess.PIPE)
+        other.read_until("started\n")
+        return other
 
     def freshclam(self, *statuses):
         """A stand-in for freshclam that answers these, one a run; `freshclam_calls` tells what it met."""

@@ -1,248 +1,72 @@
-"""Servers, files, programs and machines that are not as they should be."""
+"""Files, programs and machines that are not as they should be."""
 
-import re
+from typing import NamedTuple
 
 import pytest
 
-from testbed import BIN, CONFIGURATION, DATA, IMPOSTOR, LINKS, MACINTOSH, MIRROR, NOBODY, PREFIX, STATE, TOOL, UPSTREAM
+from testbed import BIN, CONFIGURATION, DATA, MIRROR, PREFIX, STATE, TOOL, UPSTREAM
 from testbed.transcripts import (BANNER, CURRENT, FETCHED, FRESHCLAM, FULL, INSTALLED, LOCAL, NEWER, SCRIPTS, SOUND,
                                UNCHANGED, WARNING)
 
-CONTAINER = "GET /VestRUM2/Scripted/VestRUM.cud"
-DATABASE = "GET /VestRUM2/Vestrum.database"
-TRANSFER, UNSIGNED = "tarnwick: Download failed! ERROR\n", "tarnwick: Download failed sig check\n"
-ANSWERED = "tarnwick: The server answered {} for https://links.vestrum.example/VestRUM2/Scripted/VestRUM.cud\n"
+DATABASE_DATE = "HEAD /VestRUM2/Vestrum.database"
 SAVED = "Downloading {} [100%]\n"
-# What a server does to a download, and with what status something was saved.
-SERVERS = {
-    "refuses": (lambda s, request: s.place(links=NOBODY, content=NOBODY), None),
-    "is unknown": (lambda s, request: s.place(links=None, content=None), None),
-    "is an impostor": (lambda s, request: s.place(links=IMPOSTOR, content=IMPOSTOR), None),
-    "hangs up": (lambda s, request: s.drop(request), None),
-    "cuts short": (lambda s, request: s.answer(request, "half of it", length=20), None),
-    "stalls": (lambda s, request: s.answer(request, "half of it", length=20, hold=True), None),
-    "says nothing": (lambda s, request: s.answer(request, status=None, hold=True), None),
-    "has an error": (lambda s, request: s.answer(request, "<html>sorry</html>", "500 Sorry"), 500),
-    "has nothing": (lambda s, request: s.answer(request), 200),
-    "leads elsewhere": (lambda s, request: s.answer(request, "", "302 Found", [f"Location: https://{MIRROR}/x"]), 404),
-    "leads to a file": (lambda s, request: s.answer(request, "", "302 Found", ["Location: file:///etc/passwd"]), None),
-    "leads in a circle": (lambda s, request: s.answer(request, "", "302 Found", [f"Location: {request[4:]}"]), None),
-}
 
 
-@pytest.mark.parametrize("name", SERVERS)
-def test_bad_servers(world, name):
-    misbehave, saved = SERVERS[name]
-    world.freshclam(0)
-    for request in (CONTAINER, DATABASE):
-        misbehave(world.servers, request)
-    outcome = world.run(rate=60)
-    container = SAVED.format("VestRUM.cud") * bool(saved) + "Failed to download and/or verify VestRUM.cud\n"
-    invalid = "Vestrum.database definitions file is not valid. Delete it.\n"
-    database = SAVED.format("Vestrum.database") * bool(saved) + invalid
-    errors = ANSWERED.format(saved) * (saved != 200) + UNSIGNED if saved else TRANSFER * 2
-    if name in ("refuses", "is unknown", "is an impostor"):
-        database, errors = "Error occurred downloading Vestrum.database\n", TRANSFER
-    assert (outcome.status, outcome.stdout, outcome.stderr, world.state()) == (
-        0, BANNER + FULL + container + database + FRESHCLAM, errors, {})
-    assert (world.litter(), world.shell(f"ls {DATA}")) == ("", "bytecode.cvd\ndaily.cvd\nmain.cvd\n")
+class VersionText(NamedTuple):
+    body: bytes
+    version: int
+    printed: str | None
+    follows: str = "VestRUM.cud file is up-to-date\n"
 
 
-@pytest.mark.parametrize("request_line, said", [
-    ("GET /VestRUM2/Scripted/VestRUM-db-version.txt", LOCAL + "Failed to get available defs version number: ERROR\n"
-     "Available version 0\nVestRUM.cud file is up-to-date\n" + UNCHANGED),
-    ("HEAD /VestRUM2/Vestrum.database", CURRENT + "Error occurred downloading Vestrum.database\n")])
-def test_requests_that_get_no_answer_in_time(world, request_line, said):
-    world.freshclam(0)
-    world.install(1 if "GET" in request_line else 3)
-    world.servers.answer(request_line, status=None, hold=True)
-    outcome = world.run(rate=60)
-    assert (outcome.status, outcome.stdout) == (0, BANNER + said + FRESHCLAM)
-
-
-@pytest.mark.parametrize("request_line, limit, borne, given_up", [
-    ("GET /VestRUM2/Scripted/VestRUM-db-version.txt", 15, "version number 3\n", "version number: ERROR\n"),
-    (DATABASE, 60, SAVED.format("Vestrum.database"), "Vestrum.database definitions file is not valid")])
-def test_silence_is_borne_up_to_the_limit(world, request_line, limit, borne, given_up):
-    rate = 10 * limit // 15
-    world.install(3)
-    world.remember({})
-    for answer, expected in (({"body": "3", "pause": 0.85 * limit / rate}, borne),
-                             ({"status": None, "hold": True}, given_up)):
-        world.freshclam(0)
-        world.servers.answer(request_line, **answer)
-        assert expected in world.run(rate=rate).stdout
-    assert 0.9 * limit < world.servers.held_for() * rate < 1.2 * limit
-
-
-SLOW_SERVER = """import socket, ssl, sys, time
-silence = 9 / int(sys.argv[1])
-context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-context.load_cert_chain("/srv/vendor/tls/certificate.pem", "/srv/vendor/tls/key.pem")
-received, sent = ssl.MemoryBIO(), ssl.MemoryBIO()
-tls = context.wrap_bio(received, sent, server_side=True)
-def until_done(step):
-    while True:
-        try:
-            return step()
-        except ssl.SSLWantReadError:
-            send_slowly()
-            received.write(connection.recv(9999))
-def send_slowly():
-    flight = sent.read()
-    for half in (flight[:len(flight) // 2], flight[len(flight) // 2:]):
-        if half:
-            time.sleep(silence)
-            connection.sendall(half)
-listener = socket.create_server(("127.0.0.2", 443))
-full = socket.create_server(("127.0.0.1", 443), backlog=0)
-with socket.create_connection(("127.0.0.1", 443)):
-    print("ready", flush=True)
-    connection = listener.accept()[0]
-    until_done(tls.do_handshake)
-    send_slowly()
-    print(until_done(lambda: tls.read(9999)).decode())
-    for piece in (b"HTTP/1.1 200 OK\\r\\nServer: s", b"low\\r\\nContent-Length: 1\\r\\n", b"\\r\\n", b"3"):
-        tls.write(piece)
-        send_slowly()
-"""
-
-
-def test_whatever_arrives_is_life(world):
-    """The host's first address never answers; the second is silent for nine seconds before every piece."""
-    world.freshclam(0)
-    world.install(3)
-    world.servers.place(links=None, content=None)
-    world.shell("nginx -c /srv/nginx.conf -s stop")
-    world.shell(f"printf '127.0.0.1 {LINKS}\\n127.0.0.2 {LINKS}\\n' >>/etc/hosts; echo multi on >/etc/host.conf")
-    server = world.start("/usr/bin/python3", "-c", SLOW_SERVER, "20")
-    server.read_until("ready\n")
-    assert "version number 3\n" in world.run(rate=20).stdout
-
-
-def test_a_download_may_take_longer_than_its_links_live(world):
-    world.hurry(100)
-    for installed, request, body in (
-            (1, "GET /VestRUM2/Scripted/VestRUM-2.script", world.published("VestRUM-2.script")),
-            (None, CONTAINER, world.container(3))):
-        world.freshclam(0)
-        world.servers.mend()
-        world.servers.answer(request, body, pause=0.1)
-        if installed:
-            world.install(installed)
-        else:
-            world.shell(f"rm {DATA}/VestRUM.cud")
-        outcome = world.run(rate=100)
-        assert (outcome.stderr, world.version()) == ("", 3)
-        assert (FULL in outcome.stdout) == (installed is None)
-
-
-def test_the_users_proxy_is_asked(world):
-    world.install(1)
-    world.freshclam(0)
-    outcome = world.run(env={"https_proxy": f"http://{NOBODY}:3128"})
-    assert (outcome.status, outcome.stdout, world.servers.requests()) == (
-        0, BANNER + LOCAL + "Failed to get available defs version number: ERROR\nAvailable version 0\n"
-        "VestRUM.cud file is up-to-date\nError occurred downloading Vestrum.database\n" + FRESHCLAM, [])
-
-
-def test_a_slow_transfer_is_waited_for_and_a_redirect_followed(world):
-    body = world.container(3)
-    world.freshclam(0)
-    # Eighty seconds by the tool's clock, never ten without a byte.
-    world.servers.answer("GET /slow", body, pause=0.1)
-    world.servers.answer(CONTAINER, "", "302 Found", [f"Location: https://{MIRROR}/slow"])
-    raw = world.launch(rate=100).end()
-    assert (raw.status, world.version()) == (1, 3)
-    shown = [int(percent) for percent in re.findall(r"Downloading VestRUM\.cud \[ *(\d+)%\]\r", raw.stdout)]
-    steps = {100 * (index + 1) * (len(body) // 8) // len(body) for index in range(8)}
-    assert len(shown) > 2 and shown == sorted(shown) and set(shown) <= steps | {100}
-    assert "\rDownloading VestRUM.cud [100%]\nVestRUM.cud (version 3)" in raw.stdout
-
-
-RAW_SERVER = """import socket
-with socket.create_server(("127.0.0.1", 80)) as listener:
-    print("ready", flush=True)
-    with listener.accept()[0] as connection:
-        print(connection.recv(9999).decode(), end="")
-        connection.sendall(b"HTTP/1.0 404 None\\r\\n\\r\\n")
-"""
-
-
-def test_user_agents_end_in_a_blank(world):
-    """Which nginx would not show; and a HEAD request stays one when it is sent elsewhere."""
-    world.freshclam(0)
-    world.install(3)
-    server = world.start("/usr/bin/python3", "-c", RAW_SERVER)
-    server.read_until("ready\n")
-    world.servers.answer(DATABASE.replace("GET", "HEAD"), "", "302 Found", [f"Location: http://{MIRROR}/there"])
-    assert "Nothing to download for Vestrum.database\n" in world.run().stdout
-    request = server.end().stdout.split("\r\n")
-    assert request[0] == "HEAD /there HTTP/1.1"
-    assert f"User-Agent: Tarnwick/2.19.4 {MACINTOSH} " in request
-
-
-NO_SCRIPT = "Failed to download and verify VestRUM-{}.script\nProcessing updates…\n"
-# Version files: what is printed of it, which version that is, and what follows.
+WORK = "currentTempDir: /tmp/tarnwick-0/VestRUMdefs\n"
 VERSION_TEXTS = [
-    (b"no number", "no number", 0, None),
-    (b":", ":", 0, None),
-    (b"a:-5:7\n", "a:-5:7", -5, None),
-    (b"%s%n{}:1", "%s%n{}:1", 1, None),
-    (b"\xff:3", None, 0, None),
-    (b" \r\n a:  3rd \n", "a:  3rd", 3, SCRIPTS + SOUND),
-    (b"a:99999999999999999999", "a:99999999999999999999", 2**63 - 1, "Downloading VestRUM-2.script [  0%]\n"
-     "Downloading VestRUM-3.script [  0%]\n" + NO_SCRIPT.format(4) + FULL + FETCHED),
+    VersionText(b"no number", 0, "no number"),
+    VersionText(b":", 0, ":"),
+    VersionText(b"a:-5:7\n", -5, "a:-5:7"),
+    VersionText(b"%s%n{}:1", 1, "%s%n{}:1"),
+    VersionText(b"\xff:3", 0, None),
+    VersionText(b" \r\n a:  3rd \n", 3, "a:  3rd", WORK + SCRIPTS + SOUND),
+    VersionText(b"a:99999999999999999999", 2**63 - 1, "a:99999999999999999999", WORK
+                + "Downloading VestRUM-2.script [  0%]\nDownloading VestRUM-3.script [  0%]\n"
+                "Failed to download and verify VestRUM-4.script\nProcessing updates…\n" + FULL + FETCHED),
 ]
 
 
-@pytest.mark.parametrize("body, printed, version, follows", VERSION_TEXTS, ids=range(len(VERSION_TEXTS)))
-def test_version_texts(world, body, printed, version, follows):
+@pytest.mark.parametrize("text", VERSION_TEXTS, ids=lambda text: repr(text.body))
+def test_version_texts(world, text):
     world.freshclam(0)
     world.install(1)
-    world.servers.answer("GET /VestRUM2/Scripted/VestRUM-db-version.txt", body)
-    said = LOCAL + (f"version number {printed}\n" if printed else "") + f"Available version {version}\n"
-    said += f"currentTempDir: /tmp/tarnwick-0/VestRUMdefs\n{follows}" if follows else "VestRUM.cud file is up-to-date\n"
+    world.servers.answer("GET /VestRUM2/Scripted/VestRUM-db-version.txt", text.body)
     outcome = world.run()
-    assert (outcome.status, outcome.stdout) == (0, BANNER + said + UNCHANGED + FRESHCLAM)
+    printed = "" if text.printed is None else f"version number {text.printed}\n"
+    assert (outcome.status, outcome.stdout) == (
+        0, BANNER + LOCAL + f"{printed}Available version {text.version}\n{text.follows}" + UNCHANGED + FRESHCLAM)
 
 
-@pytest.mark.parametrize("header, local", [
-    ("ClamAV-VDB:d:-5:1:1:m:X:v:0", -5), ("ClamAV-VDB:d:4:1:1:m:X:v:w:0", 0),
-    ("a:b:99999999999999999999:d:e:f:g:h:i", 2**63 - 1), ("\xff:b:4:d:e:f:g:h:i", 0),
-    ("a:b:4\0:d:e:f:g:h:i", 0), (" ", 0)])
-def test_container_headers(world, header, local):
+STATE_FILES = {
+    "empty": b"", "nonsense": b"nonsense", "no text": b"\xff\xfe\0", "cut off": b"<plist><dict><key>a</key></dict>",
+    "binary": b"bplist00" + b"\xff" * 40, "a list": b"<plist version='1.0'><array/></plist>", "deep": b"<" * 3_000_000,
+    "NUL": b"<plist version='1.0'><dict><key>a</key><string>torn\0\0</string></dict></plist>",
+    "a number": b"<plist><dict><key>k</key><integer>1</integer></dict></plist>",
+    "no date": b"<plist><dict><key>k</key><date>2026-00-01T00:00:00Z</date></dict></plist>"}
+
+
+@pytest.mark.parametrize("name", STATE_FILES)
+def test_a_state_that_cannot_be_read_holds_nothing(world, name):
     world.freshclam(0)
     world.install(3)
-    world.write(f"{DATA}/VestRUM.cud", header.encode("latin-1"))
-    outcome = world.run()
-    follows = (CURRENT.replace("Local version 3", f"Local version {local}") if local > 0 else
-               f"Local version {local}\n" + FULL + FETCHED)
-    assert (outcome.status, outcome.stdout) == (0, BANNER + follows + UNCHANGED + FRESHCLAM)
-
-
-@pytest.mark.parametrize("content", [
-    b"", b"nonsense", b"\xff\xfe\0", b"<plist><dict><key>a</key></dict>", b"bplist00" + b"\xff" * 40,
-    b"<plist version='1.0'><array/></plist>", b"<" * 3_000_000, None,
-    b"<plist version='1.0'><dict><key>a</key><string>torn\0\0</string></dict></plist>"], ids=range(9))
-def test_state_files(world, content):
-    world.freshclam(0)
-    world.install(3)
-    if content is None:
-        world.shell(f"rm {STATE}; mkdir {STATE}")
-    else:
-        world.write(STATE, content)
+    world.write(STATE, STATE_FILES[name])
     outcome = world.run()
     assert (outcome.status, outcome.stdout) == (1, BANNER + CURRENT + INSTALLED + FRESHCLAM)
-    if content is not None:
-        assert world.state() == {"database-Last-Modified": world.modified("Vestrum.database")}
+    assert world.state() == {"database-Last-Modified": world.modified("Vestrum.database")}
 
 
 @pytest.mark.parametrize("modified, remembered", [("a\tb <&> é ]]>", True), ("Sun, \x01 Nov", False)])
 def test_dates_come_back_as_they_were_sent(world, modified, remembered):
     world.freshclam(0, 0)
     world.install(3)
-    world.servers.answer(DATABASE.replace("GET", "HEAD"), headers=[f"Last-Modified: {modified}"], length=108)
+    world.servers.answer(DATABASE_DATE, headers=[f"Last-Modified: {modified}"], length=108)
     for said in (INSTALLED, UNCHANGED if remembered else INSTALLED):
         assert world.run(env={"LANG": "abcdefghijkl"}).stdout == BANNER + CURRENT + said + FRESHCLAM
         assert world.state() == ({"database-Last-Modified": modified} if remembered else {})
@@ -263,70 +87,59 @@ def test_operating_system_versions(world, content, version):
         f"Tarnwick/2.19.4 (Macintosh; Intel Mac OS X {version})"}
 
 
-UNPACKED = NEWER.format(local=1, available=3) + "Couldn't unpack cud file\n" + FULL + FETCHED
-PATCHED = NEWER.format(local=1, available=3) + SCRIPTS + SOUND
-PROGRAMS = {
-    "sigtool missing": ("sigtool", None, UNPACKED),
-    "sigtool killed": ("sigtool", "kill -KILL $$", UNPACKED),
-    "scanner talkative": ("clamscan", "head -c 9000000 /dev/zero; head -c 9000000 /dev/zero >&2", PATCHED),
-    "scanner leaves another": ("clamscan", "sleep 1000 & exit 0", PATCHED),
-}
-
-
-@pytest.mark.parametrize("name", PROGRAMS)
-def test_bad_programs(world, name):
-    program, script, said = PROGRAMS[name]
-    world.freshclam(0)
-    world.install(1)
-    world.program(program, script or "")
-    if script is None:
-        world.path(f"{BIN}/{program}").chmod(0o644)
-    outcome = world.run()
-    assert (outcome.status, outcome.stdout) == (0, BANNER + said + UNCHANGED + FRESHCLAM)
-
-
-def bare(world):
-    world.shell(f"umount {PREFIX} 2>/dev/null || rm -rf {PREFIX}")
-
-
+ORDINARY = BANNER + CURRENT + UNCHANGED + FRESHCLAM
+OFFICIAL = ("main.cvd", "daily.cvd", "bytecode.cvd")
 NOTHING_INSTALLED = (
     WARNING + BANNER + FULL + SAVED.format("VestRUM.cud") + "VestRUM.cud DB integrity check failed. Deleting the newly "
     "downloaded file\n" + INSTALLED + "File (/tmp/tarnwick-0/Vestrum.database) couldn't be moved for some reason\n"
-    "\nChecking ClamAV definitions\n"
-    + "".join(f"Downloaded {name}.cvd from {MIRROR}\n" for name in ("main", "daily", "bytecode")))
-ORDINARY = BANNER + CURRENT + UNCHANGED + FRESHCLAM
-# What is wrong with the machine, how the tool is run there, its exit status and what it says.
+    "\nChecking ClamAV definitions\n" + "".join(f"Downloaded {name} from {MIRROR}\n" for name in OFFICIAL))
+
+
+class BadMachine(NamedTuple):
+    said: str = ORDINARY
+    status: int = 0
+    spoil: str = "true"
+    command: str = f"exec {TOOL}"  # by bash
+    freshclam: str | None = None  # a script for one that writes no notes
+    configured: bool = True  # freshclam's configuration is there, and says in the end what it said before
+
+
 MACHINES = {
-    "no prefix": (bare, [TOOL], 127, NOTHING_INSTALLED),
-    "no clamav user": (lambda w: w.shell("sed -i /^clamav:/d /etc/passwd /etc/group"), [TOOL], 0, ORDINARY),
-    "no log folder": (lambda w: None, [TOOL, "--log=/none/a.log"], 0,
-                      ORDINARY.replace("clam -", "clam --log=/none/a.log -")),
-    "log to a pipe": (lambda w: None, ["sh", "-c", f"{TOOL} --quiet --log=/dev/stdout | cat"], 0,
-                      ORDINARY.replace("clam -", "clam --quiet --log=/dev/stdout -")),
-    "log that is a pipe": (lambda w: w.shell("mkfifo /srv/log"),
-                           ["sh", "-c", f"{TOOL} --remove-old-first --quiet --log=/srv/log; stat -c %F /srv/log"], 0,
-                           "remove old DB files and freshclam log\n"
-                           + "".join(SAVED.format(f"{name}.cvd") for name in ("main", "daily", "bytecode"))
-                           + "freshclam --quiet --log=/srv/log --no-warnings\nfifo\n"),
-    "closed output": (lambda w: None, ["sh", "-c", f"exec {TOOL} >&- 2>&-"], 0, ""),
-    "full output": (lambda w: None, ["sh", "-c", f"exec {TOOL} >/dev/full"], 0, ""),
-    "broken output": (lambda w: w.program("freshclam", "exit 0"),
-                      ["bash", "-c", f"exec 3> >(exec true); wait $!; exec {TOOL} >&3"], 0, ""),
-    "not root": (lambda w: w.program("freshclam", "echo freshclam $*; exit 7"),
-                 ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", TOOL], 7, ORDINARY),
+    "no prefix": BadMachine(NOTHING_INSTALLED, 127, f"umount {PREFIX} 2>/dev/null || rm -rf {PREFIX}", configured=False),
+    "no clamav user": BadMachine(spoil="sed -i /^clamav:/d /etc/passwd /etc/group"),
+    "state that is a folder": BadMachine(BANNER + CURRENT + INSTALLED + FRESHCLAM, 1, f"rm {STATE}; mkdir {STATE}"),
+    "no log folder": BadMachine(ORDINARY.replace("clam -", "clam --log=/none/a.log -"),
+                                command=f"exec {TOOL} --log=/none/a.log"),
+    "log to a pipe": BadMachine(ORDINARY.replace("clam -", "clam --quiet --log=/dev/stdout -"),
+                                command=f"{TOOL} --quiet --log=/dev/stdout | cat"),
+    "log that is a pipe": BadMachine(
+        "remove old DB files and freshclam log\n" + "".join(map(SAVED.format, OFFICIAL))
+        + "freshclam --quiet --log=/srv/log --no-warnings\nfifo\n", spoil="mkfifo /srv/log",
+        command=f"{TOOL} --remove-old-first --quiet --log=/srv/log; stat -c %F /srv/log"),
+    "closed output": BadMachine("", command=f"exec {TOOL} >&- 2>&-"),
+    "full output": BadMachine("", command=f"exec {TOOL} >/dev/full"),
+    "broken output": BadMachine("", command=f"exec 3> >(exec true); wait $!; exec {TOOL} >&3", freshclam="exit 0"),
+    "not root": BadMachine(status=7, command=f"exec setpriv --reuid=65534 --regid=65534 --clear-groups {TOOL}",
+                           freshclam="echo freshclam $*; exit 7"),
+    "no configuration": BadMachine(spoil=f"rm {CONFIGURATION}", freshclam="echo freshclam $*", configured=False),
+    "configuration that cannot be edited": BadMachine(
+        spoil="mount --bind {0} {0}; mount -o remount,bind,ro {0}".format(CONFIGURATION), freshclam="echo freshclam $*"),
 }
 
 
-@pytest.mark.parametrize("name", MACHINES)
-def test_bad_machines(world, name):
-    prepare, command, status, said = MACHINES[name]
+@pytest.mark.parametrize("bad", MACHINES.values(), ids=MACHINES)
+def test_what_a_run_does_on_a_bad_machine(world, bad):
     world.freshclam(0)
     world.install(3)
-    prepare(world)
-    outcome = world.finish(world.start(*command))
-    assert (outcome.status, outcome.stdout) == (status, said)
-    if name != "no prefix":
-        assert f"DatabaseMirror {UPSTREAM}\n" in world.log(CONFIGURATION) and world.litter() == ""
+    if bad.freshclam:
+        world.program("freshclam", bad.freshclam)
+    world.shell(bad.spoil)
+    outcome = world.finish(world.start("bash", "-c", bad.command))
+    assert (outcome.status, outcome.stdout) == (bad.status, bad.said)
+    if bad.configured:
+        assert f"DatabaseMirror {UPSTREAM}\n" in world.log(CONFIGURATION)
+    if world.path(PREFIX).exists():
+        assert world.litter() == ""
 
 
 @pytest.mark.parametrize("folder, spoil", [
@@ -339,7 +152,8 @@ def test_a_temporary_folder_that_cannot_be_made(world, folder, spoil):
     outcome = world.run(env={"TMPDIR": folder})
     said = NEWER.format(local=1, available=3).replace("/tmp/", f"{folder}/") + "Couldn't create temp dir\n" + FULL
     assert (outcome.stdout, outcome.stderr) == (
-        BANNER + said + "Failed to download and/or verify VestRUM.cud\n" + UNCHANGED + FRESHCLAM, TRANSFER)
+        BANNER + said + "Failed to download and/or verify VestRUM.cud\n" + UNCHANGED + FRESHCLAM,
+        "tarnwick: Download failed! ERROR\n")
     assert not world.path("/srv/VestRUMdefs").exists()
 
 
@@ -355,8 +169,7 @@ def test_a_disk_with_room_for_one(world):
         world.write(f"/data/{name}", "dummy")
     world.write("/srv/vendor/mirror/main.cvd", bytes(4 * MEBIBYTE))
     world.write("/data/Vestrum.database", bytes(5 * MEBIBYTE))
-    world.write("/srv/definitions", bytes(5 * MEBIBYTE // 2))
-    world.publish("definitions", "/srv/definitions")
+    world.publish_definitions(bytes(5 * MEBIBYTE // 2))
     outcome = world.run("--datadir=/data")
     assert outcome.stdout == (
         BANNER + CURRENT + INSTALLED.replace(" 108 ", f" {5 * MEBIBYTE // 2} ") + FRESHCLAM.replace(
@@ -371,15 +184,6 @@ def test_the_whole_file_system_is_no_data_directory(world, argument):
     before = set(world.shell("stat -c '%a %U %n' / /*").splitlines())
     assert world.run(argument).status in (0, 1)
     assert before <= set(world.shell("stat -c '%a %U %n' / /*").splitlines())
-
-
-@pytest.mark.parametrize("spoil", ["rm {0}", "mount --bind {0} {0}; mount -o remount,bind,ro {0}"])
-def test_configuration_that_cannot_be_edited(world, spoil):
-    world.install(3)
-    world.program("freshclam", "echo freshclam $*")
-    world.shell(spoil.format(CONFIGURATION))
-    outcome = world.run()
-    assert (outcome.status, outcome.stdout, world.litter()) == (0, ORDINARY, "")
 
 
 AGAIN = "No internet connection available. Trying again in 5 seconds...\n"

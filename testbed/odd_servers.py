@@ -1,0 +1,80 @@
+"""Servers that nginx would never be. A machine starts one by its name: `machine.odd_server("slow", 20)`."""
+
+import socket
+import ssl
+import sys
+import time
+
+SITE = "/srv/vendor/tls"
+
+
+def ready():
+    print("ready", flush=True)
+
+
+def raw():
+    """Prints one HTTP request as it came, and has nothing."""
+    with socket.create_server(("127.0.0.1", 80)) as listener:
+        ready()
+        with listener.accept()[0] as connection:
+            print(connection.recv(9999).decode(), end="")
+            connection.sendall(b"HTTP/1.0 404 None\r\n\r\n")
+
+
+def names():
+    """A name server that says when it was asked, and never answers."""
+    server = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+    server.bind(("127.0.0.9", 53))
+    ready()
+    server.recv(512)
+    print("asked", flush=True)
+    server.recv(0)
+
+
+class SlowTls:
+    """A TLS server of one connection that is silent for a while before every half of what it sends."""
+
+    def __init__(self, connection, silence):
+        self._connection, self._silence = connection, silence
+        self._received, self._sent = ssl.MemoryBIO(), ssl.MemoryBIO()
+        context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+        context.load_cert_chain(f"{SITE}/certificate.pem", f"{SITE}/key.pem")
+        self._tls = context.wrap_bio(self._received, self._sent, server_side=True)
+        self._until_done(self._tls.do_handshake)
+        self._send()
+
+    def _until_done(self, step):
+        while True:
+            try:
+                return step()
+            except ssl.SSLWantReadError:
+                self._send()
+                self._received.write(self._connection.recv(9999))
+
+    def _send(self):
+        flight = self._sent.read()
+        middle = len(flight) // 2
+        for half in filter(None, (flight[:middle], flight[middle:])):
+            time.sleep(self._silence)
+            self._connection.sendall(half)
+
+    def answer(self, *pieces):
+        self._until_done(lambda: self._tls.read(9999))
+        for piece in pieces:
+            self._tls.write(piece)
+            self._send()
+
+
+def slow(rate):
+    """Its first address never answers; the second is silent for nine seconds, by clocks `rate` times as fast, again
+    and again, and says 3 in the end."""
+    listener = socket.create_server(("127.0.0.2", 443))
+    full = socket.create_server(("127.0.0.1", 443), backlog=0)
+    with full, socket.create_connection(("127.0.0.1", 443)):
+        ready()
+        server = SlowTls(listener.accept()[0], 9 / int(rate))
+        server.answer(b"HTTP/1.1 200 OK\r\nServer: s", b"low\r\nContent-Length: 1\r\n", b"\r\n", b"3")
+
+
+if __name__ == "__main__":
+    {"raw": raw, "names": names, "slow": slow}[sys.argv[1]](*sys.argv[2:])

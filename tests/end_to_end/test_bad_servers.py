@@ -1,0 +1,143 @@
+"""Servers that do not answer as they should, and how long they are borne."""
+
+import re
+from typing import NamedTuple
+
+import pytest
+
+from testbed import DATA, HERE, IMPOSTOR, LINKS, MACINTOSH, MIRROR, NOBODY, SILENCE, redirect
+from testbed.transcripts import BANNER, CURRENT, FETCHED, FRESHCLAM, FULL, LOCAL, SCRIPTS, SOUND, UNCHANGED
+
+VERSION = "GET /VestRUM2/Scripted/VestRUM-db-version.txt"
+CONTAINER = "GET /VestRUM2/Scripted/VestRUM.cud"
+DATABASE, DATABASE_DATE = "GET /VestRUM2/Vestrum.database", "HEAD /VestRUM2/Vestrum.database"
+INVALID = "Vestrum.database definitions file is not valid. Delete it.\n"
+UNREACHABLE = "Error occurred downloading Vestrum.database\n"
+UNKNOWN_VERSION = ("Failed to get available defs version number: ERROR\nAvailable version 0\n"
+                   "VestRUM.cud file is up-to-date\n")
+
+
+class Server(NamedTuple):
+    answer: dict | None = None  # to every download, as `Servers.answer` takes it; None closes the connection
+    address: str | None = HERE
+    saved: int | None = None  # what it sent is a file until its signature is asked for, and came with this status
+
+
+SERVERS = {
+    "refuses": Server(address=NOBODY),
+    "is unknown": Server(address=None),
+    "is an impostor": Server(address=IMPOSTOR),
+    "hangs up": Server(),
+    "cuts short": Server({"body": "half of it", "length": 20}),
+    "stalls": Server({"body": "half of it", "length": 20, "hold": True}),
+    "says nothing": Server(SILENCE),
+    "has an error": Server({"body": "<html>sorry</html>", "status": "500 Sorry"}, saved=500),
+    "has nothing": Server({}, saved=200),
+    "leads elsewhere": Server(redirect(f"https://{MIRROR}/x"), saved=404),
+    "leads to a file": Server(redirect("file:///etc/passwd")),
+    "leads in a circle": Server(redirect(CONTAINER[4:])),
+}
+
+
+@pytest.mark.parametrize("server", SERVERS.values(), ids=SERVERS)
+def test_nothing_of_a_bad_server_is_installed(world, server):
+    world.freshclam(0)
+    world.servers.place(links=server.address, content=server.address)
+    for request in (CONTAINER, DATABASE):
+        if server.answer is None:
+            world.servers.drop(request)
+        else:
+            world.servers.answer(request, **server.answer)
+    outcome = world.run(rate=60)
+    container, database = FULL + "Failed to download and/or verify VestRUM.cud\n", INVALID
+    errors = "tarnwick: Download failed! ERROR\n" * 2
+    if server.address != HERE:
+        database, errors = UNREACHABLE, "tarnwick: Download failed! ERROR\n"
+    if server.saved:
+        container = container.replace("\n\n", "\n\nDownloading VestRUM.cud [100%]\n")
+        database = "Downloading Vestrum.database [100%]\n" + INVALID
+        answered = f"tarnwick: The server answered {server.saved} for https://{LINKS}{CONTAINER[4:]}\n"
+        errors = answered * (server.saved != 200) + "tarnwick: Download failed sig check\n"
+    assert (outcome.status, outcome.stdout, outcome.stderr, world.state()) == (
+        0, BANNER + container + database + FRESHCLAM, errors, {})
+    assert (world.litter(), world.shell(f"ls {DATA}")) == ("", "bytecode.cvd\ndaily.cvd\nmain.cvd\n")
+
+
+class Silence(NamedTuple):
+    request: str
+    limit: int  # in seconds
+    given_up: str
+    borne: str = ""  # what follows from an answer that comes just in time
+
+
+@pytest.mark.parametrize("silence", [
+    Silence(VERSION, 15, LOCAL + UNKNOWN_VERSION + UNCHANGED, borne="version number 3\n"),
+    Silence(DATABASE_DATE, 15, UNREACHABLE),
+    Silence(DATABASE, 60, INVALID, borne="Downloading Vestrum.database [100%]\n")], ids=lambda silence: silence.request)
+def test_silence_is_borne_up_to_the_limit(world, silence):
+    rate = 10 * silence.limit // 15
+    in_time = {"body": "3", "pause": 0.85 * silence.limit / rate}
+    for answer, said in ((in_time, silence.borne), (SILENCE, silence.given_up + FRESHCLAM)):
+        world.freshclam(0)
+        world.install(1 if silence.request == VERSION else 3)
+        if silence.request == DATABASE:
+            world.remember({})
+        world.servers.answer(silence.request, **answer)
+        assert said in world.run(rate=rate).stdout
+    assert 0.9 * silence.limit < world.servers.held_for() * rate < 1.2 * silence.limit
+
+
+def test_whatever_arrives_is_life(world):
+    world.freshclam(0)
+    world.install(3)
+    world.servers.place(links=None, content=None)
+    world.shell("nginx -c /srv/nginx.conf -s stop"
+                f"; printf '127.0.0.1 {LINKS}\n127.0.0.2 {LINKS}\n' >>/etc/hosts; echo multi on >/etc/host.conf")
+    world.odd_server("slow", 20)
+    assert "version number 3\n" in world.run(rate=20).stdout
+
+
+@pytest.mark.parametrize("name, installed, said", [
+    ("VestRUM-2.script", 1, SCRIPTS + SOUND), ("VestRUM.cud", None, FULL + FETCHED)])
+def test_a_download_may_take_longer_than_its_links_live(world, name, installed, said):
+    world.hurry(100)
+    world.freshclam(0)
+    if installed:
+        world.install(installed)
+    world.servers.answer(f"GET /VestRUM2/Scripted/{name}", world.published(name), pause=0.1)
+    outcome = world.run(rate=100)
+    assert said in outcome.stdout and (outcome.stderr, world.version()) == ("", 3)
+
+
+def test_the_users_proxy_is_asked(world):
+    world.install(1)
+    world.freshclam(0)
+    outcome = world.run(env={"https_proxy": f"http://{NOBODY}:3128"})
+    assert (outcome.status, outcome.stdout, world.servers.requests()) == (
+        0, BANNER + LOCAL + UNKNOWN_VERSION + UNREACHABLE + FRESHCLAM, [])
+
+
+def test_a_slow_transfer_is_waited_for_and_a_redirect_followed(world):
+    body = world.container(3)
+    world.freshclam(0)
+    # Eighty seconds by the tool's clock, never ten without a byte.
+    world.servers.answer("GET /slow", body, pause=0.1)
+    world.servers.answer(CONTAINER, **redirect(f"https://{MIRROR}/slow"))
+    raw = world.launch(rate=100).end()
+    assert (raw.status, world.version()) == (1, 3)
+    shown = [int(percent) for percent in re.findall(r"Downloading VestRUM\.cud \[ *(\d+)%\]\r", raw.stdout)]
+    steps = {100 * (index + 1) * (len(body) // 8) // len(body) for index in range(8)}
+    assert len(shown) > 2 and shown == sorted(shown) and set(shown) <= steps | {100}
+    assert "\rDownloading VestRUM.cud [100%]\nVestRUM.cud (version 3)" in raw.stdout
+
+
+def test_user_agents_end_in_a_blank(world):
+    """Which nginx would not show; and a HEAD request stays one when it is sent elsewhere."""
+    world.freshclam(0)
+    world.install(3)
+    server = world.odd_server("raw")
+    world.servers.answer(DATABASE_DATE, **redirect(f"http://{MIRROR}/there"))
+    assert CURRENT + "Nothing to download for Vestrum.database\n" in world.run().stdout
+    request = server.end().stdout.split("\r\n")
+    assert request[0] == "HEAD /there HTTP/1.1"
+    assert f"User-Agent: Tarnwick/2.19.4 {MACINTOSH} " in request
