@@ -1,14 +1,10 @@
 #include "platform/platform.hpp"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <array>
-#include <cstdlib>
 #include <limits>
-#include <regex>
-
-#include "platform/property_list.hpp"
-#include "scratch.hpp"
 
 namespace tarnwick::platform {
 namespace {
@@ -23,36 +19,6 @@ TEST(Dates, FollowUnicodePatterns) {
   }
 }
 
-TEST(Dates, FollowNoLocaleThatIsNone) {
-  const auto expect = [](const std::string& name, const char* pattern) {
-    ::setenv("LC_ALL", name.c_str(), 1);
-    EXPECT_TRUE(std::regex_match(currentDateAndTime(), std::regex(pattern))) << name;
-  };
-  for (const std::string& name :
-       {std::string(), std::string("POSIX"), std::string("C.UTF-8"), std::string("en_US.UTF-8"),
-        std::string("abcdefghijkl"), "de_DE_" + std::string(200, 'A'),
-        "de.UTF-8@" + std::string(200, 'a'), std::string("../../de")}) {
-    expect(name, "[A-Z][a-z]{2} [0-9]+, 20[0-9]{2}, [0-9:]+.+[AP]M");
-  }
-  for (const auto* const name : {"de", "de_DE.UTF-8", "de_Latn_DE@euro"}) {
-    expect(name, "[0-9.]{10}, [0-9:]{8}");
-  }
-  ::unsetenv("LC_ALL");
-}
-
-TEST(PropertyLists, ComeBackAsTheyWere) {
-  const Preferences values{{"database-Last-Modified", "Sun, 15 Nov 2026 22:58:00 GMT"},
-                           {"<&>", "a\"b'c <é> &amp; ]]>\t "}};
-  EXPECT_EQ(parsePropertyList(formatPropertyList(values)), values);
-  EXPECT_EQ(parsePropertyList(formatPropertyList({})), Preferences());
-  // What would not is not stored, and the rest is.
-  for (const std::string& text :
-       {std::string("a\0b", 3), std::string("\xFF"), std::string("\r"), std::string("a\x1B")}) {
-    const Preferences mixed{{"key", text}, {text, "value"}, {"sound", "value"}};
-    EXPECT_EQ(parsePropertyList(formatPropertyList(mixed)), Preferences({{"sound", "value"}}));
-  }
-}
-
 TEST(Processes, AreListedWithoutTheOldest) {
   std::array<pid_t, 1> newest{};
   EXPECT_EQ(listProcesses(newest), 1U);
@@ -60,24 +26,6 @@ TEST(Processes, AreListedWithoutTheOldest) {
   std::array<char, 4096> buffer{};
   EXPECT_TRUE(executablePathOf(::getpid(), buffer).ends_with("tarnwick_unit_tests"));
   EXPECT_EQ(executablePathOf(std::numeric_limits<pid_t>::max(), buffer), "");
-}
-
-TEST(Engine, MustBeRootsAlone) {
-  if (::geteuid() != 0) GTEST_SKIP() << "needs files that belong to root";
-  using std::filesystem::perms;
-  const test::Scratch scratch;
-  const std::string engine = scratch.write("engine", "x");
-  std::filesystem::create_symlink(engine, scratch.path("link"));
-  const auto sound = [&](perms program, perms folder) {
-    std::filesystem::permissions(engine, program);
-    std::filesystem::permissions(scratch.path(""), folder);
-    return engineSignatureIsSound(scratch.path("link"));
-  };
-  EXPECT_TRUE(sound(perms(0755), perms(0755)));
-  EXPECT_FALSE(sound(perms(0644), perms(0755)));
-  EXPECT_FALSE(sound(perms(0775), perms(0755)));
-  EXPECT_FALSE(sound(perms(0755), perms(0777)));
-  EXPECT_FALSE(engineSignatureIsSound(scratch.path("missing")));
 }
 
 }  // namespace
