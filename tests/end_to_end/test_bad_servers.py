@@ -75,7 +75,7 @@ class Silence(NamedTuple):
     Silence(DATABASE_DATE, 15, UNREACHABLE),
     Silence(DATABASE, 60, INVALID, borne="Downloading Vestrum.database [100%]\n")], ids=lambda silence: silence.request)
 def test_silence_is_borne_up_to_the_limit(world, silence):
-    rate = 10 * silence.limit // 15
+    rate = 5 * silence.limit // 15  # so that what a busy machine adds stays small beside the limit
     in_time = {"body": "3", "pause": 0.85 * silence.limit / rate}
     for answer, said in ((in_time, silence.borne), (SILENCE, silence.given_up + FRESHCLAM)):
         world.freshclam(0)
@@ -84,7 +84,7 @@ def test_silence_is_borne_up_to_the_limit(world, silence):
             world.remember({})
         world.servers.answer(silence.request, **answer)
         assert said in world.run(rate=rate).stdout
-    assert 0.9 * silence.limit < world.servers.held_for() * rate < 1.2 * silence.limit
+    assert 0.8 * silence.limit < world.servers.held_for() * rate < 1.5 * silence.limit
 
 
 def test_whatever_arrives_is_life(world):
