@@ -138,7 +138,7 @@ bool replaceFile(const RunContext& context, const VendorSession& session, Item i
   const bool valid = DVSUDSAVerifier::validatePathWithEncodedDSASignatureWithPublicDSAKey(
       item.temporaryFile, signature, session.publicKey);
   const std::optional<std::uintmax_t> downloaded = sizeOf(item.temporaryFile);
-  if (!valid || !downloaded) {
+  if (!valid || !signature || !downloaded) {
     printMessage(context, "Vestrum.{} definitions file is not valid. Delete it.", item.name);
     removeTree(item.temporaryFile);
     return false;

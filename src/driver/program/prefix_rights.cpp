@@ -58,8 +58,8 @@ void reportPrefixRights() {
   if (found.empty()) return;
   std::string first = found.front();
   // The name may be somebody else's choice: it stays within its line.
-  std::ranges::replace_if(
-      first, [](unsigned char c) { return c < ' '; }, '?');
+  const auto breaksTheLine = [](unsigned char c) { return c < ' '; };
+  std::ranges::replace_if(first, breaksTheLine, '?');
   const std::string more =
       found.size() > 1 ? fmt::format(" (and {} more)", found.size() - 1) : std::string();
   platformLog(
