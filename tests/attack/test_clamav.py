@@ -170,3 +170,18 @@ def test_database_folders(world, name):
         outcome = world.run(*arguments)
         assert outcome.status in (0, 1) and "secret" not in outcome.stdout + outcome.stderr
         assert outside(world, modes) == before
+
+
+@pytest.mark.parametrize("target", [SECRET, f"{PREFIX}/etc/freshclam.conf", "/etc/pwned"])
+def test_links_in_a_logs_place(world, target):
+    """The folder in which ClamAV keeps its logs is clamav's as well."""
+    log = "/var/log/clamav/a.log"
+    world.freshclam(0, 0)
+    world.install(3)
+    world.write(SECRET, "secret", 0o600)
+    world.shell(f"install -d -o clamav -g clamav /var/log/clamav; ln -s {target} {log}")
+    before = outside(world)
+    for arguments in ([], ["--remove-old-first"]):
+        assert world.run(*arguments, f"--log={log}").status in (0, 1)
+        assert outside(world) == before
+    assert world.log(log).startswith(BANNER) and world.shell(f"stat -c '%U %a' {log}") == "clamav 666\n"

@@ -15,6 +15,11 @@ namespace tarnwick {
 namespace {
 
 void makeLogAnew(const std::string& log) {
+  if (othersCanPlaceLink(log)) {  // at any moment, so that no step may follow one
+    openLogToAll(log);
+    runShellCommand(fmt::format("chown -h clamav:clamav {}", log));
+    return;
+  }
   runShellCommand(fmt::format("touch {}", log));
   runShellCommand(fmt::format("chown clamav:clamav {}", log));
   runShellCommand(fmt::format("chmod a+rw {}", log));

@@ -4,17 +4,21 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
+
 #include "base/file_descriptor.hpp"
 
 namespace tarnwick {
 
 namespace {
 
+constexpr mode_t openToAll = 0666;
+
 /// A log that is made here is open to all at once: `freshclam` writes to it as a user of its own.
 FileDescriptor openOrMake(const std::string& path) {
   // A named pipe without a reader would keep the run waiting.
-  constexpr int flags = O_WRONLY | O_CREAT | O_APPEND | O_NONBLOCK | O_CLOEXEC;
-  constexpr mode_t openToAll = 0666;
+  const int following = othersCanPlaceLink(path) ? O_NOFOLLOW : 0;
+  const int flags = O_WRONLY | O_CREAT | O_APPEND | O_NONBLOCK | O_CLOEXEC | following;
   FileDescriptor made(::open(path.c_str(), flags | O_EXCL, openToAll));
   if (!made.isOpen()) return FileDescriptor(::open(path.c_str(), flags, openToAll));
   ::fchmod(made.get(), openToAll);
@@ -22,6 +26,24 @@ FileDescriptor openOrMake(const std::string& path) {
 }
 
 }  // namespace
+
+bool othersCanPlaceLink(const std::string& path) {
+  const std::filesystem::path folder = std::filesystem::path(path).parent_path();
+  struct stat status = {};
+  if (::stat(folder.empty() ? "." : folder.c_str(), &status) != 0) return false;
+  const bool ours = status.st_uid == 0 || status.st_uid == ::geteuid();
+  const bool shared = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+  return !ours || (shared && (status.st_mode & S_ISVTX) == 0);
+}
+
+void openLogToAll(const std::string& path) {
+  const FileDescriptor file(
+      ::open(path.c_str(), O_RDONLY | O_CREAT | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC, openToAll));
+  struct stat status = {};
+  if (!file.isOpen() || ::fstat(file.get(), &status) != 0) return;
+  ::futimens(file.get(), nullptr);
+  ::fchmod(file.get(), (status.st_mode & 07777) | openToAll);
+}
 
 void LogFile::open(const std::string& path) {
   close();
