@@ -50,8 +50,9 @@ void wipeDatabases(const RunContext& context) {
   const DataDirectoryUse use = dataDirectoryUse(context);
   if (use == DataDirectoryUse::nothing) return;
   removeTree(inDataDirectory(context, containerName));
-  for (const VendorItem& item : vendorItems())
+  for (const VendorItem& item : vendorItems()) {
     removeTree(inDataDirectory(context, item.fileName()));
+  }
   // Patterns must not reach the root of the file system.
   if (use != DataDirectoryUse::commands) return;
   for (const auto* const pattern : {"*.cld", "*.cvd"}) {
