@@ -181,9 +181,14 @@ class World(Machine):
         """The prefix's sigtool, and a script that comes before it."""
         self.program("sigtool", f'{before}\nexec /repository/packaging/linux/sigtool "$@"')
 
-    def replace(self, program, other):
-        """Something else goes by the name of one of the system's programs."""
-        self.shell(f"mount --bind {other} /usr/bin/{program}")
+    def spoil(self, how, answers):
+        """Something is put out of order, by a script or by a function of the world, and servers give these answers."""
+        for request, answer in answers.items():
+            self.servers.answer(request, **answer)
+        if callable(how):
+            how(self)
+        else:
+            self.shell(how)
 
     def shut(self, folder):
         """Not even root can write there."""

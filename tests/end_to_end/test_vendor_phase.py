@@ -1,19 +1,16 @@
 """The vendor's own definitions: whole transcripts of runs, every way in which a step can fail, and what is left."""
 
-import io
 import time
-import zipfile
+from typing import Callable, NamedTuple
 
 import pytest
 
-from testbed import BIN, CONFIGURATION, DATA, LINKS, MACINTOSH, NOBODY, OLDER_STATE, PREFIX, definitions_text, sample
+from testbed import BIN, CONFIGURATION, DATA, LINKS, MACINTOSH, NOBODY, OLDER_STATE, PREFIX, sample
 from testbed.transcripts import (BANNER, CURRENT, FETCHED, FRESHCLAM, FULL, INSTALLED, LOCAL, NEWER, SCRIPTS, SOUND,
                                UNCHANGED, WARNING)
-from testbed.machine import seen_inside
-from testbed.world import EXECUTABLE
 
+SITE = "/srv/vendor/site"
 SCRIPTED = "/VestRUM2/Scripted/"
-DATABASE = "/VestRUM2/Vestrum.database"
 
 
 def paths(world):
@@ -91,28 +88,11 @@ def test_a_connection_that_was_closed_is_resumed(world):
     assert [request.reused for request in requests] == [".", "r", "r", "r", "r"]
 
 
-def shut(world, path):
-    """A folder that not even root can write to."""
-    world.shell(f"mkdir -pm 700 {path}; mount -t tmpfs -o ro,mode=700 shut {path}")
-
-
-def replace(world, program, other):
-    world.shell(f"mount --bind /usr/bin/{other} /usr/bin/{program}")
-
-
-def sigtool_failing_at(world, option):
-    world.program("sigtool", f'case $1 in {option}*) exit 1 ;; esac\nexec /repository/packaging/linux/sigtool "$@"')
-
-
-def remove(world, name):
-    world.shell(f"rm /srv/vendor/site{SCRIPTED}{name}")
-
-
 def answered(status, *names):
     return "".join(f"tarnwick: The server answered {status} for https://{LINKS}{SCRIPTED}{name}\n" for name in names)
 
 
-def another_secret(world):
+def links_with_another_secret(world):
     world.shell(f"sed -i s/Kesto-Ra/another/ /srv/site.conf; rm {DATA}/VestRUM.cud")
     world.servers.restart()
 
@@ -122,175 +102,98 @@ def servers_two_minutes_ahead(world):
     world.hurry(2, since=time.time() - 120)
 
 
-TAMPERED = "tarnwick: Download failed sig check\n"
-UNVERIFIED = "Failed to download and/or verify VestRUM.cud\n"
-ERROR = "Failed to get available defs version number: ERROR\n"
+def no_links_host(world):
+    world.servers.place(links=NOBODY)
+
+
+def no_work_folder(world):
+    world.shut("/tmp/tarnwick-0")
+
+
+FAILED, TAMPERED = "tarnwick: Download failed! ERROR\n", "tarnwick: Download failed sig check\n"
+WHOLE = FULL + FETCHED
+UNVERIFIED = FULL + "Downloading VestRUM.cud [100%]\nFailed to download and/or verify VestRUM.cud\n"
+UP_TO_DATE = "VestRUM.cud file is up-to-date\n"
 REJECTED = "DB integrity check failed. Deleting the new VestRUM.cud file.\n"
-REJECTED_WHOLE = ("Downloading VestRUM.cud [100%]\n"
+REJECTED_WHOLE = (FULL + "Downloading VestRUM.cud [100%]\n"
                   "VestRUM.cud DB integrity check failed. Deleting the newly downloaded file\n")
 OLD = NEWER.format(local=1, available=3)
-# What is broken, what is said about it, standard error, and the version installed in the end.
+CUT_OFF = {"body": "x", "length": 99}
+TAR = "mount --bind /usr/bin/{} /usr/bin/tar"
+HEADER = f"printf %s {{}} >{DATA}/VestRUM.cud"
+
+
+class ContainerFailure(NamedTuple):
+    said: str
+    version: int = 3  # what is installed in the end; 1 was before
+    errors: str = ""
+    spoil: str | Callable = "true"
+    answers: dict = {}  # of the servers
+    sigtool: str = "none"  # the option that fails
+    clamscan: str | None = None  # a script in its place
+
+
 CONTAINER_FAILURES = {
-    "nothing listens": (lambda w: w.servers.place(links=NOBODY), LOCAL + ERROR + "Available version 0\n"
-                        "VestRUM.cud file is up-to-date\n", "", 1),
-    "empty version": (lambda w: w.servers.answer(f"GET {SCRIPTED}VestRUM-db-version.txt"),
-                      LOCAL + "Available version 0\nVestRUM.cud file is up-to-date\n", "", 1),
-    "no work folder": (lambda w: shut(w, "/tmp/tarnwick-0"), OLD + "Couldn't create temp dir\n" + FULL + UNVERIFIED,
-                       "tarnwick: Download failed! ERROR\n", 1),
-    "unpacking": (lambda w: sigtool_failing_at(w, "--unpack"), OLD + "Couldn't unpack cud file\n" + FULL + FETCHED,
-                  "", 3),
-    "script missing": (lambda w: remove(w, "VestRUM-3.script"), OLD + "Downloading VestRUM-2.script [ 50%]\n"
-                       "Failed to download and verify VestRUM-3.script\nProcessing updates…\n" + FULL + FETCHED,
-                       answered(404, "VestRUM-3.script") + TAMPERED, 3),
-    "script cut": (lambda w: w.servers.answer(f"GET {SCRIPTED}VestRUM-2.script", "x", length=9), OLD
-                   + "Failed to download and verify VestRUM-2.script\nProcessing updates…\n" + FULL + FETCHED, "", 3),
-    "applying": (lambda w: sigtool_failing_at(w, "--run"), OLD + SCRIPTS + FULL + FETCHED, "", 3),
-    "packing": (lambda w: replace(w, "tar", "false"), OLD + SCRIPTS + "Repackage failed\n" + FULL + FETCHED, "", 3),
-    "no archive": (lambda w: replace(w, "tar", "true"), OLD + SCRIPTS
-                   + "Couldn't generate checksum of new cud file\n" + FULL + FETCHED, "", 3),
-    "joining": (lambda w: replace(w, "cat", "false"), OLD + SCRIPTS
-                + "Couldn't write header of new cud file\n" + FULL + FETCHED, "", 3),
-    "scanner once": (lambda w: w.program("clamscan", "[ -e /srv/once ] || { >/srv/once; exit 1; }"), OLD + SCRIPTS
-                     + REJECTED + FULL + FETCHED, "", 3),
-    "scanner": (lambda w: w.program("clamscan", "exit 1"), OLD + SCRIPTS + REJECTED + FULL + REJECTED_WHOLE, "", 1),
-    "scanner missing": (lambda w: w.shell(f"rm {BIN}/clamscan"), OLD + SCRIPTS + REJECTED + FULL + REJECTED_WHOLE, "",
-                        1),
-    "whole unsigned": (lambda w: (w.shell(f"rm {DATA}/VestRUM.cud"), remove(w, "VestRUM.cud.signature")), FULL
-                       + "Downloading VestRUM.cud [100%]\n" + UNVERIFIED,
-                       answered(404, "VestRUM.cud.signature") + TAMPERED, 0),
-    "another secret": (another_secret, FULL + "Downloading VestRUM.cud [100%]\n" + UNVERIFIED,
-                       answered(403, "VestRUM.cud", "VestRUM.cud.signature") + TAMPERED, 0),
-    "clock slow": (servers_two_minutes_ahead, FULL + "Downloading VestRUM.cud [100%]\n" + UNVERIFIED,
-                   answered(410, "VestRUM.cud", "VestRUM.cud.signature") + TAMPERED, 0),
-    "version 0": (lambda w: w.write(f"{DATA}/VestRUM.cud", "x" * 600), "Local version 0\n" + FULL + FETCHED, "", 3),
-    "empty": (lambda w: w.write(f"{DATA}/VestRUM.cud"), "Unable to read header for file VestRUM.cud\n"
-              "Local version 0\n" + FULL + FETCHED, "", 3),
+    "nothing listens": ContainerFailure(
+        LOCAL + "Failed to get available defs version number: ERROR\nAvailable version 0\n" + UP_TO_DATE, 1,
+        spoil=no_links_host),
+    "empty version": ContainerFailure(LOCAL + "Available version 0\n" + UP_TO_DATE, 1,
+                                      answers={f"GET {SCRIPTED}VestRUM-db-version.txt": {}}),
+    "no work folder": ContainerFailure(
+        OLD + "Couldn't create temp dir\n" + FULL + "Failed to download and/or verify VestRUM.cud\n", 1, FAILED,
+        no_work_folder),
+    "unpacking": ContainerFailure(OLD + "Couldn't unpack cud file\n" + WHOLE, sigtool="--unpack"),
+    "script missing": ContainerFailure(
+        OLD + "Downloading VestRUM-2.script [ 50%]\nFailed to download and verify VestRUM-3.script\nProcessing updates…\n"
+        + WHOLE, errors=answered(404, "VestRUM-3.script") + TAMPERED, spoil=f"rm {SITE}{SCRIPTED}VestRUM-3.script"),
+    "script cut": ContainerFailure(
+        OLD + "Failed to download and verify VestRUM-2.script\nProcessing updates…\n" + WHOLE,
+        answers={f"GET {SCRIPTED}VestRUM-2.script": CUT_OFF}),
+    "applying": ContainerFailure(OLD + SCRIPTS + WHOLE, sigtool="--run"),
+    "packing": ContainerFailure(OLD + SCRIPTS + "Repackage failed\n" + WHOLE, spoil=TAR.format("false")),
+    "no archive": ContainerFailure(
+        OLD + SCRIPTS + "Couldn't generate checksum of new cud file\n" + WHOLE, spoil=TAR.format("true")),
+    "joining": ContainerFailure(OLD + SCRIPTS + "Couldn't write header of new cud file\n" + WHOLE,
+                                spoil="mount --bind /usr/bin/false /usr/bin/cat"),
+    "scanner once": ContainerFailure(OLD + SCRIPTS + REJECTED + WHOLE,
+                                     clamscan="[ -e /srv/once ] || { >/srv/once; exit 1; }"),
+    "scanner": ContainerFailure(OLD + SCRIPTS + REJECTED + REJECTED_WHOLE, 1, clamscan="exit 1"),
+    "scanner missing": ContainerFailure(OLD + SCRIPTS + REJECTED + REJECTED_WHOLE, 1, spoil=f"rm {BIN}/clamscan"),
+    "whole unsigned": ContainerFailure(
+        UNVERIFIED, 0, answered(404, "VestRUM.cud.signature") + TAMPERED,
+        f"rm {DATA}/VestRUM.cud {SITE}{SCRIPTED}VestRUM.cud.signature"),
+    "another secret": ContainerFailure(
+        UNVERIFIED, 0, answered(403, "VestRUM.cud", "VestRUM.cud.signature") + TAMPERED,
+        links_with_another_secret),
+    "clock slow": ContainerFailure(
+        UNVERIFIED, 0, answered(410, "VestRUM.cud", "VestRUM.cud.signature") + TAMPERED,
+        servers_two_minutes_ahead),
+    "version 0": ContainerFailure("Local version 0\n" + WHOLE, spoil=HEADER.format("x" * 600)),
+    "version below 0": ContainerFailure("Local version -5\n" + WHOLE, spoil=HEADER.format("a:b:-5:d:e:f:g:h:0")),
+    "newer than all": ContainerFailure(CURRENT.replace("version 3", "version 9", 1), 9,
+                                       spoil=HEADER.format("a:b:9:d:e:f:g:h:0")),
+    "empty": ContainerFailure("Unable to read header for file VestRUM.cud\nLocal version 0\n" + WHOLE,
+                              spoil=f">{DATA}/VestRUM.cud"),
 }
 
 
 @pytest.mark.parametrize("name", CONTAINER_FAILURES)
-def test_container_failures(world, name):
-    prepare, said, errors, version = CONTAINER_FAILURES[name]
+def test_what_a_container_failure_leads_to(world, name):
+    failure = CONTAINER_FAILURES[name]
     world.freshclam(0)
     world.install(1)
     world.write(f"{DATA}/Vestrum.ndb", "kept until the container takes its place")
-    prepare(world)
+    world.sigtool(f"case $1 in {failure.sigtool}*) exit 1 ;; esac")
+    if failure.clamscan:
+        world.program("clamscan", failure.clamscan)
+    world.spoil(failure.spoil, failure.answers)
     outcome = world.run()
     assert (outcome.status, outcome.stdout, outcome.stderr) == (
-        0, WARNING * (name == "scanner missing") + BANNER + said + UNCHANGED + FRESHCLAM, errors)
-    assert world.version() == version
-    assert ("hdb-Last-Modified" in world.state()) == (version == 3)
-    assert world.path(f"{DATA}/Vestrum.ndb").exists() == (version != 3)
-    if "folder" not in name:
-        assert world.litter() == ""
-
-
-def publish_again(world, text=definitions_text(2)):
-    world.write("/srv/definitions", text)
-    world.publish(*(["definitions", "/srv/definitions"] if text else ["withdraw"]))
-
-
-FETCHED_DATABASE = "Downloading Vestrum.database [100%]\n"
-INVALID = "Vestrum.database definitions file is not valid. Delete it.\n"
-WITHDRAWN = (FETCHED_DATABASE + "Vestrum.database is valid and has file size: 0 bytes\nDownloaded file is deliberately "
-             "empty, delete Vestrum.database from defs db directory.\n")
-FAILED = "tarnwick: Download failed! ERROR\n"
-# What is broken, what is said, standard error, whether the new date is stored, and what is left of the installed file.
-DEFINITIONS_FAILURES = {
-    "nothing listens": (lambda w: w.servers.place(content=NOBODY),
-                        "Error occurred downloading Vestrum.database\n", "", False, 1),
-    "busy": (lambda w: w.servers.answer(f"HEAD {DATABASE}", status="503 Later"),
-             "Error occurred downloading Vestrum.database\n", "", False, 1),
-    "not there": (lambda w: w.shell(f"rm -r /srv/vendor/site/VestRUM2/{DATABASE[10:]}"),
-                  "Nothing to download for Vestrum.database\n", "", False, 1),
-    "same": (lambda w: None, UNCHANGED, "", True, 1),
-    "same but lost": (lambda w: w.shell(f"rm {DATA}/Vestrum.database"), INSTALLED, "", True, 1),
-    "half a pair": (lambda w: w.shell(f"rm {DATA}/Vestrum.database.signature"), INSTALLED, "", True, 1),
-    "new": (publish_again, INSTALLED, "", True, 2),
-    "new, scanner content with nothing": (lambda w: (publish_again(w), w.program("clamscan", "exit 2")),
-                                          INSTALLED, "", True, 2),
-    "unsigned": (lambda w: (publish_again(w), w.servers.answer(f"GET {DATABASE}.signature", "bm9wZQ==")),
-                 FETCHED_DATABASE + INVALID, "", False, 1),
-    "signature empty": (lambda w: (publish_again(w), w.servers.answer(f"GET {DATABASE}.signature")),
-                        FETCHED_DATABASE + INVALID, "", False, 1),
-    "cut short": (lambda w: (publish_again(w), w.servers.answer(f"GET {DATABASE}", "x", length=99)),
-                  INVALID, FAILED, False, 1),
-    "withdrawn": (lambda w: publish_again(w, ""), WITHDRAWN, "", True, None),
-    "no room": (lambda w: (publish_again(w), shut(w, "/tmp/tarnwick-0")), INVALID, FAILED, False, 1),
-}
-
-
-@pytest.mark.parametrize("name", DEFINITIONS_FAILURES)
-def test_definitions_failures(world, name):
-    prepare, said, errors, stored, left = DEFINITIONS_FAILURES[name]
-    world.freshclam(0)
-    world.install(3)
-    before = world.state()
-    prepare(world)
-    after = {"database-Last-Modified": world.modified("Vestrum.database")} if stored else before
-    outcome = world.run()
-    assert outcome.stdout == BANNER + CURRENT + said + FRESHCLAM
-    assert (outcome.status, outcome.stderr, world.state()) == (int(stored and said != UNCHANGED), errors, after)
-    file = world.path(f"{DATA}/Vestrum.database")
-    assert (file.read_text() if file.exists() else None) == (left and definitions_text(left))
-
-
-def archive(*names, text=definitions_text(2)):
-    """A zip archive of files, and of folders where a name ends in a slash."""
-    stream = io.BytesIO()
-    with zipfile.ZipFile(stream, "w", zipfile.ZIP_DEFLATED) as made:
-        for name in names:
-            made.writestr(name, "" if name.endswith("/") else text)
-    return stream.getvalue()
-
-
-MOVED = "DB integrity check is sound. Move Vestrum.ndb into place\n"
-SPOILT = "DB integrity check failed. Deleting the new Vestrum.ndb file.\n"
-EMPTY = "Downloaded file is deliberately empty, delete Vestrum.ndb from defs db directory.\n"
-# A zipped item: what is published, what else is wrong, what is said, and what is left of the installed file.
-ZIPPED_ITEMS = {
-    "sound": (archive("Vestrum.ndb"), None, MOVED, 2),
-    "with a warning": (b"more" + archive("Vestrum.ndb"), None, SPOILT, 1),
-    "of something else": (archive("Vestrum.other"), None, EMPTY, None),
-    "of an empty file": (archive("Vestrum.ndb", text=""), None, EMPTY, None),
-    "of a folder": (archive("Vestrum.ndb/"), None, SPOILT, 1),
-    "cut off": (archive("Vestrum.ndb")[:-30], None, SPOILT, 1),
-    "no unzip": (archive("Vestrum.ndb"), lambda w: w.shell("mount --bind /dev/null /usr/bin/unzip"), SPOILT, 1),
-    "disk full": (archive("Vestrum.ndb", text="x" * 3_000_000),
-                  lambda w: w.shell("mount -t tmpfs -o size=1m tmp /tmp"), SPOILT, 1),
-    "left behind": (archive("Vestrum.other"), lambda w: w.shell(
-        "mkdir -m 700 /tmp/tarnwick-0; echo unsigned >/tmp/tarnwick-0/Vestrum.ndb"), EMPTY, None),
-}
-
-
-@pytest.mark.parametrize("name", ZIPPED_ITEMS)
-def test_zipped_items(world, name):
-    published, spoil, said, left = ZIPPED_ITEMS[name]
-    world.write(f"{DATA}/Vestrum.ndb", definitions_text(1))
-    site = "/srv/vendor/site/VestRUM2/Vestrum.ndb.zip"
-    world.write(site, published)
-    world.shell(f"openssl dgst -sha1 -binary {site} | openssl dgst -sha1 -sign /srv/vendor/private.pem | base64 -w0 "
-                f">{site}.signature")
-    if spoil:
-        spoil(world)
-    outcome = world.finish(world.start(seen_inside(EXECUTABLE.parent / "tests/unit/tarnwick_update_item"), "ndb.zip"))
-    assert outcome.stdout == (f"Downloading Vestrum.ndb [100%]\nVestrum.ndb.zip is valid and has file size: "
-                              f"{len(published)} bytes\n{said}")
-    assert (outcome.status, world.state()) == (int(said != SPOILT), {
-        "ndb-Last-Modified": "stored before" if said == SPOILT else world.modified("Vestrum.ndb.zip")})
-    file = world.path(f"{DATA}/Vestrum.ndb")
-    assert (file.read_text() if file.exists() else None) == (left and definitions_text(left))
-    assert not world.path("/tmp/tarnwick-0/Vestrum.ndb.zip").exists()
-
-
-def test_withdrawn_file_is_not_asked_for_again(world):
-    world.freshclam(0, 0)
-    world.install(3)
-    publish_again(world, "")
-    assert world.run().status == 1
-    again = world.run()
-    assert (again.status, again.stdout) == (0, BANNER + CURRENT + UNCHANGED + FRESHCLAM)
-    assert world.shell(f"cd {DATA} && ls -d V*") == "VestRUM.cud\n"
+        0, WARNING * (name == "scanner missing") + BANNER + failure.said + UNCHANGED + FRESHCLAM, failure.errors)
+    assert world.version() == failure.version
+    assert ("hdb-Last-Modified" in world.state()) == (failure.version == 3)
+    assert world.path(f"{DATA}/Vestrum.ndb").exists() == (failure.version != 3)
+    assert failure.spoil == no_work_folder or world.litter() == ""
 
 
 def test_an_older_domain_serves_one_run(world):

@@ -1,0 +1,171 @@
+"""The vendor's signed files beside the container: what becomes of each, and of one more, which comes zipped."""
+
+import io
+import zipfile
+from typing import Callable, NamedTuple
+
+import pytest
+
+from testbed import BIN, DATA, NOBODY, TOOL, definitions_text
+from testbed.machine import seen_inside
+from testbed.transcripts import BANNER, CURRENT, FRESHCLAM, INSTALLED, UNCHANGED
+from testbed.world import EXECUTABLE
+
+SITE = "/srv/vendor/site"
+DATABASE = "/VestRUM2/Vestrum.database"
+FAILED = "tarnwick: Download failed! ERROR\n"
+
+
+def no_content_host(world):
+    world.servers.place(content=NOBODY)
+
+
+def no_work_folder(world):
+    world.shut("/tmp/tarnwick-0")
+
+
+FETCHED_DATABASE = "Downloading Vestrum.database [100%]\n"
+INVALID = "Vestrum.database definitions file is not valid. Delete it.\n"
+UNREACHABLE = "Error occurred downloading Vestrum.database\n"
+
+
+class Definitions(NamedTuple):
+    said: str = INSTALLED
+    stored: bool = True  # the new date is remembered
+    left: int | None = 1  # which text is installed in the end
+    errors: str = ""
+    published: str | None = None  # a new text; the one with number 1 was installed
+    spoil: str | Callable = "true"
+    answers: dict = {}  # of the servers
+
+
+DEFINITIONS = {
+    "nothing listens": Definitions(UNREACHABLE, False, spoil=no_content_host),
+    "busy": Definitions(UNREACHABLE, False, answers={f"HEAD {DATABASE}": {"status": "503 Later"}}),
+    "not there": Definitions("Nothing to download for Vestrum.database\n", False, spoil=f"rm -r {SITE}{DATABASE}"),
+    "same": Definitions(UNCHANGED),
+    "same but lost": Definitions(spoil=f"rm {DATA}/Vestrum.database"),
+    "half a pair": Definitions(spoil=f"rm {DATA}/Vestrum.database.signature"),
+    "new": Definitions(left=2, published=definitions_text(2)),
+    "new, scanner content with nothing": Definitions(left=2, published=definitions_text(2),
+                                                     spoil=f"ln -sf /bin/false {BIN}/clamscan"),
+    "unsigned": Definitions(FETCHED_DATABASE + INVALID, False, published=definitions_text(2),
+                            answers={f"GET {DATABASE}.signature": {"body": "bm9wZQ=="}}),
+    "signature empty": Definitions(FETCHED_DATABASE + INVALID, False, published=definitions_text(2),
+                                   answers={f"GET {DATABASE}.signature": {}}),
+    "cut short": Definitions(INVALID, False, 1, FAILED, definitions_text(2), answers={f"GET {DATABASE}": {"body": "x", "length": 99}}),
+    "withdrawn": Definitions(
+        FETCHED_DATABASE + "Vestrum.database is valid and has file size: 0 bytes\nDownloaded file is deliberately "
+        "empty, delete Vestrum.database from defs db directory.\n", left=None, published=""),
+    "no room": Definitions(INVALID, False, 1, FAILED, definitions_text(2), no_work_folder),
+}
+
+
+def text_of(world, name):
+    file = world.path(f"{DATA}/{name}")
+    return file.read_text() if file.exists() else None
+
+
+@pytest.mark.parametrize("row", DEFINITIONS.values(), ids=DEFINITIONS)
+def test_what_becomes_of_definitions(world, row):
+    world.freshclam(0)
+    world.install(3)
+    before = world.state()
+    if row.published is not None:
+        world.publish_definitions(row.published)
+    world.spoil(row.spoil, row.answers)
+    after = {"database-Last-Modified": world.modified("Vestrum.database")} if row.stored else before
+    outcome = world.run()
+    assert outcome.stdout == BANNER + CURRENT + row.said + FRESHCLAM
+    assert (outcome.status, outcome.stderr, world.state()) == (
+        int(row.stored and row.said != UNCHANGED), row.errors, after)
+    assert text_of(world, "Vestrum.database") == (row.left and definitions_text(row.left))
+
+
+def archive(*names, text=definitions_text(2)):
+    """A zip archive of files, and of folders where a name ends in a slash."""
+    stream = io.BytesIO()
+    with zipfile.ZipFile(stream, "w", zipfile.ZIP_DEFLATED) as made:
+        for name in names:
+            made.writestr(name, "" if name.endswith("/") else text)
+    return stream.getvalue()
+
+
+def test_withdrawn_file_is_not_asked_for_again(world):
+    world.freshclam(0, 0)
+    world.install(3)
+    world.publish_definitions("")
+    assert world.run().status == 1
+    again = world.run()
+    assert (again.status, again.stdout) == (0, BANNER + CURRENT + UNCHANGED + FRESHCLAM)
+    assert world.shell(f"cd {DATA} && ls -d V*") == "VestRUM.cud\n"
+
+
+SECOND = "Vestrum.second.ndb"
+MOVED = f"DB integrity check is sound. Move {SECOND} into place\n"
+SPOILT = f"DB integrity check failed. Deleting the new {SECOND} file.\n"
+EMPTY = f"Downloaded file is deliberately empty, delete {SECOND} from defs db directory.\n"
+
+
+@pytest.fixture(name="two_items")
+def world_of_two_items(world):
+    """A row in the table of items is all that the tool needs for a second one."""
+    world.install(3)
+    world.freshclam(0, 0, 0)
+    world.shell(f"cp {seen_inside(EXECUTABLE.parent / 'tests/unit/tarnwick_two_items')} {TOOL}")
+    return world
+
+
+class ZippedItem(NamedTuple):
+    published: bytes = archive(SECOND)
+    said: str = SPOILT
+    left: int | None = 1  # which text is installed in the end; 1 was before
+    spoil: str = "true"
+
+
+ZIPPED_ITEMS = {
+    "sound": ZippedItem(said=MOVED, left=2),
+    "with a warning": ZippedItem(b"more" + archive(SECOND)),
+    "of something else": ZippedItem(archive("Vestrum.other"), EMPTY, None),
+    "of an empty file": ZippedItem(archive(SECOND, text=""), EMPTY, None),
+    "of a folder": ZippedItem(archive(SECOND + "/")),
+    "cut off": ZippedItem(archive(SECOND)[:-30]),
+    "no unzip": ZippedItem(spoil="mount --bind /dev/null /usr/bin/unzip"),
+    "disk full": ZippedItem(archive(SECOND, text="x" * 3_000_000), spoil="mount -t tmpfs -o size=1m tmp /tmp"),
+    "left behind": ZippedItem(archive("Vestrum.other"), EMPTY, None,
+                              f"mkdir -m 700 /tmp/tarnwick-0; echo unsigned >/tmp/tarnwick-0/{SECOND}"),
+}
+
+
+@pytest.mark.parametrize("row", ZIPPED_ITEMS.values(), ids=ZIPPED_ITEMS)
+def test_what_becomes_of_a_zipped_item(two_items, row):
+    world = two_items
+    world.write(f"{DATA}/{SECOND}", definitions_text(1))
+    remembered = world.state() | {"second.ndb-Last-Modified": "some date"}
+    world.remember(remembered)
+    world.publish_item(f"{SECOND}.zip", row.published)
+    world.shell(row.spoil)
+    outcome = world.run()
+    assert (outcome.status, outcome.stdout) == (int(row.said != SPOILT), BANNER + CURRENT + UNCHANGED + (
+        f"Downloading {SECOND} [100%]\n{SECOND}.zip is valid and has file size: {len(row.published)} bytes\n{row.said}"
+        ) + FRESHCLAM)
+    if row.said != SPOILT:
+        remembered["second.ndb-Last-Modified"] = world.modified(f"{SECOND}.zip")
+    assert world.state() == remembered
+    assert text_of(world, SECOND) == (row.left and definitions_text(row.left))
+    assert not world.path(f"/tmp/tarnwick-0/{SECOND}.zip").exists()
+
+
+def test_a_second_item_is_remembered_reported_and_wiped(two_items):
+    world = two_items
+    world.publish_item(f"{SECOND}.zip", archive(SECOND))
+    assert MOVED in world.run().stdout
+    world.servers.requests()
+    second = world.run()
+    assert (second.status, second.stdout) == (
+        0, BANNER + CURRENT + UNCHANGED + f"{SECOND} is already up to date.\n" + FRESHCLAM)
+    assert [request.method for request in world.servers.requests() if request.path.endswith(".zip")] == ["HEAD"]
+    assert f"\n{SECOND} updated 20" in world.run("--version").stdout
+    world.shell(f"rm {SITE}/VestRUM2/{SECOND}.zip*")
+    assert f"Nothing to download for {SECOND}.zip\n" in world.run("--remove-old-first").stdout
+    assert text_of(world, SECOND) is None
