@@ -54,6 +54,21 @@ def repacked(container, *members):
     return b":".join(fields) + packed.getvalue()
 
 
+def scripts_after(info, signatures, count):
+    """For `count` versions after the first, whose files these are: the scripts as the publishing kit would write them,
+    and the signatures of the last version."""
+    header, scripts = info.splitlines()[0].split(":")[:9], {}
+    for version in range(2, count + 2):
+        line = f"Vestrum.Sample-{version}:0:*:{sample(version).encode().hex()}\n"
+        signatures += line
+        header[2] = str(version)
+        digest = hashlib.sha256(signatures.encode()).hexdigest()
+        scripts[f"VestRUM-{version}.script"] = (
+            f"OPEN VestRUM.info\nXCHG 1 ClamAV {':'.join(header)}\n"
+            f"XCHG 2 VestRUM.ndb VestRUM.ndb:{len(signatures)}:{digest}\nCLOSE\nOPEN VestRUM.ndb\nADD {line}CLOSE\n")
+    return scripts, signatures
+
+
 def home(versions):
     """A publishing home in which that many versions and one definitions file are out, every version's container
     beside it."""

@@ -181,9 +181,9 @@ class World(Machine):
         """The prefix's sigtool, and a script that comes before it."""
         self.program("sigtool", f'{before}\nexec /repository/packaging/linux/sigtool "$@"')
 
-    def spoil(self, how, answers):
+    def spoil(self, how, answers=None):
         """Something is put out of order, by a script or by a function of the world, and servers give these answers."""
-        for request, answer in answers.items():
+        for request, answer in (answers or {}).items():
             self.servers.answer(request, **answer)
         if callable(how):
             how(self)

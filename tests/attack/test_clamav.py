@@ -73,8 +73,7 @@ def test_only_fetched_scripts_are_applied_and_all_are_kept(world):
     names = ("VestRUM-1.script", "VestRUM-2.script", "VestRUM-999.script")
     own = [member(name, TO_PASSWD) for name in names]
     world.write(f"{DATA}/VestRUM.cud", repacked(world.container(1), *own))
-    world.program("sigtool", "case $1 in --unpack*) exec /usr/bin/sigtool $1 ;; esac; ls -A ${1#*=} >/srv/applied\n"
-                  'exec /repository/packaging/linux/sigtool "$@"')
+    world.sigtool("case $1 in --unpack*) exec /usr/bin/sigtool $1 ;; esac; ls -A ${1#*=} >/srv/applied")
     outcome = world.run()
     assert outcome.stdout == BANNER + PATCHED + UNCHANGED + FRESHCLAM
     assert world.log("/srv/applied") == "VestRUM-2.script\nVestRUM-3.script\n"
@@ -98,8 +97,7 @@ def test_headers_of_a_container_swapped_during_the_run(world, name):
     # Ahead of every script, so that none of them changes the line that becomes the new header.
     line = member("VestRUM.info", lambda old: old.replace(":1:1:", ":9:1:", 1).replace("vestrum", text, 1))
     world.write("/srv/swapped.cud", repacked(world.container(1), line).replace(b":1:1:", b":9:1:", 1))
-    world.program("sigtool", f"case $1 in --unpack*) cp /srv/swapped.cud {DATA}/VestRUM.cud ;; esac\n"
-                  'exec /repository/packaging/linux/sigtool "$@"')
+    world.sigtool(f"case $1 in --unpack*) cp /srv/swapped.cud {DATA}/VestRUM.cud ;; esac")
     before = outside(world)
     outcome = world.run()
     assert (outcome.status, outcome.stdout) == (0, BANNER + said + UNCHANGED + FRESHCLAM)

@@ -1,8 +1,10 @@
 """The upstream databases: what freshclam's exit statuses lead to, whole downloads, and the real freshclam."""
 
+from typing import NamedTuple
+
 import pytest
 
-from testbed import BIN, CONFIGURATION, DATA, MACINTOSH, MIRROR, NOBODY, PREFIX, UPSTREAM
+from testbed import BIN, CONFIGURATION, DATA, MACINTOSH, MIRROR, PREFIX, UPSTREAM
 from testbed.transcripts import BANNER, CURRENT, FRESHCLAM, UNCHANGED
 
 CALL = "freshclam --no-warnings\n"
@@ -13,8 +15,7 @@ NO_RECORD = ("Still failing with network issues. Download full file.\nDownloadin
 # them to root.
 FIRST, AGAIN, REPAIRED = f"live {MIRROR} clamav", f"live {MIRROR} root", f"live {MIRROR} clamav"
 BACK, BAK, CLEAN = f"live {UPSTREAM} root", f"BAK {UPSTREAM} root", f"CLEAN {UPSTREAM} root"
-LADDER = [
-    # freshclam's statuses, what its runs find, the tool's status
+LADDER = [  # freshclam's statuses, what its runs find, the tool's status
     ([0], [FIRST], 0),
     ([1], [FIRST], 1),
     *(([status], [FIRST], status) for status in (2, 40, 51, 55, 60, 61, 127, 255)),
@@ -49,8 +50,7 @@ def test_ladder(world, statuses, calls, status):
     for name in ("BAK", "CLEAN"):
         world.shell(f"echo '#= {name}' >>{PREFIX}/etc/freshclam{name}.conf")
     before = world.path(CONFIGURATION).read_bytes()
-    stray = world.start("sh", "-c", "cp /bin/sleep /srv/freshclam; echo ready; exec /srv/freshclam 1000")
-    stray.read_until("ready\n")
+    stray = world.other_freshclam("root")
     outcome = world.run()
     assert (outcome.status, outcome.stdout, world.freshclam_calls()) == (
         status, BEFORE + CALL * len(calls) + NO_RECORD * (statuses[-1] == 52), calls)
@@ -65,8 +65,7 @@ def test_ladder(world, statuses, calls, status):
             b"DNSDatabaseInfo version.vestrum.example\nMaxAttempts 1"))
         before += f"#= {left}\n".encode()
     assert world.path(CONFIGURATION).read_bytes() == before
-    world.command("pkill", "-f", "^/srv/freshclam")
-    stray.end()
+    stray.end()  # its input ends
 
 
 def test_vendor_changes_show_in_good_statuses_only(world):
@@ -90,57 +89,65 @@ RECORD = "0.103.12:62:27400:1760000000:1:90:49192:{}\n"
 STARTED = CALL * 2 + "Still failing with network issues. Download full file.\nDownloading Defs version number\n"
 
 
-def compared(main, daily, bytecode, available, kinds=("cvd", "cvd", "cvd")):
-    return [f"{name}.{kind} installed: {installed}, available: {wanted}\n" for name, kind, installed, wanted in zip(
-        ("main", "daily", "bytecode"), kinds, (main, daily, bytecode), (62, 27400, available))]
+class Fallback(NamedTuple):
+    installed: str  # files, and the versions that sigtool tells
+    offered: str  # the same, by the mirror
+    seen: str  # what is told of: versions that are compared, "fetched" ones, and one that is "kept out"
+    status: int = 1
+    bytecode: int | str = 339  # as the record has it, beside a main of 62 and a daily of 27400
+
+    def said(self):
+        available = {"main": 62, "daily": 27400, "bytecode": self.bytecode if self.bytecode != "x" else 0}
+        for file, what in pairs(self.seen):
+            if what in ("fetched", "kept"):
+                yield f"Downloading {file} [100%]\n" + f"Downloaded {file} from {MIRROR}\n" * (what == "fetched")
+            else:
+                yield f"{file} installed: {what}, available: {available[file.split('.')[0]]}\n"
 
 
-def fetched(name):
-    return f"Downloading {name}.cvd [100%]\nDownloaded {name}.cvd from {MIRROR}\n"
+def pairs(text):
+    return (pair.split() for pair in text.split(", ") if pair)
 
 
-# What is installed and what the mirror has (a file's text is what sigtool says of it), the record's last field, what is
-# said, and the exit status.
-FALLBACK = {
-    "all current": ({"main.cvd": 62, "daily.cvd": 27400, "bytecode.cvd": 339}, {}, 339,
-                    "".join(compared(62, 27400, 339, 339)) * 2, 1),
-    "one old": ({"main.cvd": 61, "daily.cvd": 27400, "bytecode.cvd": 340}, {"main.cvd": 62}, 339,
-                compared(61, 0, 0, 339)[0] + fetched("main") + "".join(
-                    compared(62, 27400, 340, 339)[1:] + compared(62, 27400, 340, 339)), 1),
-    "still old": ({"main.cvd": 62, "daily.cvd": -1, "bytecode.cvd": 339}, {"daily.cvd": 27399}, 339,
-                  "".join(compared(62, -1, 0, 339)[:2]) + fetched("daily") + "".join(
-                      compared(0, 0, 339, 339)[2:] + compared(62, 27399, 0, 339)[:2]), 234),
-    "increments decide": ({"main.cvd": 63, "main.cld": 60, "daily.cld": 27400, "bytecode.cvd": 1}, {"main.cvd": 62},
-                          "x", compared(63, 0, 0, 0)[0] + "main.cld installed: 60, available: 62\n" + fetched("main")
-                          + "".join((compared(62, 27400, 1, 0, ("cvd", "cld", "cvd"))[1:]
-                                     + compared(62, 27400, 1, 0, ("cvd", "cld", "cvd")))), 1),
-    "version 0 stays out": ({"main.cvd": 62, "daily.cvd": 1, "bytecode.cvd": 339}, {"daily.cvd": 0}, 339,
-                            "".join(compared(62, 1, 0, 339)[:2]) + "Downloading daily.cvd [100%]\n"
-                            + compared(0, 0, 339, 339)[2] + compared(62, 0, 0, 339)[0], 234),
-    "not on the mirror": ({"main.cvd": 61, "daily.cvd": 27400, "bytecode.cvd": 339}, {}, 339,
-                          compared(61, 0, 0, 339)[0] + fetched("main") + "".join(
-                              compared(0, 27400, 339, 339)[1:] + compared(-1, 0, 0, 339)[:1]), 234),
+CURRENT_FILES = "main.cvd 62, daily.cvd 27400, bytecode.cvd 339"
+FALLBACKS = {
+    "all current": Fallback(CURRENT_FILES, "", f"{CURRENT_FILES}, {CURRENT_FILES}"),
+    "one old": Fallback(
+        "main.cvd 61, daily.cvd 27400, bytecode.cvd 340", "main.cvd 62", "main.cvd 61, main.cvd fetched, "
+        "daily.cvd 27400, bytecode.cvd 340, main.cvd 62, daily.cvd 27400, bytecode.cvd 340"),
+    "still old": Fallback(
+        "main.cvd 62, daily.cvd -1, bytecode.cvd 339", "daily.cvd 27399", "main.cvd 62, daily.cvd -1, "
+        "daily.cvd fetched, bytecode.cvd 339, main.cvd 62, daily.cvd 27399", 234),
+    "increments decide": Fallback(
+        "main.cvd 63, main.cld 60, daily.cld 27400, bytecode.cvd 1", "main.cvd 62", "main.cvd 63, main.cld 60, "
+        "main.cvd fetched, daily.cld 27400, bytecode.cvd 1, main.cvd 62, daily.cld 27400, bytecode.cvd 1", 1, "x"),
+    "version 0 stays out": Fallback(
+        "main.cvd 62, daily.cvd 1, bytecode.cvd 339", "daily.cvd 0", "main.cvd 62, daily.cvd 1, daily.cvd kept, "
+        "bytecode.cvd 339, main.cvd 62", 234),
+    "not on the mirror": Fallback(
+        "main.cvd 61, daily.cvd 27400, bytecode.cvd 339", "", "main.cvd 61, main.cvd fetched, daily.cvd 27400, "
+        "bytecode.cvd 339, main.cvd -1", 234),
 }
 
 
-@pytest.mark.parametrize("name", FALLBACK)
-def test_fallback(world, name):
-    installed, offered, bytecode, said, status = FALLBACK[name]
+@pytest.mark.parametrize("name", FALLBACKS)
+def test_whole_files_are_fetched_where_freshclam_cannot_connect(world, name):
+    fallback = FALLBACKS[name]
+    said = "".join(fallback.said())
     world.install(3)
     world.freshclam(52, 52)
     world.program("sigtool", '[ "$1" = -i ] && case $(cat "$2") in [0-9]*) echo "Version: $(cat "$2")" ;; '
                              '*) echo "Version: 9"; echo "ERROR: no database" ;; esac')
     world.shell(f"rm {DATA}/*.cvd")
-    for file, version in installed.items():
-        world.write(f"{DATA}/{file}", str(version))
-    for file, version in offered.items():
-        world.write(f"/srv/vendor/mirror/{file}", str(version))
-    record = RECORD.format(bytecode)
+    for folder, files in ((DATA, fallback.installed), ("/srv/vendor/mirror", fallback.offered)):
+        for file, version in pairs(files):
+            world.write(f"{folder}/{file}", version)
+    record = RECORD.format(fallback.bytecode)
     world.write("/srv/vendor/mirror/dns.txt", record)
     log = "/srv/a.log"
     outcome = world.run(f"--log={log}")
     started = STARTED.replace("clam ", f"clam --log={log} ") + f"version number {record}\n"
-    assert (outcome.status, outcome.stdout) == (status, BEFORE + started + said)
+    assert (outcome.status, outcome.stdout) == (fallback.status, BEFORE + started + said)
     progress = [line for line in said.splitlines(keepends=True) if line.startswith("Downloading ")]
     logged = BEFORE + started[2 * len(f"freshclam --log={log} --no-warnings\n"):] + said
     assert world.log(log) == logged.replace(progress[0] if progress else "\0", "")
@@ -193,7 +200,8 @@ def test_seeding_and_proxy_helper(world):
     # What the mirror answers is put in place whatever it is: there was nothing before.
     assert (outcome.status, outcome.stdout) == (
         1, BANNER + CURRENT + UNCHANGED + "Checking proxy settings\n" + helper + "\nChecking ClamAV definitions\n"
-        + fetched("main") + fetched("bytecode") + CALL)
+        + "".join(f"Downloading {name}.cvd [100%]\nDownloaded {name}.cvd from {MIRROR}\n" for name in ("main", "bytecode"))
+        + CALL)
     assert world.shell(f"cd {DATA} && ls *.c?d && cat main.cvd") == (
         "VestRUM.cud\nbytecode.cvd\ndaily.cld\nmain.cvd\nno database at all")
     # Whole downloads show their progress even to the quiet.
@@ -202,30 +210,36 @@ def test_seeding_and_proxy_helper(world):
     assert world.run("--quiet").stdout == helper + "Downloading main.cvd [100%]\nfreshclam --quiet --no-warnings\n"
 
 
-SWITCHES = [
-    # the configuration before a run, while freshclam runs, and afterwards
-    ("DatabaseMirror a.example.org\nMaxAttempts 12\n", None, "DatabaseMirror a.example.org\n#MaxAttempts 52\n"),
-    ("DatabaseMirror oldmirror.vestrum.example\n", f"DatabaseMirror {MIRROR}\n", f"DatabaseMirror {UPSTREAM}\n"),
-    ("DatabaseMirror content.vestrum.example\n", f"DatabaseMirror {MIRROR}\n", f"DatabaseMirror {UPSTREAM}\n"),
-    ("DatabaseMirror databaseXclamav-net\n#DNSDatabaseInfo current-cvd.clamav.net\n",
-     f"DatabaseMirror {MIRROR}\nDNSDatabaseInfo version.vestrum.example\n",
-     f"DatabaseMirror {UPSTREAM}\n#DNSDatabaseInfo current.cvd.clamav.net\n"),
-    ("#MaxAttempts 5 #MaxAttempts 5", "MaxAttempts 1 MaxAttempts 1", "#MaxAttempts 5 #MaxAttempts 5"),
-    ("", None, ""),
-]
+class Switch(NamedTuple):
+    before: str
+    after: str
+    during: str | None = None  # what freshclam sees; None: what was there before
 
 
-@pytest.mark.parametrize("before, during, after", SWITCHES, ids=range(len(SWITCHES)))
-def test_configuration_switches(world, before, during, after):
+SWITCHES = {
+    "unknown mirror, attempts of 12": Switch("DatabaseMirror a.example.org\nMaxAttempts 12\n",
+                                             "DatabaseMirror a.example.org\n#MaxAttempts 52\n"),
+    **{mirror: Switch(f"DatabaseMirror {mirror}\n", f"DatabaseMirror {UPSTREAM}\n", f"DatabaseMirror {MIRROR}\n")
+       for mirror in ("oldmirror.vestrum.example", "content.vestrum.example")},
+    "dots that are none": Switch("DatabaseMirror databaseXclamav-net\n#DNSDatabaseInfo current-cvd.clamav.net\n",
+                                 f"DatabaseMirror {UPSTREAM}\n#DNSDatabaseInfo current.cvd.clamav.net\n",
+                                 f"DatabaseMirror {MIRROR}\nDNSDatabaseInfo version.vestrum.example\n"),
+    "twice in a line": Switch(*["#MaxAttempts 5 #MaxAttempts 5"] * 2, "MaxAttempts 1 MaxAttempts 1"),
+    "empty": Switch("", ""),
+}
+
+
+@pytest.mark.parametrize("switch", SWITCHES.values(), ids=SWITCHES)
+def test_configuration_switches(world, switch):
     world.install(3)
     world.program("freshclam", f"cat {CONFIGURATION} >/srv/seen")
-    world.write(f"{PREFIX}/etc/real.conf", before, 0o640)
+    world.write(f"{PREFIX}/etc/real.conf", switch.before, 0o640)
     world.shell(f"cd {PREFIX}/etc; chown clamav real.conf; ln -sf real.conf freshclam.conf")
     assert world.run().status == 0
-    assert world.log("/srv/seen") == (before if during is None else during)
-    assert world.log(CONFIGURATION) == after
+    assert world.log("/srv/seen") == (switch.before if switch.during is None else switch.during)
+    assert world.log(CONFIGURATION) == switch.after
     assert world.shell(f"cd {PREFIX}/etc; stat -c '%F %U %a' freshclam.conf real.conf") == (
-        "symbolic link root 777\nregular" + " empty" * (not after) + " file clamav 640\n")
+        "symbolic link root 777\nregular" + " empty" * (not switch.after) + " file clamav 640\n")
 
 
 def test_real_freshclam(world):
@@ -241,30 +255,3 @@ def test_real_freshclam(world):
     assert world.run("--log=/var/log/new.log").status == 0
     assert "Checking ClamAV definitions\n" in world.log("/var/log/new.log") and (
         "custom.ndb is up-to-date" in world.log("/var/log/new.log"))
-
-
-def broken(world, *names):
-    for name in names:
-        world.shell(f"echo Nonsense >>{PREFIX}/etc/{name}.conf")
-
-
-def elsewhere(world, owner):
-    world.shell(f"mkdir /data; cp {DATA}/*.cvd /data; chown {owner} /data; chmod 700 /data")
-
-
-@pytest.mark.parametrize("prepare, arguments, status, left", [
-    (lambda w: w.servers.place(mirror=NOBODY, database=NOBODY), [], 52, "DatabaseCustomURL"),
-    (lambda w: broken(w, "freshclam"), [], 0, "BAK"),
-    (lambda w: broken(w, "freshclam", "freshclamBAK"), [], 0, "CLEAN"),
-    (lambda w: broken(w, "freshclam", "freshclamBAK", "freshclamCLEAN"), [], 56, "Nonsense"),
-    (lambda w: elsewhere(w, "root"), ["--datadir=/data"], 1, "DatabaseCustomURL"),
-], ids=["refused", "to BAK", "to CLEAN", "all broken", "owner"])
-def test_real_freshclam_walks_the_ladder(world, prepare, arguments, status, left):
-    world.install(3)
-    world.custom_database()
-    for name in ("BAK", "CLEAN"):
-        world.shell(f"(cat {CONFIGURATION}; echo '# {name}') >{PREFIX}/etc/freshclam{name}.conf")
-    prepare(world)
-    assert world.run(*arguments).status == status
-    configuration = world.log(CONFIGURATION)
-    assert left in configuration.splitlines()[-1] and f"DatabaseMirror {UPSTREAM}\n" in configuration

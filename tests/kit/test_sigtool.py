@@ -1,10 +1,9 @@
 """The sigtool that provisioning puts into the prefix: folders of scripts, and containers without theirs."""
 
-import hashlib
-
 import pytest
 
-from testbed import BIN, member, repacked, sample
+from testbed import BIN, member, repacked
+from testbed.vendor import scripts_after
 
 SCRIPTED = "/srv/vendor/site/VestRUM2/Scripted"
 
@@ -96,22 +95,6 @@ def test_unpacking_leaves_out_scripts_of_the_container_only(world):
     assert (outcome.status, outcome.stdout, world.shell("ls -A /tmp")) == (1, "", "c.cud\nwork\n")
 
 
-def write_scripts(world, folder, count):
-    """Signatures for `count` versions after the first, written as the publishing kit would; returns the definitions."""
-    info, text = world.shell("cd /tmp/1 && cat VestRUM.info"), world.path("/tmp/1/VestRUM.ndb").read_text("ascii")
-    header = info.split(":")
-    for version in range(2, count + 2):
-        line = f"Vestrum.Sample-{version}:0:*:{sample(version).encode().hex()}\n"
-        text += line
-        header[2] = str(version)
-        digest = hashlib.sha256(text.encode()).hexdigest()
-        world.write(f"{folder}/VestRUM-{version}.script", "OPEN VestRUM.info\n"
-                    f"XCHG 1 ClamAV {':'.join(header[:9]).splitlines()[0]}\n"
-                    f"XCHG 2 VestRUM.ndb VestRUM.ndb:{len(text)}:{digest}\nCLOSE\n"
-                    f"OPEN VestRUM.ndb\nADD {line}CLOSE\n")
-    return text
-
-
 # What an update run does with them, twenty times: 25 new versions in each.
 PATCH = """
 pack() {
@@ -140,6 +123,9 @@ tar -c -- * | wc -c
 def test_a_container_patched_500_times_is_no_larger_than_one_built_whole(world):
     world.shell("rm -rf /tmp/*; mkdir /tmp/1; cp /srv/vendor/first.cud /tmp/c.cud; cd /tmp/1"
                 "; sigtool --unpack=../c.cud")
-    world.write("/tmp/VestRUM.ndb", write_scripts(world, "/tmp/all", 500))
+    scripts, signatures = scripts_after(world.shell("cat /tmp/1/VestRUM.info"), world.log("/tmp/1/VestRUM.ndb"), 500)
+    world.write("/tmp/VestRUM.ndb", signatures)
+    for name, text in scripts.items():
+        world.write(f"/tmp/all/{name}", text)
     patched, whole_with_last_scripts = map(int, world.shell(PATCH.replace("BIN", BIN)).split())
     assert patched <= whole_with_last_scripts

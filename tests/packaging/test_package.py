@@ -10,8 +10,9 @@ import subprocess
 
 import pytest
 
-from testbed import BIN, DATA, PREFIX, REPOSITORY, TOOL
+from testbed import BIN, DATA, PREFIX, REPOSITORY, overlay
 from testbed.cache import made_once
+from testbed.service import behind_walls
 from testbed.world import EXECUTABLE
 
 PACKAGING = REPOSITORY / "packaging"
@@ -33,17 +34,6 @@ HARDENING = {
 }
 CONFIGURATIONS = [f"{PREFIX}/etc/freshclam{kind}.conf" for kind in ("", "BAK", "CLEAN")]
 
-# Whatever is written lands in a folder in memory; the system below is only read. What is left in the end that was not
-# there before, apart from the package manager's own notes, is listed.
-SYSTEM = """
-mount -t tmpfs system /mnt && cd /mnt && mkdir changes work root
-mount -t overlay system -o lowerdir=/,upperdir=changes,workdir=work root
-mount -t proc proc root/proc && mount --rbind /dev root/dev && cp "$1" root/tarnwick.deb
-env -i PATH="$PATH" LC_ALL=C chroot root sh -euc "$2" >&2
-rm root/tarnwick.deb
-cd changes && find . -type f -not -path './var/lib/dpkg/*' -not -path './var/cache/*' -not -path './var/log/*' |
-    sort | while read -r file; do cmp -s "$file" "/$file" || echo "${file#.}"; done
-"""
 # systemctl words differently from release to release what it says of a link that it makes.
 INSTALL = f"dpkg -i /tarnwick.deb 2>&1 >/dev/null | sed '/^Created symlink/d'; touch {DATA}/main.cvd\n"
 STATE = "mkdir -p /var/lib/tarnwick && touch /var/lib/tarnwick/state\n"
@@ -71,10 +61,7 @@ def package():
 
 
 def try_out(package, script):
-    """What the script says, and the files that it leaves."""
-    done = run("unshare", "-mnpf", "--propagation", "private", "sh", "-euc", SYSTEM, "sh", package, script)
-    assert done.returncode == 0, done.stderr
-    return done.stderr.splitlines(), done.stdout.split()
+    return overlay.try_out(script, package, "tarnwick.deb")
 
 
 def test_installed_package_is_whole(package):
@@ -116,25 +103,12 @@ def test_package_meets_debian_policy(package):
     assert (done.returncode, done.stdout) == (0, "")
 
 
-# As systemd lays it out for the unit: nothing can be written but what is named, and of that not what is named again.
-WALLS = """
-mkdir -p /var/lib/tarnwick
-for path in $WRITABLE; do [ ! -e "$path" ] || mount --bind "$path" "$path"; done
-for path in $READABLE; do mount --bind "$path" "$path"; done
-for path in / /usr/local $READABLE; do mount -o remount,bind,ro "$path"; done
-"""
-
-
 def test_a_run_needs_no_more_than_the_unit_gives_it(world):
-    unit = dict(line.split("=", 1) for line in (PACKAGING / "systemd/tarnwick.service").read_text().splitlines()
-                if re.match(r"\w+=", line))
     world.program("freshclam", f"touch {PREFIX}/here {BIN}/there; echo mine >{BIN}/sigtool; true")
     world.install(1)
     world.shell(f"chown clamav {PREFIX}")
     before = world.shell(f"cd {BIN}; md5sum *")
-    outcome = world.finish(world.start("unshare", "-m", "sh", "-euc", f"{WALLS}exec {TOOL}", env={
-        "WRITABLE": f"/tmp /var/lib/tarnwick {unit['ReadWritePaths'].replace(' -', ' ')}",
-        "READABLE": unit.get("ReadOnlyPaths", "").replace("-", "")}))
+    outcome = world.run(through=behind_walls())
     assert (outcome.status, world.version()) == (0, 3), outcome
     assert world.shell(f"cd {BIN}; md5sum *; stat -c %U {PREFIX} {PREFIX}/here") == before + "root\nroot\n"
 

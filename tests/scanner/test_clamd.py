@@ -1,12 +1,10 @@
 """The databases in the hands of ClamAV's scanners, Debian's daemon among them."""
 
-import re
-import shlex
 import socket
 
 import pytest
 
-from testbed import DATA, REPOSITORY, sample
+from testbed import DATA, sample, service
 
 NOTIFY = "/repository/packaging/linux/notify-clamd"
 OWN = "/var/lib/clamav"
@@ -35,16 +33,6 @@ def knows(world, version):
     return scan.status == 1 and f"Vestrum.Sample-{version}.UNOFFICIAL FOUND" in scan.stdout
 
 
-def ended_service(world):
-    """What the unit does when a run has ended."""
-    unit = (REPOSITORY / "packaging/systemd/tarnwick.service").read_text(encoding="utf-8")
-    command = re.search("(?m)^ExecStopPost=-(.*)", unit).group(1).replace("$$", "$")
-    world.shell(f"mkdir -p /usr/local/lib/tarnwick; ln -sf {NOTIFY} /usr/local/lib/tarnwick")
-    outcome = world.command(*shlex.split(command))
-    assert outcome.status == 0
-    return outcome.stdout + outcome.stderr
-
-
 @pytest.mark.parametrize("folder", [DATA, OWN], ids=["the prefix", "a link in Debian's folder"])
 def test_clamd_knows_what_a_run_has_installed(world, folder):
     configure(world, folder)
@@ -55,24 +43,24 @@ def test_clamd_knows_what_a_run_has_installed(world, folder):
     world.install(3)
     clamd = world.start("clamd", "--foreground")
     assert world.command("clamdscan", "--ping", "30:1").status == 0
-    assert ended_service(world) == TOLD
+    assert service.ended(world) == TOLD
     clamd.read_until("Activating the newly loaded database")
     assert (knows(world, 3), knows(world, 4)) == (True, False)
     world.run("--quiet")
-    assert ended_service(world) == TOLD
+    assert service.ended(world) == TOLD
     clamd.read_until("Activating the newly loaded database")
     while not knows(world, 4):  # those who scan already end with the old one
         pass
     assert world.command("clamscan", "--quiet", "-d", folder, "/srv/sample-4").status == 1
     # Nothing has changed, and there may be gigabytes to load.
     world.run("--quiet")
-    assert ended_service(world) == ""
+    assert service.ended(world) == ""
 
 
 def test_no_daemon_and_a_daemon_that_never_answers(world):
     configure(world, DATA)
     world.install(2)
-    assert ended_service(world) == ""
+    assert service.ended(world) == ""
     world.write("/srv/quick/timeout", '#!/bin/sh\nshift 3\nexec /usr/bin/timeout 1 "$@"\n', 0o755)
     with socket.socket(socket.AF_UNIX) as silent:
         silent.bind(str(world.path("/run/clamav/clamd.ctl")))
