@@ -9,6 +9,7 @@ import socket
 import subprocess
 import threading
 import time
+import typing
 
 from .cache import made_once
 
@@ -74,6 +75,29 @@ def redirect(url):
     return {"status": "302 Found", "headers": [f"Location: {url}"]}
 
 
+class BadServer(typing.NamedTuple):
+    """How the hosts of the vendor treat a download."""
+    answer: dict | None = None  # as `Servers.answer` takes it; None closes the connection
+    address: str | None = HERE
+    saved: int | None = None  # what it sent is a file until its signature is asked for, and came with this status
+
+
+BAD_SERVERS = {
+    "refuses": BadServer(address=NOBODY),
+    "is unknown": BadServer(address=None),
+    "is an impostor": BadServer(address=IMPOSTOR),
+    "hangs up": BadServer(),
+    "cuts short": BadServer({"body": "half of it", "length": 20}),
+    "stalls": BadServer({"body": "half of it", "length": 20, "hold": True}),
+    "says nothing": BadServer(SILENCE),
+    "has an error": BadServer({"body": "<html>sorry</html>", "status": "500 Sorry"}, saved=500),
+    "has nothing": BadServer({}, saved=200),
+    "leads elsewhere": BadServer(redirect(f"https://{MIRROR}/x"), saved=404),
+    "leads to a file": BadServer(redirect("file:///etc/passwd")),
+    "leads in a circle": BadServer(redirect("/VestRUM2/Scripted/VestRUM.cud")),
+}
+
+
 class Servers:
     """nginx in `machine`, serving the publishing home /srv/vendor as its `site` says."""
 
@@ -127,6 +151,14 @@ class Servers:
 
     def drop(self, request):
         self._machine.path("/srv/faults/" + request.replace(" ", "", 1)).mkdir(parents=True)
+
+    def turn_bad(self, bad, *requests):
+        self.place(links=bad.address, content=bad.address)
+        for request in requests:
+            if bad.answer is None:
+                self.drop(request)
+            else:
+                self.answer(request, **bad.answer)
 
     def break_down(self, host):
         """Whatever this host is asked for, it answers with an error of its own."""

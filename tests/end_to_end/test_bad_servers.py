@@ -5,7 +5,7 @@ from typing import NamedTuple
 
 import pytest
 
-from testbed import DATA, HERE, IMPOSTOR, LINKS, MACINTOSH, MIRROR, NOBODY, SILENCE, redirect
+from testbed import BAD_SERVERS, DATA, HERE, LINKS, MACINTOSH, MIRROR, NOBODY, SILENCE, redirect
 from testbed.transcripts import BANNER, CURRENT, FETCHED, FRESHCLAM, FULL, LOCAL, SCRIPTS, SOUND, UNCHANGED
 
 VERSION = "GET /VestRUM2/Scripted/VestRUM-db-version.txt"
@@ -17,37 +17,10 @@ UNKNOWN_VERSION = ("Failed to get available defs version number: ERROR\nAvailabl
                    "VestRUM.cud file is up-to-date\n")
 
 
-class Server(NamedTuple):
-    answer: dict | None = None  # to every download, as `Servers.answer` takes it; None closes the connection
-    address: str | None = HERE
-    saved: int | None = None  # what it sent is a file until its signature is asked for, and came with this status
-
-
-SERVERS = {
-    "refuses": Server(address=NOBODY),
-    "is unknown": Server(address=None),
-    "is an impostor": Server(address=IMPOSTOR),
-    "hangs up": Server(),
-    "cuts short": Server({"body": "half of it", "length": 20}),
-    "stalls": Server({"body": "half of it", "length": 20, "hold": True}),
-    "says nothing": Server(SILENCE),
-    "has an error": Server({"body": "<html>sorry</html>", "status": "500 Sorry"}, saved=500),
-    "has nothing": Server({}, saved=200),
-    "leads elsewhere": Server(redirect(f"https://{MIRROR}/x"), saved=404),
-    "leads to a file": Server(redirect("file:///etc/passwd")),
-    "leads in a circle": Server(redirect(CONTAINER[4:])),
-}
-
-
-@pytest.mark.parametrize("server", SERVERS.values(), ids=SERVERS)
+@pytest.mark.parametrize("server", BAD_SERVERS.values(), ids=BAD_SERVERS)
 def test_nothing_of_a_bad_server_is_installed(world, server):
     world.freshclam(0)
-    world.servers.place(links=server.address, content=server.address)
-    for request in (CONTAINER, DATABASE):
-        if server.answer is None:
-            world.servers.drop(request)
-        else:
-            world.servers.answer(request, **server.answer)
+    world.servers.turn_bad(server, CONTAINER, DATABASE)
     outcome = world.run(rate=60)
     container, database = FULL + "Failed to download and/or verify VestRUM.cud\n", INVALID
     errors = "tarnwick: Download failed! ERROR\n" * 2

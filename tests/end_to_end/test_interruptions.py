@@ -4,74 +4,20 @@ import fcntl
 import hashlib
 import os
 import pathlib
-import random
 import re
 import signal
 import termios
 
 import pytest
 
-from testbed import BIN, CONFIGURATION, DATA, MIRROR, PREFIX, SILENCE, STATE, as_the_service, definitions_text
+from testbed import BIN, CONFIGURATION, DATA, MIRROR, PREFIX, STATE, as_the_service, definitions_text
+from testbed.phases import HOLD, PHASES, fall_behind, moments, quick, updating
 from testbed.transcripts import BANNER, CURRENT, FRESHCLAM, INSTALLED, NEWER, SCRIPTS, SOUND, UNCHANGED
 from testbed.world import clean
 
 SIGNALS = (15, 2, 3, 6)
 END = "killling...\n"
 WHOLE = (BANNER + NEWER.format(local=1, available=3) + SCRIPTS + SOUND + INSTALLED + "\nChecking ClamAV definitions\n")
-HOLD = "read -r nothing </srv/hold"
-
-
-def behind_another_run(world):
-    other = world.start("flock", "/var/lib/tarnwick", "sh", "-c", "echo locked; exec sleep infinity")
-    other.read_until("locked\n")
-    return lambda job: job.read_until("Waiting for it to end.\n", "stderr")
-
-
-def without_network(world):
-    world.shell("ip route del default")
-    return lambda job: job.read_until("Trying again in 5 seconds...\n")
-
-
-def stalled(world, request):
-    world.servers.answer(request, **SILENCE)
-    return lambda job: world.servers.wait_for_held(request)
-
-
-def scanning(world):
-    world.shell("mkfifo /srv/event /srv/hold")
-    world.program("clamscan", f"echo scanning >/srv/event; {HOLD}")
-    event = os.open(world.path("/srv/event"), os.O_RDWR)
-    return lambda job: os.read(event, 100)
-
-
-def updating(world):
-    """With a child under another name, as the adapter has one while it starts."""
-    world.shell("mkfifo /srv/hold")
-    world.program("freshclam", "echo updating; cat /srv/hold; echo updated")
-    return lambda job: job.read_until("updating\n")
-
-
-def falling_back(world):
-    world.freshclam(*[52] * 8)
-    return stalled(world, "GET /dns.txt")
-
-
-def seeding(world):
-    world.shell(f"rm {DATA}/daily.cvd")
-    return stalled(world, "GET /daily.cvd")
-
-
-PHASES = {
-    "lock": behind_another_run,
-    "no network": without_network,
-    "version stalls": lambda world: stalled(world, "GET /VestRUM2/Scripted/VestRUM-db-version.txt"),
-    "script stalls": lambda world: stalled(world, "GET /VestRUM2/Scripted/VestRUM-3.script"),
-    "scanning": scanning,
-    "definitions stall": lambda world: stalled(world, "HEAD /VestRUM2/Vestrum.database"),
-    "seeding": seeding,
-    "freshclam": updating,
-    "fallback": falling_back,
-}
 
 
 @pytest.mark.parametrize("phase", PHASES)
@@ -162,25 +108,6 @@ def test_progress_that_nobody_reads_keeps_no_signal_back(world):
     os.close(writing)
 
 
-def quick(world):
-    """Every phase is gone through, in as little time as can be."""
-    world.install(1)
-    world.program("clamscan", "exit 0")
-    world.program("freshclam", "exit 0")
-
-
-def reset(world):
-    """Behind by two versions and by one definitions file."""
-    world.write(f"{DATA}/VestRUM.cud", world.container(1))
-    world.write(f"{DATA}/Vestrum.database", definitions_text(9))
-    world.remember({"database-Last-Modified": "some other date"})
-
-
-def moments(seed, count, longest):
-    generator = random.Random(seed)
-    return [generator.randrange(1, longest) for _ in range(count)]
-
-
 def old_or_new(world):
     """Whole in either case. A container that was built here names the digest of all that follows its header."""
     container = world.path(f"{DATA}/VestRUM.cud").read_bytes()
@@ -202,7 +129,7 @@ def test_cut_off_at_any_moment(world, numbers, seed):
     quick(world)
     cut_off = 0
     for index, moment in enumerate(moments(seed, 50, 120_000)):
-        reset(world)
+        fall_behind(world)
         number = numbers[index % len(numbers)]
         outcome = world.run(kill=(number, "AFTER", moment))
         said = outcome.stdout
@@ -232,7 +159,7 @@ def test_killed_at_every_step(world, way):
             world.install(3)
             world.shell(f"rm -f {DATA}/daily.cvd")
         else:
-            reset(world)
+            fall_behind(world)
         status = world.run(kill=(9, "STEP", step)).status
         old_or_new(world)
         completes(world)

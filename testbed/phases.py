@@ -1,0 +1,84 @@
+"""Runs that are held up in one of their phases, or are over so soon that they can be cut off hundreds of times."""
+
+import os
+import random
+
+from .servers import SILENCE
+from .vendor import definitions_text
+from .world import BIN, DATA
+
+HOLD = "read -r nothing </srv/hold"
+
+
+def behind_another_run(world):
+    other = world.start("flock", "/var/lib/tarnwick", "sh", "-c", "echo locked; exec sleep infinity")
+    other.read_until("locked\n")
+    return lambda job: job.read_until("Waiting for it to end.\n", "stderr")
+
+
+def without_network(world):
+    world.shell("ip route del default")
+    return lambda job: job.read_until("Trying again in 5 seconds...\n")
+
+
+def stalled(world, request):
+    world.servers.answer(request, **SILENCE)
+    return lambda job: world.servers.wait_for_held(request)
+
+
+def scanning(world):
+    world.shell("mkfifo /srv/event /srv/hold")
+    world.program("clamscan", f"echo scanning >/srv/event; {HOLD}")
+    event = os.open(world.path("/srv/event"), os.O_RDWR)
+    return lambda job: os.read(event, 100)
+
+
+def updating(world):
+    """With a child under another name, as the adapter has one while it starts."""
+    world.shell("mkfifo /srv/hold")
+    world.program("freshclam", "echo updating; cat /srv/hold; echo updated")
+    return lambda job: job.read_until("updating\n")
+
+
+def falling_back(world):
+    world.freshclam(*[52] * 8)
+    return stalled(world, "GET /dns.txt")
+
+
+def seeding(world):
+    world.shell(f"rm {DATA}/daily.cvd")
+    return stalled(world, "GET /daily.cvd")
+
+
+# Each is called with a world before the run, and gives what waits until a job is in that phase.
+PHASES = {
+    "lock": behind_another_run,
+    "no network": without_network,
+    "version stalls": lambda world: stalled(world, "GET /VestRUM2/Scripted/VestRUM-db-version.txt"),
+    "script stalls": lambda world: stalled(world, "GET /VestRUM2/Scripted/VestRUM-3.script"),
+    "scanning": scanning,
+    "definitions stall": lambda world: stalled(world, "HEAD /VestRUM2/Vestrum.database"),
+    "seeding": seeding,
+    "freshclam": updating,
+    "fallback": falling_back,
+}
+
+
+def quick(world):
+    """Every phase is gone through, in as little time as can be."""
+    world.install(1)
+    world.program("clamscan", "exit 0")
+    world.program("freshclam", "exit 0")
+
+
+def fall_behind(world):
+    """Behind by two versions and by one definitions file."""
+    world.write(f"{DATA}/VestRUM.cud", world.container(1))
+    world.write(f"{DATA}/Vestrum.database", definitions_text(9))
+    world.remember({"database-Last-Modified": "some other date"})
+
+
+def moments(seed, count, longest):
+    """So many times, the same for each seed, in microseconds."""
+    generator = random.Random(seed)
+    return [generator.randrange(1, longest) for _ in range(count)]
