@@ -28,11 +28,12 @@ inline constexpr std::string_view containerName = "VestRUM.cud";
 /// add one is to add its row.
 std::span<const VendorItem> vendorItems();
 
-/// Whether the scanner's verdict on an item of this name counts; of one that has no row, it does.
+/// Whether the scanner's verdict on an item of this name counts. Where there is no row for it, the
+/// name tells: every kind of "database" is unknown to ClamAV.
 inline bool scannerDecidesOn(std::string_view name) {
   const auto items = vendorItems();
   const auto row = std::ranges::find(items, name, &VendorItem::name);
-  return row == items.end() || row->scannerDecides;
+  return row == items.end() ? !name.ends_with("database") : row->scannerDecides;
 }
 
 }  // namespace tarnwick
