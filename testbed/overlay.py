@@ -17,7 +17,7 @@ cd changes && find . -type f -not -path './var/lib/dpkg/*' -not -path './var/cac
 
 def try_out(script, file, name):
     """What the script says there, line by line, and the files that it leaves. It finds `file` as /`name`."""
-    done = subprocess.run(["unshare", "-mnpf", "--propagation", "private", "sh", "-euc", SYSTEM, "sh", script, file, name],
-                          capture_output=True, text=True, check=False)
+    command = ["unshare", "-mnpf", "--propagation", "private", "sh", "-euc", SYSTEM, "sh", script, file, name]
+    done = subprocess.run(command, capture_output=True, text=True, check=False)
     assert done.returncode == 0, done.stderr
     return done.stderr.splitlines(), done.stdout.split()

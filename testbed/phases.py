@@ -5,7 +5,7 @@ import random
 
 from .servers import SILENCE
 from .vendor import definitions_text
-from .world import BIN, DATA
+from .world import DATA
 
 HOLD = "read -r nothing </srv/hold"
 

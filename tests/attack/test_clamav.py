@@ -2,7 +2,7 @@
 
 import pytest
 
-from testbed import BIN, DATA, PREFIX, member, repacked
+from testbed import DATA, PREFIX, member, repacked
 from testbed.attacker import CONTAINERS, FOLDERS, SECRET, TO_PASSWD, outside
 from testbed.transcripts import BANNER, FETCHED, FRESHCLAM, FULL, NEWER, SCRIPTS, SOUND, UNCHANGED
 

@@ -4,7 +4,7 @@ from typing import NamedTuple
 
 import pytest
 
-from testbed import BIN, CONFIGURATION, DATA, MIRROR, PREFIX, STATE, TOOL, UPSTREAM
+from testbed import CONFIGURATION, DATA, MIRROR, PREFIX, STATE, TOOL, UPSTREAM
 from testbed.transcripts import (BANNER, CURRENT, FETCHED, FRESHCLAM, FULL, INSTALLED, LOCAL, NEWER, SCRIPTS, SOUND,
                                UNCHANGED, WARNING)
 
@@ -105,7 +105,8 @@ class BadMachine(NamedTuple):
 
 
 MACHINES = {
-    "no prefix": BadMachine(NOTHING_INSTALLED, 127, f"umount {PREFIX} 2>/dev/null || rm -rf {PREFIX}", configured=False),
+    "no prefix": BadMachine(NOTHING_INSTALLED, 127, f"umount {PREFIX} 2>/dev/null || rm -rf {PREFIX}",
+                            configured=False),
     "no clamav user": BadMachine(spoil="sed -i /^clamav:/d /etc/passwd /etc/group"),
     "state that is a folder": BadMachine(BANNER + CURRENT + INSTALLED + FRESHCLAM, 1, f"rm {STATE}; mkdir {STATE}"),
     "no log folder": BadMachine(ORDINARY.replace("clam -", "clam --log=/none/a.log -"),
@@ -123,7 +124,8 @@ MACHINES = {
                            freshclam="echo freshclam $*; exit 7"),
     "no configuration": BadMachine(spoil=f"rm {CONFIGURATION}", freshclam="echo freshclam $*", configured=False),
     "configuration that cannot be edited": BadMachine(
-        spoil="mount --bind {0} {0}; mount -o remount,bind,ro {0}".format(CONFIGURATION), freshclam="echo freshclam $*"),
+        spoil=f"cd {PREFIX}/etc; mount --bind freshclam.conf freshclam.conf; mount -o remount,bind,ro freshclam.conf",
+        freshclam="echo freshclam $*"),
 }
 
 
@@ -173,7 +175,7 @@ def test_a_disk_with_room_for_one(world):
     outcome = world.run("--datadir=/data")
     assert outcome.stdout == (
         BANNER + CURRENT + INSTALLED.replace(" 108 ", f" {5 * MEBIBYTE // 2} ") + FRESHCLAM.replace(
-            "\nfreshclam ", f"\nDownloading main.cvd [100%]\nDownloaded main.cvd from {MIRROR}\nfreshclam --datadir=/data "))
+            "\nfreshclam ", f"\n{SAVED.format('main.cvd')}Downloaded main.cvd from {MIRROR}\nfreshclam --datadir=/data "))
     assert world.shell("cd /data; stat -c '%s %n' *.cvd Vestrum.database") == (
         f"5 bytecode.cvd\n5 daily.cvd\n{4 * MEBIBYTE} main.cvd\n{5 * MEBIBYTE // 2} Vestrum.database\n")
 

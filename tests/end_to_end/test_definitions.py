@@ -53,7 +53,8 @@ DEFINITIONS = {
                             answers={f"GET {DATABASE}.signature": {"body": "bm9wZQ=="}}),
     "signature empty": Definitions(FETCHED_DATABASE + INVALID, False, published=definitions_text(2),
                                    answers={f"GET {DATABASE}.signature": {}}),
-    "cut short": Definitions(INVALID, False, 1, FAILED, definitions_text(2), answers={f"GET {DATABASE}": {"body": "x", "length": 99}}),
+    "cut short": Definitions(INVALID, False, 1, FAILED, definitions_text(2),
+                             answers={f"GET {DATABASE}": {"body": "x", "length": 99}}),
     "withdrawn": Definitions(
         FETCHED_DATABASE + "Vestrum.database is valid and has file size: 0 bytes\nDownloaded file is deliberately "
         "empty, delete Vestrum.database from defs db directory.\n", left=None, published=""),
@@ -161,7 +162,9 @@ def test_a_second_item_is_remembered_reported_and_wiped(two_items):
     world.publish_item(f"{SECOND}.zip", archive(SECOND))
     assert MOVED in world.run().stdout
     world.servers.requests()
+    world.shell(f"mkdir -m 700 /tmp/tarnwick-0; echo left >/tmp/tarnwick-0/{SECOND}")
     second = world.run()
+    assert world.litter() == ""
     assert (second.status, second.stdout) == (
         0, BANNER + CURRENT + UNCHANGED + f"{SECOND} is already up to date.\n" + FRESHCLAM)
     assert [request.method for request in world.servers.requests() if request.path.endswith(".zip")] == ["HEAD"]

@@ -124,7 +124,8 @@ def completes(world):
 
 
 # Those that are handled, and those that cannot be or come of a fault of the program's own.
-@pytest.mark.parametrize("numbers, seed", [*((SIGNALS, seed) for seed in range(6)), *(((9, 11), seed) for seed in range(3))])
+@pytest.mark.parametrize("numbers, seed", [*((SIGNALS, seed) for seed in range(6)),
+                                           *(((9, 11), seed) for seed in range(3))])
 def test_cut_off_at_any_moment(world, numbers, seed):
     quick(world)
     cut_off = 0
@@ -203,7 +204,8 @@ def test_what_is_remembered_is_on_the_disk_before(world):
     def recorded(*wanted):
         return any(steps[start:start + len(wanted)] == list(wanted) for start in range(len(steps)))
     assert recorded("sync .tarnwick-staged", "rename VestRUM.cud", "sync clamav")
-    assert recorded("delete Vestrum.database", "sync clamav", "sync .tarnwick-staged", f"rename {state}", "sync tarnwick")
+    assert recorded("delete Vestrum.database", "sync clamav", "sync .tarnwick-staged", f"rename {state}",
+                    "sync tarnwick")
     assert recorded("sync daily.cvd_download", "rename daily.cvd", "sync clamav")
 
 

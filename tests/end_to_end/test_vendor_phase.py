@@ -144,7 +144,7 @@ CONTAINER_FAILURES = {
         no_work_folder),
     "unpacking": ContainerFailure(OLD + "Couldn't unpack cud file\n" + WHOLE, sigtool="--unpack"),
     "script missing": ContainerFailure(
-        OLD + "Downloading VestRUM-2.script [ 50%]\nFailed to download and verify VestRUM-3.script\nProcessing updates…\n"
+        OLD + SCRIPTS.splitlines(True)[0] + "Failed to download and verify VestRUM-3.script\nProcessing updates…\n"
         + WHOLE, errors=answered(404, "VestRUM-3.script") + TAMPERED, spoil=f"rm {SITE}{SCRIPTED}VestRUM-3.script"),
     "script cut": ContainerFailure(
         OLD + "Failed to download and verify VestRUM-2.script\nProcessing updates…\n" + WHOLE,
@@ -270,7 +270,7 @@ def test_quiet_and_log(world):
 @pytest.mark.parametrize("arguments, wiped", [
     (["--remove-old-first"], True), (["--remove-old-first", "--log=/srv/a.log"], True),
     (["--remove-old-first", "--datadir=/srv/a#b"], True),
-    (["-v", "--remove-old-first"], False)])
+    (["-v", "-V", "--remove-old-first"], False)])
 def test_wipe(world, arguments, wiped):
     folder = "/srv/a#b" if "--datadir=/srv/a#b" in arguments else DATA
     log = "/srv/a.log" if "--log=/srv/a.log" in arguments else f"{folder}/freshclam.log"

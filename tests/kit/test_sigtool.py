@@ -13,9 +13,21 @@ def world(shared_world):
     return shared_world
 
 
+def unpack(world, *more):
+    """The first container in /tmp/work, an empty /tmp/scripts, and what more is to be done in the former."""
+    world.shell("; ".join((
+        "rm -rf /tmp/*; mkdir /tmp/work /tmp/scripts; echo mine >/tmp/outside; cd /tmp/work",
+        "sigtool --unpack=/srv/vendor/first.cud >/dev/null", *more)))
+
+
+def apply(world, **scripts):
+    for name, text in scripts.items():
+        world.write(f"/tmp/scripts/VestRUM-{name[1:]}.script", text)
+    return world.command("sh", "-c", f"cd /tmp/work && {BIN}/sigtool --run-cdiff=/tmp/scripts --datadir=.")
+
+
 def test_sigtool_applies_a_folder_of_scripts_in_the_order_of_their_versions(world):
-    world.shell("mkdir -p /tmp/work /tmp/scripts; cd /tmp/work"
-                f"; sigtool --unpack=/srv/vendor/first.cud; cp {SCRIPTED}/*.script ..")
+    unpack(world, f"cp {SCRIPTED}/*.script ..")
     look = (f"cd /tmp/work; {BIN}/sigtool --run-cdiff=/tmp/scripts --datadir=. >/dev/null 2>&1 || echo failed"
             "; cut -d: -f3 VestRUM.info | head -n 1; ls COPYING")
     # 10 comes after 9; what is not newer than the container is passed over; the first that fails is the last.
@@ -51,11 +63,8 @@ REFUSED_SCRIPTS = {
 
 @pytest.mark.parametrize("name", REFUSED_SCRIPTS)
 def test_what_a_script_may_not_say_lets_none_be_applied(world, name):
-    world.shell("rm -rf /tmp/*; mkdir /tmp/work /tmp/scripts; cp /srv/vendor/first.cud /tmp; echo mine >/tmp/outside"
-                "; cd /tmp/work; sigtool --unpack=../first.cud >/dev/null; cp -a . ../before")
-    world.write("/tmp/scripts/VestRUM-2.script", GOOD)
-    world.write("/tmp/scripts/VestRUM-3.script", REFUSED_SCRIPTS[name])
-    outcome = world.command("sh", "-c", f"cd /tmp/work && {BIN}/sigtool --run-cdiff=/tmp/scripts --datadir=.")
+    unpack(world, "cp -a . ../before")
+    outcome = apply(world, v2=GOOD, v3=REFUSED_SCRIPTS[name])
     assert (outcome.status, outcome.stdout, outcome.stderr) == (
         1, "", "ERROR: the scripts hold a command or a file name that is not allowed; none was applied\n")
     assert world.shell("cd /tmp; diff -r before work; cat outside; ls -A scripts") == (
@@ -63,24 +72,21 @@ def test_what_a_script_may_not_say_lets_none_be_applied(world, name):
 
 
 def test_scripts_are_not_applied_where_a_link_lies(world):
-    world.shell("rm -rf /tmp/*; mkdir /tmp/work /tmp/scripts; echo mine >/tmp/outside; cd /tmp/work"
-                "; sigtool --unpack=/srv/vendor/first.cud >/dev/null; ln -s ../outside link")
-    world.write("/tmp/scripts/VestRUM-2.script", "OPEN link\nADD x\nCLOSE\n")
-    outcome = world.command("sh", "-c", f"cd /tmp/work && {BIN}/sigtool --run-cdiff=/tmp/scripts --datadir=.")
+    unpack(world, "ln -s ../outside link")
+    outcome = apply(world, v2="OPEN link\nADD x\nCLOSE\n")
     assert (outcome.status, outcome.stderr, world.shell("cat /tmp/outside")) == (
         1, "ERROR: the folder holds more than plain files; no script was applied\n", "mine\n")
 
 
 def test_what_scripts_may_say_is_what_the_real_program_does(world):
     """Each command, a signature that looks like one, and a script without a line end at its end."""
-    world.shell("rm -rf /tmp/*; mkdir /tmp/work /tmp/scripts; cd /tmp/work"
-                "; sigtool --unpack=/srv/vendor/first.cud >/dev/null; printf 'a\nb\nc\n' >a; : >b; : >c")
-    world.write("/tmp/scripts/VestRUM-2.script", "# MOVE /a /b\nOPEN a\nDEL 1 a\nXCHG 2 b MOVE a ../b 1 c 1 c\n"
-                "ADD UNLINK /etc/passwd \nCLOSE")
-    world.write("/tmp/scripts/VestRUM-3.script", "MOVE a b 2 c 3 UNLINK\nUNLINK c\n")
-    said = world.shell(f"cd /tmp/work; {BIN}/sigtool --run-cdiff=/tmp/scripts --datadir=.; head a b; ls")
-    assert said == ("==> a <==\nMOVE a ../b 1 c 1 c\n\n==> b <==\nc\nUNLINK /etc/passwd \n"
-                    "COPYING\nVestRUM.info\nVestRUM.ndb\na\nb\n")
+    unpack(world, "printf 'a\nb\nc\n' >a; : >b; : >c")
+    outcome = apply(world, v2="# MOVE /a /b\nOPEN a\nDEL 1 a\nXCHG 2 b MOVE a ../b 1 c 1 c\nADD UNLINK /etc/passwd \n"
+                    "CLOSE", v3="MOVE a b 2 c 3 UNLINK\nUNLINK c\n")
+    assert (outcome.status, outcome.stdout) == (0, "")
+    assert world.shell("cd /tmp/work; head a b; ls") == (
+        "==> a <==\nMOVE a ../b 1 c 1 c\n\n==> b <==\nc\nUNLINK /etc/passwd \n"
+        "COPYING\nVestRUM.info\nVestRUM.ndb\na\nb\n")
 
 
 def test_unpacking_leaves_out_scripts_of_the_container_only(world):

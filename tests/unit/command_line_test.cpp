@@ -6,7 +6,7 @@
 #include "base/text_rules.hpp"
 #include "driver/run/commands.hpp"
 #include "driver/run/database_folder.hpp"
-#include "scratch.hpp"
+#include "testbed/scratch.hpp"
 
 namespace tarnwick {
 namespace {
@@ -21,7 +21,7 @@ struct Case {
 };
 
 TEST(CommandLine, ReadsAlongInFreshclamsArguments) {
-  const test::Scratch scratch;
+  const testbed::Scratch scratch;
   std::filesystem::current_path(scratch.path(""));
   const Case cases[] = {
       {"a b", {}},
@@ -73,7 +73,7 @@ bool isTakenAsItStands(const std::string& shell, const std::string& word) {
 }
 
 TEST(Commands, TakeWhatTheShellTakesAsItStands) {
-  const test::Scratch scratch;
+  const testbed::Scratch scratch;
   std::filesystem::current_path(scratch.path(""));
   for (const auto* const name : {"a", "b", "ab", "a-b"}) std::filesystem::create_directory(name);
   std::filesystem::create_symlink("/bin/bash", "sh");

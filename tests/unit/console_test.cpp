@@ -5,7 +5,7 @@
 #include <sys/stat.h>
 
 #include "base/file_descriptor.hpp"
-#include "scratch.hpp"
+#include "testbed/scratch.hpp"
 
 namespace tarnwick {
 namespace {
@@ -16,7 +16,7 @@ TEST(Console, TheFormatAndNotTheLineKeepsOutOfTheLog) {
       "\nplain 1\nDownloading Vestrum.x\nDownloading Vestrum.x [  7%]\nto a closed log\n\n";
   for (const bool quiet : {false, true}) {
     for (const bool logged : {false, true}) {
-      const test::Scratch scratch;
+      const testbed::Scratch scratch;
       RunContext context;
       context.quietMode = quiet;
       context.logEnabled = logged;
@@ -34,7 +34,7 @@ TEST(Console, TheFormatAndNotTheLineKeepsOutOfTheLog) {
 }
 
 TEST(Console, WritesToALogThatIsAPipe) {
-  const test::Scratch scratch;
+  const testbed::Scratch scratch;
   RunContext context;
   context.logEnabled = context.quietMode = true;
   ::mkfifo(scratch.path("pipe").c_str(), 0600);
@@ -54,7 +54,7 @@ TEST(Console, WritesToALogThatIsAPipe) {
 }
 
 TEST(Console, MakesALogThatFreshclamCanOpenAndLeavesOthersAlone) {
-  const test::Scratch scratch;
+  const testbed::Scratch scratch;
   const auto modeOf = [&](const std::string& name) {
     return static_cast<unsigned>(std::filesystem::status(scratch.path(name)).permissions());
   };

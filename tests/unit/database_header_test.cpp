@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "scratch.hpp"
+#include "testbed/scratch.hpp"
 
 namespace tarnwick {
 namespace {
@@ -16,7 +16,7 @@ struct Case {
 };
 
 TEST(DatabaseHeader, ReadsTheFirstLineOfAnything) {
-  const test::Scratch scratch;
+  const testbed::Scratch scratch;
   const RunContext context;
   const Case cases[] = {
       {good + std::string(512 - good.size(), ' ') + "\x1F\x8B", good, 1234},

@@ -4,7 +4,7 @@
 #include <sys/stat.h>
 
 #include "base/files.hpp"
-#include "scratch.hpp"
+#include "testbed/scratch.hpp"
 
 namespace tarnwick {
 namespace {
@@ -22,7 +22,7 @@ TEST(DurableFiles, AreRenamedWithinAFileSystemAndCopiedElsewhere) {
     bool secondName, folderInTheWay;
   } cases[] = {{false, false}, {true, false}, {false, true}};
   for (const auto& [secondName, folderInTheWay] : cases) {
-    const test::Scratch scratch;
+    const testbed::Scratch scratch;
     const std::string source = scratch.write("new", "new");
     const std::string target = scratch.path("target");
     if (secondName) fs::create_hard_link(source, scratch.path("second"));
@@ -41,7 +41,7 @@ TEST(DurableFiles, AreRenamedWithinAFileSystemAndCopiedElsewhere) {
 }
 
 TEST(DurableFiles, StayAsTheyWereWhereAMoveFails) {
-  const test::Scratch scratch;
+  const testbed::Scratch scratch;
   const std::string target = scratch.write("target", "old");
   fs::create_symlink(scratch.write("elsewhere", "new"), scratch.path("link"));
   ::mkfifo(scratch.path("pipe").c_str(), 0600);

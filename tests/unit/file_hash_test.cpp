@@ -2,13 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include "scratch.hpp"
+#include "testbed/scratch.hpp"
 
 namespace tarnwick {
 namespace {
 
 TEST(FileHash, DigestsFilesAndTexts) {
-  const test::Scratch scratch;
+  const testbed::Scratch scratch;
   const std::string empty = scratch.write("empty", "");
   const std::string large = scratch.write("large", std::string(10000, 'a'));
   EXPECT_EQ(FileHash::md5HashOfFileAtPath(empty), "d41d8cd98f00b204e9800998ecf8427e");
@@ -27,7 +27,7 @@ TEST(FileHash, DigestsFilesAndTexts) {
 }
 
 TEST(FileHash, TakesAnAlgorithmOfTheCallers) {
-  const test::Scratch scratch;
+  const testbed::Scratch scratch;
   unsigned length = 0;
   const _FileHashComputationContext context{
       [](void* state) { *static_cast<unsigned*>(state) = 1; },

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "scratch.hpp"
 #include "testbed/loopback_server.hpp"
+#include "testbed/scratch.hpp"
 #include "transfer/file_downloader.hpp"
 
 namespace tarnwick {
@@ -103,7 +103,7 @@ TEST(FileDownloader, CountsWhatCameAndLeavesNothingOfAFailedDownload) {
                {"", large, 0, 0},         {"100001", large, 100001, 0},
                {"99999", "abc", 99999, 0}};
   for (const auto& [length, body, total, size] : cases) {
-    const test::Scratch scratch;
+    const testbed::Scratch scratch;
     const Answer answer{
         ok(fmt::format("Content-Length: {}\r\nConnection: close\r\n", length), body)};
     LoopbackServer server({answer, answer});

@@ -7,7 +7,7 @@
 
 #include "platform/platform.hpp"
 #include "platform/property_list.hpp"
-#include "scratch.hpp"
+#include "testbed/scratch.hpp"
 
 namespace tarnwick::platform {
 namespace {
@@ -45,7 +45,7 @@ TEST(PropertyLists, ComeBackAsTheyWere) {
 TEST(Engine, MustBeRootsAlone) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs files that belong to root";
   using std::filesystem::perms;
-  const test::Scratch scratch;
+  const testbed::Scratch scratch;
   const std::string engine = scratch.write("engine", "x");
   std::filesystem::create_symlink(engine, scratch.path("link"));
   const auto sound = [&](perms program, perms folder) {

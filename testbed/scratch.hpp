@@ -7,7 +7,7 @@
 #include <fstream>
 #include <string>
 
-namespace tarnwick::test {
+namespace tarnwick::testbed {
 
 /// A folder that lives as long as a test.
 class Scratch {
@@ -36,4 +36,4 @@ class Scratch {
   std::filesystem::path path_;
 };
 
-}  // namespace tarnwick::test
+}  // namespace tarnwick::testbed
