@@ -4,7 +4,7 @@ from typing import NamedTuple
 
 import pytest
 
-from testbed import CONFIGURATION, DATA, MACINTOSH, MIRROR, PREFIX, UPSTREAM
+from testbed import BIN, CONFIGURATION, DATA, MACINTOSH, MIRROR, PREFIX, UPSTREAM, sample
 from testbed.transcripts import BANNER, CURRENT, FRESHCLAM, UNCHANGED
 
 CALL = "freshclam --no-warnings\n"
@@ -164,8 +164,8 @@ def test_records_that_are_none(world, record):
 
 
 @pytest.mark.parametrize("make, version", [
-    ("cat {site}", -1), ("head -c 300 {site}", -1), ("head -c 700 {site}", -1), ("echo '<html>404</html>'", -1),
-    (":", -1),
+    ("cat {site}", -1), ("head -c 300 {site}", -1), ("head -c 700 {site}", -1), ("head -c 11 {site}", -1),
+    ("echo '<html>404</html>'", 0), ("head -c 10 {site}", 0), (":", 0),
     ("ln -s {data}/VestRUM.cud {data}/../unsigned.cud", 3)])
 def test_versions_that_the_real_sigtool_reads(world, make, version):
     world.install(3)
@@ -185,22 +185,31 @@ def test_seeding_and_proxy_helper(world):
     world.install(3)
     world.freshclam(1)
     world.shell(f"rm {DATA}/main.cvd; mv {DATA}/daily.cvd {DATA}/daily.cld; rm {DATA}/bytecode.cvd")
-    world.write("/srv/vendor/mirror/main.cvd", "no database at all")
+    world.write("/srv/vendor/mirror/main.cvd", "ClamAV-VDB:no good one")
     world.program("VestrumProxyHelper", "echo the helper was given $# arguments; exit 9")
     outcome = world.run()
     helper = "the helper was given 0 arguments\n"
-    # What the mirror answers is put in place whatever it is: there was nothing before.
+    # Whatever calls itself a container is put in place: there was nothing before. There is no bytecode.
     assert (outcome.status, outcome.stdout) == (
         1, BANNER + CURRENT + UNCHANGED + "Checking proxy settings\n" + helper + "\nChecking ClamAV definitions\n"
-        + "".join(f"Downloading {name}.cvd [100%]\nDownloaded {name}.cvd from {MIRROR}\n"
-                  for name in ("main", "bytecode"))
-        + CALL)
+        + f"Downloading main.cvd [100%]\nDownloaded main.cvd from {MIRROR}\nDownloading bytecode.cvd [100%]\n" + CALL)
     assert world.shell(f"cd {DATA} && ls *.c?d && cat main.cvd") == (
-        "VestRUM.cud\nbytecode.cvd\ndaily.cld\nmain.cvd\nno database at all")
+        "VestRUM.cud\ndaily.cld\nmain.cvd\nClamAV-VDB:no good one")
     # Whole downloads show their progress even to the quiet.
     world.freshclam(1)
-    world.shell(f"rm {DATA}/main.cvd")
+    world.shell(f"rm {DATA}/main.cvd; echo dummy >{DATA}/bytecode.cvd")
     assert world.run("--quiet").stdout == helper + "Downloading main.cvd [100%]\nfreshclam --quiet --no-warnings\n"
+
+
+def test_error_pages_of_the_mirror_do_not_reach_a_scanner(world):
+    world.install(3)
+    world.freshclam(0)
+    world.shell(f"rm {DATA}/*.cvd")
+    world.write("/srv/sample", sample(3))
+    assert world.run().status == 0
+    assert world.shell(f"cd {DATA}; grep -l 404 *") == "bytecode.cvd_download\ndaily.cvd_download\nmain.cvd_download\n"
+    scan = world.command("clamscan", "--no-summary", "-d", DATA, "/srv/sample")
+    assert (scan.status, scan.stdout, scan.stderr) == (1, "/srv/sample: Vestrum.Sample-3.UNOFFICIAL FOUND\n", "")
 
 
 class Switch(NamedTuple):
