@@ -27,6 +27,7 @@ if(APPLE)
 else()
   install(PROGRAMS ${packaging}/linux/provision ${packaging}/linux/sigtool
                    ${packaging}/linux/freshclam ${packaging}/linux/notify-clamd
+                   ${packaging}/linux/note-run
           DESTINATION lib/tarnwick)
   install(PROGRAMS ${packaging}/apparmor/override DESTINATION lib/tarnwick/apparmor)
   install(FILES ${packaging}/apparmor/freshclam ${packaging}/apparmor/clamd

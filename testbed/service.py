@@ -6,9 +6,11 @@ import shlex
 from .machine import REPOSITORY
 
 UNIT = {}  # the last of the settings of the same name
+AFTERWARDS = []
 for _line in (REPOSITORY / "packaging/systemd/tarnwick.service").read_text(encoding="utf-8").splitlines():
     if _setting := re.fullmatch(r"(\w+)=(.*)", _line):
         UNIT[_setting[1]] = _setting[2]
+        AFTERWARDS += [_setting[2]] if _setting[1] == "ExecStopPost" else []
 
 # Nothing can be written but what is named, and of that not what is named again.
 WALLS = """
@@ -35,10 +37,12 @@ def behind_walls():
     return "env", f"WRITABLE={writable}", f"READABLE={readable}", "unshare", "-m", "sh", "-euc", WALLS, "sh"
 
 
-def ended(world):
+def ended(world, **environment):
     """What the service says and does when a run has ended."""
-    world.shell("mkdir -p /usr/local/lib/tarnwick"
-                "; ln -sf /repository/packaging/linux/notify-clamd /usr/local/lib/tarnwick")
-    outcome = world.command(*shlex.split(UNIT["ExecStopPost"].removeprefix("-").replace("$$", "$")))
-    assert outcome.status == 0
-    return outcome.stdout + outcome.stderr
+    world.shell("mkdir -p /usr/local/lib /var/log/tarnwick; ln -sfn /repository/packaging/linux /usr/local/lib/tarnwick")
+    said = ""
+    for command in AFTERWARDS:
+        outcome = world.command(*shlex.split(command.removeprefix("-").replace("$$", "$")), env=environment)
+        assert outcome.status == 0
+        said += outcome.stdout + outcome.stderr
+    return said

@@ -5,8 +5,9 @@ import time
 
 import pytest
 
-from testbed import DATA, Machine
+from testbed import BIN, DATA, Machine
 from testbed.machine import seen_inside
+from testbed.service import ended
 from testbed.world import EXECUTABLE
 
 FRESH = {"VestRUM.cud": 1, "daily.cvd": 1, "main.cvd": 9000, "bytecode.cvd": 9000}
@@ -20,14 +21,15 @@ def machine():
         yield made
 
 
-def check(machine, databases, *arguments, tool=EXECUTABLE):
+def check(machine, databases, *arguments, tool=EXECUTABLE, through=(), before="", **more):
     machine.shell(f"rm -rf {DATA} /usr/local/sbin && mkdir -p {DATA} /usr/local/sbin")
     if tool:
         machine.shell(f"ln -s {seen_inside(tool)} /usr/local/sbin/tarnwick")
     for name, hours in databases.items():
         built = int(time.time()) - hours * 3600 - 60 if isinstance(hours, int) else hours
         machine.write(f"{DATA}/{name}", f"ClamAV-VDB:date:7:1:90:X:X:builder:{built}".ljust(512) + "\0\n:data")
-    outcome = machine.command("/repository/packaging/monitoring/check_tarnwick", *arguments)
+    machine.shell(before)
+    outcome = machine.command(*through, "/repository/packaging/monitoring/check_tarnwick", *arguments, **more)
     return outcome.status, re.sub(r"=\d+s", "=Ns", outcome.stdout.strip()), outcome.stderr
 
 
@@ -54,3 +56,94 @@ def test_one_line_and_a_status(machine, changes, arguments, status, text):
 def test_without_the_tool_nothing_is_known(machine):
     assert check(machine, FRESH, tool=None) == (
         3, "TARNWICK UNKNOWN - 'tarnwick --version' failed; is tarnwick installed?", "")
+
+
+MOVED = f"mkdir -p /etc/default; echo 'TARNWICK_ARGUMENTS=\"--quiet --datadir=/data\"' >/etc/default/tarnwick"
+NOBODY = ["setpriv", "--reuid=nobody", "--clear-groups"]
+DETAILS = """\
+VestRUM.cud       version 7, built DATE, 1 h ago
+daily             version 7, built DATE, 1 h ago
+main              version 7, built DATE, 9000 h ago
+bytecode          version 7, built DATE, 9000 h ago
+Last runs         ended DATE, 0 h ago, exited (0)
+Next run          Mon 2026-11-23 08:11:05 UTC
+Installation      /usr/local/vestRum, in order; databases in /usr/local/vestRum/share/clamav
+"""
+UNHEALTHY = "No database is too old, but not all is well:\n"
+LAY_OUT = "put it in order: sudo /usr/local/lib/tarnwick/provision"
+
+
+@pytest.fixture(name="installed")
+def installed_machine(machine):
+    machine.shell("/repository/packaging/linux/provision; mkdir -p /run/systemd/system; rm -rf /var/log/tarnwick")
+    machine.write("/srv/first/systemctl", "#!/bin/sh\ncat /srv/next\n", 0o755)
+    machine.write("/srv/next", "Mon 2026-11-23 08:11:05 UTC\n")
+    assert ended(machine, SERVICE_RESULT="success", EXIT_CODE="exited", EXIT_STATUS="0") == ""
+    yield machine
+    machine.shell("rm -rf /data /etc/default/tarnwick /usr/local/lib/tarnwick")
+
+
+def long(machine, before="", changes=(), through=(), status=0):
+    seen = check(machine, FRESH | dict(changes), "--long", through=through, before=before,
+                 env={"PATH": "/srv/first:/usr/bin:/bin"})
+    assert (seen[0], seen[2]) == (status, "")
+    return re.sub(r"\d{4}-\d\d-\d\d \d\d:\d\d UTC", "DATE", seen[1]) + "\n"
+
+
+def test_all_is_well(installed):
+    assert long(installed) == f"All is well: every database is there, and none is too old.\n\n{DETAILS}"
+    moved = f"{MOVED}; mkdir /data; mv {DATA}/* /data; touch -d '3 hours ago' /data/Vestrum.database"
+    assert long(installed, moved) == "All is well: every database is there, and none is too old.\n\n" + DETAILS.replace(
+        f"in {DATA}", "in /data").replace("Last", "Vestrum.database  dated DATE, 3 h ago\nLast")
+
+
+@pytest.mark.parametrize("before, changes, through, status, told", [
+    ("", {"daily.cvd": 100}, [], 2, """CRITICAL - not all databases are what they should be:
+- daily is 100 h old; more than 96 h are too much:
+    see what keeps it from being updated: sudo tarnwick
+"""),
+    (f"rm {DATA}/[Vm]*", {}, [], 2, """CRITICAL - not all databases are what they should be:
+- VestRUM.cud is missing:
+    have it fetched, and read what is said: sudo tarnwick
+- main is missing:
+    have it fetched, and read what is said: sudo tarnwick
+"""),
+    ("", {"bytecode.cvd": "soon"}, [], 3, f"""UNKNOWN - not all databases are what they should be:
+- bytecode does not begin as a database does:
+    have it fetched afresh: sudo rm {DATA}/bytecode.cvd; sudo tarnwick
+"""),
+    (f"chmod 700 {DATA}", {}, NOBODY, 3, f"""UNKNOWN - not all databases are what they should be:
+- nobody may not look into {DATA}:
+    call this as root
+"""),
+    (f"chmod 600 {DATA}/*", {}, NOBODY, 3, "UNKNOWN - not all databases are what they should be:\n" + "".join(
+        f"- {name} is there, but nobody may not read it:\n    call this as root\n"
+        for name in ("VestRUM.cud", "daily", "main", "bytecode"))),
+    (MOVED, {}, [], 2, """CRITICAL - not all databases are what they should be:
+- There is no /data:
+    lay it out: sudo /usr/local/lib/tarnwick/provision
+"""),
+    (f"rm {BIN}/sigtool; chmod 777 {BIN}/freshclam", {}, [], 0, f"""{UNHEALTHY}\
+- {BIN}/sigtool is missing, or is no program:
+    {LAY_OUT}
+- Others than root can change {BIN}/freshclam:
+    {LAY_OUT}
+"""),
+    (">/srv/next", {}, [], 0, f"""{UNHEALTHY}\
+- No run is to come:
+    switch them on: sudo systemctl enable --now tarnwick.timer
+"""),
+    ("echo $(($(date +%s) - 180001)) exit-code exited 62 >>/var/log/tarnwick/runs", {}, [], 0, f"""{UNHEALTHY}\
+- The last run of the service failed (exit-code 62):
+    see EXIT STATUS in tarnwick(8), and: sudo journalctl -u tarnwick.service
+- The last run of the service ended 50 h ago:
+    see what keeps it from running: systemctl status tarnwick.timer tarnwick.service
+"""),
+    ("cd /usr/local/lib; rm tarnwick; mkdir tarnwick; echo content-host: a.example >tarnwick/build", {}, [], 0, f"""{UNHEALTHY}\
+- This build is for hosts that do not exist:
+    have one from your vendor
+"""),
+], ids=["old", "missing", "no database", "closed folder", "closed files", "folder gone", "prefix", "timer", "run",
+        "build"])
+def test_what_is_wrong_and_what_to_do(installed, before, changes, through, status, told):
+    assert long(installed, before, changes, through, status).startswith(told + "\n")
