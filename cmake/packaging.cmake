@@ -4,6 +4,21 @@ find_program(GZIP gzip REQUIRED)
 set(packaging ${PROJECT_SOURCE_DIR}/packaging)
 set(packaged ${PROJECT_BINARY_DIR}/packaging)
 
+# A vendor's release of a version of ours is told of in front of our own.
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${packaging}/debian/changelog)
+file(STRINGS ${packaging}/debian/changelog latest LIMIT_COUNT 1)
+file(STRINGS ${packaging}/debian/changelog signature REGEX "^ -- .*  " LIMIT_COUNT 1)
+string(REGEX REPLACE "^ -- .*  " "" released "${signature}")
+if(NOT latest MATCHES "\\(([^-]+)-([^)]+)\\)" OR NOT CMAKE_MATCH_1 STREQUAL PROJECT_VERSION)
+  message(FATAL_ERROR "packaging/debian/changelog does not begin with version ${PROJECT_VERSION}: ${latest}")
+endif()
+file(READ ${packaging}/debian/changelog changes)
+if(NOT CMAKE_MATCH_2 STREQUAL TARNWICK_PACKAGE_RELEASE)
+  string(PREPEND changes "tarnwick (${PROJECT_VERSION}-${TARNWICK_PACKAGE_RELEASE}) stable; urgency=medium\n\n"
+    "  * Built for ${TARNWICK_CONTENT_HOST}.\n\n -- ${TARNWICK_PACKAGE_MAINTAINER}  ${released}\n\n")
+endif()
+file(CONFIGURE OUTPUT ${packaged}/changelog CONTENT "${changes}" @ONLY)
+
 # Without a time stamp, so that the same source gives the same package.
 function(tarnwick_install_compressed source name destination)
   add_custom_command(OUTPUT ${packaged}/${name}.gz
@@ -28,14 +43,16 @@ else()
   install(PROGRAMS ${packaging}/linux/provision ${packaging}/linux/sigtool
                    ${packaging}/linux/freshclam ${packaging}/linux/notify-clamd
                    ${packaging}/linux/note-run
+                   ${packaging}/linux/setup ${packaging}/linux/takedown
           DESTINATION lib/tarnwick)
+  install(FILES ${PROJECT_BINARY_DIR}/generated/build DESTINATION lib/tarnwick)
   install(PROGRAMS ${packaging}/apparmor/override DESTINATION lib/tarnwick/apparmor)
   install(FILES ${packaging}/apparmor/freshclam ${packaging}/apparmor/clamd
           DESTINATION lib/tarnwick/apparmor)
   install(PROGRAMS ${packaging}/monitoring/check_tarnwick DESTINATION lib/nagios/plugins)
   install(FILES ${packaging}/systemd/tarnwick.service ${packaging}/systemd/tarnwick.timer
           DESTINATION lib/systemd/system)
-  tarnwick_install_compressed(${packaging}/debian/changelog changelog.Debian ${documents})
+  tarnwick_install_compressed(${packaged}/changelog changelog.Debian ${documents})
   install(FILES ${packaging}/debian/lintian-overrides
           DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides RENAME tarnwick)
 endif()
@@ -51,22 +68,12 @@ set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
-set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${packaging}/debian/changelog)
-file(STRINGS ${packaging}/debian/changelog latest LIMIT_COUNT 1)
-string(FIND "${latest}" "(${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})" found)
-if(found EQUAL -1)
-  message(FATAL_ERROR "packaging/debian/changelog does not begin with version "
-                      "${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}: ${latest}")
-endif()
-# What is packed bears the time of the release, so that the same source gives the same package.
-file(STRINGS ${packaging}/debian/changelog signature REGEX "^ -- .*  " LIMIT_COUNT 1)
-string(REGEX REPLACE "^ -- .*  " "" released "${signature}")
+set(CPACK_DEBIAN_PACKAGE_RELEASE ${TARNWICK_PACKAGE_RELEASE})
 execute_process(COMMAND date -ud ${released} +%s OUTPUT_VARIABLE CPACK_TARNWICK_RELEASE_TIME
                 OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/package_prepare.cmake)
 set(CPACK_POST_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/package_check.cmake)
-set(CPACK_DEBIAN_PACKAGE_MAINTAINER "The Tarnwick developers <tarnwick@vestrum.example>")
+set(CPACK_DEBIAN_PACKAGE_MAINTAINER ${TARNWICK_PACKAGE_MAINTAINER})
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS
     "ca-certificates, clamav, clamav-freshclam, psmisc, unzip")
@@ -83,8 +90,7 @@ for when it keeps failing.
 The installation it looks after lies under /usr/local/vestRum and is laid out
 from this system's ClamAV. A systemd timer starts a run every hour, and a
 monitoring plugin tells when the databases grow old.")
-configure_file(${packaging}/debian/postrm.in ${packaged}/postrm @ONLY)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
-    ${packaging}/debian/postinst ${packaging}/debian/prerm ${packaged}/postrm)
+    ${packaging}/debian/postinst ${packaging}/debian/prerm ${packaging}/debian/postrm)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 include(CPack)

@@ -1,4 +1,4 @@
-# What a vendor sets for a build of its own: hosts, link secret and public key.
+# What a vendor sets for a build of its own: hosts, link secret, public key, who packs it.
 
 set(TARNWICK_CONTENT_HOST content.vestrum.example CACHE STRING
     "Vendor's primary content-network host, plain URLs")
@@ -20,6 +20,10 @@ set(TARNWICK_PUBLIC_KEY_FILE "${CMAKE_CURRENT_LIST_DIR}/vendor_public_key.pem" C
     "PEM file of the vendor's DSA public key, on one line or many")
 set(TARNWICK_LARGEST_DOWNLOAD 2147483648 CACHE STRING
     "Bytes that a download may have; a longer one fails")
+set(TARNWICK_PACKAGE_MAINTAINER "The Tarnwick developers <tarnwick@vestrum.example>" CACHE STRING
+    "Who answers for the package")
+set(TARNWICK_PACKAGE_RELEASE 1 CACHE STRING
+    "Counts the packages of one version")
 string(LENGTH "${TARNWICK_LARGEST_DOWNLOAD}" digits)
 if(NOT TARNWICK_LARGEST_DOWNLOAD MATCHES "^[1-9][0-9]*$" OR digits GREATER 18)
   message(FATAL_ERROR "TARNWICK_LARGEST_DOWNLOAD is no number of bytes: ${TARNWICK_LARGEST_DOWNLOAD}")
@@ -30,5 +34,23 @@ set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${TARNWICK_PUBLI
 file(READ "${TARNWICK_PUBLIC_KEY_FILE}" TARNWICK_PUBLIC_KEY)
 string(REGEX REPLACE "[\r\n]" "" TARNWICK_PUBLIC_KEY "${TARNWICK_PUBLIC_KEY}")
 
+# The publishing kit names keys so: by the digest of their DER form.
+string(REGEX REPLACE "-----[A-Z ]+-----" "" body "${TARNWICK_PUBLIC_KEY}")
+file(WRITE "${PROJECT_BINARY_DIR}/generated/key.base64" "${body}")
+execute_process(COMMAND base64 -d INPUT_FILE "${PROJECT_BINARY_DIR}/generated/key.base64"
+                OUTPUT_FILE "${PROJECT_BINARY_DIR}/generated/key.der" RESULT_VARIABLE failed)
+if(failed OR body STREQUAL "")
+  message(FATAL_ERROR "TARNWICK_PUBLIC_KEY_FILE holds no PEM key: ${TARNWICK_PUBLIC_KEY_FILE}")
+endif()
+file(SHA256 "${PROJECT_BINARY_DIR}/generated/key.der" TARNWICK_PUBLIC_KEY_SHA256)
+
+if("${TARNWICK_CONTENT_HOST};${TARNWICK_LINK_HOST}" MATCHES "\\.example(;|$)")
+  message(WARNING "This build is for hosts that do not exist, ${TARNWICK_CONTENT_HOST} and "
+                  "${TARNWICK_LINK_HOST}: it can be tried, but no run of it can fetch the vendor's "
+                  "databases. settings/vendor.cmake tells what to set for hosts of your own.")
+endif()
+
 configure_file("${CMAKE_CURRENT_LIST_DIR}/vendor_settings.hpp.in"
                "${PROJECT_BINARY_DIR}/generated/settings/vendor_settings.hpp" @ONLY)
+# The same for people, on the machine that it is installed on.
+configure_file("${CMAKE_CURRENT_LIST_DIR}/build.in" "${PROJECT_BINARY_DIR}/generated/build" @ONLY)

@@ -4,7 +4,7 @@ from typing import NamedTuple
 
 import pytest
 
-from testbed import BIN, CONFIGURATION, DATA, MACINTOSH, MIRROR, PREFIX, UPSTREAM, sample
+from testbed import CONFIGURATION, DATA, MACINTOSH, MIRROR, PREFIX, UPSTREAM, sample
 from testbed.transcripts import BANNER, CURRENT, FRESHCLAM, UNCHANGED
 
 CALL = "freshclam --no-warnings\n"

@@ -17,7 +17,7 @@ from testbed.world import EXECUTABLE
 
 PACKAGING = REPOSITORY / "packaging"
 INPUTS = [EXECUTABLE, *(REPOSITORY / "cmake").iterdir(), *filter(pathlib.Path.is_file, PACKAGING.rglob("*")),
-          REPOSITORY / "README.md", REPOSITORY / "CHANGELOG.md"]
+          *(REPOSITORY / "settings").iterdir(), REPOSITORY / "README.md", REPOSITORY / "CHANGELOG.md"]
 SETTINGS = re.findall(r"(?m)^(?:TARNWICK_|CMAKE_BUILD_TYPE|CMAKE_CXX_FLAGS:).*",
                       (EXECUTABLE.parent / "CMakeCache.txt").read_text(encoding="utf-8"))
 shipped_as_tested = pytest.mark.skipif("TARNWICK_SANITIZERS:BOOL=ON" in SETTINGS, reason="this build is not shipped")
@@ -35,7 +35,14 @@ HARDENING = {
 CONFIGURATIONS = [f"{PREFIX}/etc/freshclam{kind}.conf" for kind in ("", "BAK", "CLEAN")]
 
 # systemctl words differently from release to release what it says of a link that it makes.
-INSTALL = f"dpkg -i /tarnwick.deb 2>&1 >/dev/null | sed '/^Created symlink/d'; touch {DATA}/main.cvd\n"
+CONFIGURE = """dpkg --unpack /tarnwick.deb >/dev/null; sed -i '/^[cl].*-host:/s/$/.org/' /usr/lib/tarnwick/build
+    dpkg --configure tarnwick | sed 1d"""
+INSTALL = f"""{{ {CONFIGURE}; }} 2>&1 >/dev/null | sed '/^Created symlink/d'; touch {DATA}/main.cvd\n"""
+FROM_SOURCE = f"""cmake --install {EXECUTABLE.parent} --prefix /usr/local >/dev/null
+    sed -i '/^[cl].*-host:/s/$/.org/' /usr/local/lib/tarnwick/build; /usr/local/lib/tarnwick/setup
+    readlink /etc/systemd/system/timers.target.wants/tarnwick.timer; touch {DATA}/main.cvd\n"""
+UNINSTALL = f"""cd {EXECUTABLE.parent}; /usr/local/lib/tarnwick/takedown; xargs -d '\n' rm <install_manifest.txt
+    rm install_manifest.txt\n"""
 STATE = "mkdir -p /var/lib/tarnwick && touch /var/lib/tarnwick/state\n"
 MIRROR_OF_A_RUN = f"sed -i 's/Mirror .*/Mirror mirror.vestrum.example/' {CONFIGURATIONS[0]}\n"
 CLAMD = [f"/etc/apparmor.d/{folder}usr.sbin.clamd" for folder in ("", "local/")]
@@ -88,10 +95,49 @@ def test_installed_package_is_whole(package):
     (f"rm {' '.join(CLAMD)}; /usr/lib/tarnwick/apparmor/override add; dpkg -r tarnwick; test ! -e {CLAMD[1]}",
      [f"{DATA}/main.cvd"]),
     (CHANGED + INSTALL + "dpkg -r tarnwick", [*CONFIGURATIONS, f"{DATA}/main.cvd"]),
+    (f"echo '# mine' >>{CONFIGURATIONS[1]}; dpkg -r tarnwick", [CONFIGURATIONS[1], f"{DATA}/main.cvd"]),
     (CHANGED + STATE + "dpkg -P tarnwick", []),
-], ids=["removed", "removed where no clamd is", "removed with a changed configuration", "purged"])
+    ("dpkg -P tarnwick\n" + FROM_SOURCE + STATE + MIRROR_OF_A_RUN + UNINSTALL, [f"{DATA}/main.cvd"]),
+], ids=["removed", "removed where no clamd is", "removed with a changed configuration", "removed with a comment",
+        "purged", "installed from source"])
 def test_what_stays_behind(package, script, left):
     assert try_out(package, INSTALL + script)[1] == left
+
+
+LINK = "/etc/systemd/system/timers.target.wants/tarnwick.timer"
+READY = [f"{PREFIX} is ready.", "AppArmor's profiles of freshclam and clamd are open to it."]
+ON = "The timer is on: a run starts every hour."
+
+
+@pytest.mark.parametrize("script, said", [
+    (f"/usr/lib/tarnwick/takedown; {CONFIGURE} 2>/dev/null; test ! -e {LINK}", [
+        "The timer is off.", f"left: {DATA}, the databases", *READY,
+        "The timer was switched off on this machine, and stays off."]),
+    (f"rm {LINK}; /usr/lib/tarnwick/setup; test -e {LINK}", [*READY, ON]),
+    ("rm /usr/bin/systemctl /usr/bin/deb-systemd-helper; /usr/lib/tarnwick/setup", [
+        *READY, "There is no systemd here, and so no timer. Have tarnwick started every hour by other means."]),
+    (f"rm {LINK}; sed -i 's/[.]org$//' /usr/lib/tarnwick/build; /usr/lib/tarnwick/setup; test ! -e {LINK}", [
+        *READY, "The timer is left as it was: this build is for the example host content.vestrum.example, and its runs "
+        "can only fail."]),
+    (CHANGED.replace("Checks 3", "'# mine'") + f"rm {DATA}/main.cvd; /usr/lib/tarnwick/takedown", [
+        "The timer is off.", *(f"left: {file}, which was changed" for file in CONFIGURATIONS)]),
+    (f"rm {DATA}/main.cvd; /usr/lib/tarnwick/takedown", ["The timer is off.", f"{PREFIX} is gone."]),
+], ids=["taken down and upgraded", "switched on by hand", "no systemd", "example hosts",
+        "a changed configuration", "nothing to keep"])
+def test_what_setting_up_and_taking_down_say(package, script, said):
+    assert try_out(package, INSTALL + script)[0] == said
+
+
+def test_the_build_can_be_read_from_an_installed_machine(package):
+    """The key is named as the publishing kit names it."""
+    output, _ = try_out(package, "dpkg -i /tarnwick.deb >/dev/null 2>&1; cat /usr/lib/tarnwick/build")
+    key = run("sh", "-euc", 'openssl pkey -pubin -in "$1" -outform DER | sha256sum | cut -c -64', "sh",
+              REPOSITORY / "build/vendor/public.pem").stdout
+    hosts = ("content", "link", "mirror", "older-mirror", "version-record", "upstream-mirror", "upstream-version-record")
+    assert [line.split(":")[0] for line in output] == [
+        "version", "release", "maintainer", *(f"{host}-host" for host in hosts), "key-sha256"]
+    assert (output[0], output[3], output[-1]) == (
+        "version: 2.19.4", "content-host: content.vestrum.example", f"key-sha256: {key.strip()}")
 
 
 def test_package_meets_debian_policy(package):
@@ -151,10 +197,14 @@ def test_flags_of_a_distribution_are_borne(tmp_path):
     flags = run("dpkg-buildflags", "--get", "CPPFLAGS").stdout + run("dpkg-buildflags", "--get", "CXXFLAGS").stdout
     assert "-D_FORTIFY_SOURCE=2" in flags
     done = run("cmake", "-S", REPOSITORY, "-B", tmp_path, "-G", "Ninja", "-DBUILD_TESTING=OFF",
+               "-DTARNWICK_CONTENT_HOST=content.example.org", "-DTARNWICK_LINK_HOST=links.example.org",
                "-DCMAKE_CXX_FLAGS=" + " ".join(flags.split()))
     assert (done.returncode, done.stderr) == (0, "")
     done = run("ninja", "-C", tmp_path, "src/CMakeFiles/tarnwick_base.dir/base/text_rules.cpp.o")
     assert done.returncode == 0, done.stdout
+    # What cannot update anything is not built unnoticed.
+    done = run("cmake", tmp_path, "-DTARNWICK_LINK_HOST=links.vestrum.example")
+    assert (done.returncode, "hosts that do not exist, content.example.org and" in done.stderr) == (0, True)
 
 
 def test_launchd_schedule():
