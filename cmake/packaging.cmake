@@ -4,6 +4,9 @@ find_program(GZIP gzip REQUIRED)
 set(packaging ${PROJECT_SOURCE_DIR}/packaging)
 set(packaged ${PROJECT_BINARY_DIR}/packaging)
 
+# Without another name what is installed belongs to the first of the two packages.
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME tarnwick)
+
 # A vendor's release of a version of ours is told of in front of our own.
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${packaging}/debian/changelog)
 file(STRINGS ${packaging}/debian/changelog latest LIMIT_COUNT 1)
@@ -24,7 +27,8 @@ function(tarnwick_install_compressed source name destination)
   add_custom_command(OUTPUT ${packaged}/${name}.gz
     COMMAND ${GZIP} -9nc ${source} > ${packaged}/${name}.gz DEPENDS ${source} VERBATIM)
   set_property(GLOBAL APPEND PROPERTY TARNWICK_COMPRESSED ${packaged}/${name}.gz)
-  install(FILES ${packaged}/${name}.gz DESTINATION ${destination})
+  get_filename_component(installed ${name} NAME)
+  install(FILES ${packaged}/${name}.gz DESTINATION ${destination} RENAME ${installed}.gz ${ARGN})
 endfunction()
 
 install(TARGETS tarnwick DESTINATION ${CMAKE_INSTALL_SBINDIR})
@@ -32,7 +36,13 @@ configure_file(${packaging}/man/tarnwick.8 ${packaged}/tarnwick.8 @ONLY)
 tarnwick_install_compressed(${packaged}/tarnwick.8 tarnwick.8 ${CMAKE_INSTALL_MANDIR}/man8)
 
 set(documents ${CMAKE_INSTALL_DATADIR}/doc/tarnwick)
-install(FILES README.md DESTINATION ${documents})
+# Of what it points at in the source, only its neighbours come along.
+file(READ README.md readme)
+string(REGEX REPLACE "\\[([^]]+)\\]\\([^)]*/[^)]*\\)" "`\\1`" readme "${readme}")
+string(REPLACE "[MIT](LICENSE)" "[MIT](copyright)" readme "${readme}")
+file(WRITE ${packaged}/README.md "${readme}")
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS README.md)
+install(FILES ${packaged}/README.md SECURITY.md ARCHITECTURE.md CONTRIBUTING.md DESTINATION ${documents})
 install(FILES ${packaging}/debian/copyright DESTINATION ${documents})
 tarnwick_install_compressed(${PROJECT_SOURCE_DIR}/CHANGELOG.md changelog ${documents})
 
@@ -55,6 +65,7 @@ else()
   tarnwick_install_compressed(${packaged}/changelog changelog.Debian ${documents})
   install(FILES ${packaging}/debian/lintian-overrides
           DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides RENAME tarnwick)
+  include(cmake/packaging_kit.cmake)
 endif()
 
 get_property(compressed GLOBAL PROPERTY TARNWICK_COMPRESSED)
@@ -75,14 +86,18 @@ set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/package_prepare.cmake)
 set(CPACK_POST_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/package_check.cmake)
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER ${TARNWICK_PACKAGE_MAINTAINER})
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
-set(CPACK_DEBIAN_PACKAGE_DEPENDS
+set(CPACK_COMPONENTS_ALL tarnwick tarnwick-publish)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_TARNWICK_PACKAGE_NAME tarnwick)
+set(CPACK_DEBIAN_TARNWICK_PACKAGE_DEPENDS
     "ca-certificates, clamav, clamav-freshclam, psmisc, unzip")
-set(CPACK_DEBIAN_PACKAGE_SUGGESTS "apparmor, clamdscan, monitoring-plugins-common")
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY
-    "keeps the virus-definition databases of a ClamAV installation up to date")
-set(CPACK_PACKAGE_DESCRIPTION
-"Brings the vendor's own definitions forward by signed scripts, or fetches them
+set(CPACK_DEBIAN_TARNWICK_PACKAGE_SUGGESTS "apparmor, clamdscan, monitoring-plugins-common")
+set(CPACK_DEBIAN_TARNWICK_PACKAGE_SHLIBDEPS ON)
+# Each package's description begins with a summary of its own.
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
+set(CPACK_DEBIAN_TARNWICK_DESCRIPTION
+"keeps the virus-definition databases of a ClamAV installation up to date
+Brings the vendor's own definitions forward by signed scripts, or fetches them
 whole, tests them with ClamAV's scanner and puts them in place; then runs
 ClamAV's updater for the upstream databases, with repairs and a direct download
 for when it keeps failing.
@@ -90,7 +105,7 @@ for when it keeps failing.
 The installation it looks after lies under /usr/local/vestRum and is laid out
 from this system's ClamAV. A systemd timer starts a run every hour, and a
 monitoring plugin tells when the databases grow old.")
-set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
+set(CPACK_DEBIAN_TARNWICK_PACKAGE_CONTROL_EXTRA
     ${packaging}/debian/postinst ${packaging}/debian/prerm ${packaging}/debian/postrm)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 include(CPack)

@@ -17,7 +17,8 @@ from testbed.world import EXECUTABLE
 
 PACKAGING = REPOSITORY / "packaging"
 INPUTS = [EXECUTABLE, *(REPOSITORY / "cmake").iterdir(), *filter(pathlib.Path.is_file, PACKAGING.rglob("*")),
-          *(REPOSITORY / "settings").iterdir(), REPOSITORY / "README.md", REPOSITORY / "CHANGELOG.md"]
+          *(REPOSITORY / "settings").iterdir(), *REPOSITORY.glob("*.md"),
+          *filter(pathlib.Path.is_file, (REPOSITORY / "publish").rglob("*"))]
 SETTINGS = re.findall(r"(?m)^(?:TARNWICK_|CMAKE_BUILD_TYPE|CMAKE_CXX_FLAGS:).*",
                       (EXECUTABLE.parent / "CMakeCache.txt").read_text(encoding="utf-8"))
 shipped_as_tested = pytest.mark.skipif("TARNWICK_SANITIZERS:BOOL=ON" in SETTINGS, reason="this build is not shipped")
@@ -65,6 +66,11 @@ def package():
         pack(EXECUTABLE.parent, folder)
 
     return next(made_once(f"package-{EXECUTABLE.parent.name}", make, INPUTS).glob("tarnwick_*.deb"))
+
+
+@pytest.fixture(scope="module")
+def kit(package):
+    return next(package.parent.glob("tarnwick-publish_*_all.deb"))
 
 
 def try_out(package, script):
@@ -140,9 +146,26 @@ def test_the_build_can_be_read_from_an_installed_machine(package):
         "version: 2.19.4", "content-host: content.vestrum.example", f"key-sha256: {key.strip()}")
 
 
-def test_package_meets_debian_policy(package):
-    done = run("lintian", "--allow-root", "--fail-on", "error,warning", package)
+def test_packages_meet_debian_policy(package, kit):
+    done = run("lintian", "--allow-root", "--fail-on", "error,warning", package, kit)
     assert (done.returncode, done.stdout) == (0, "")
+
+
+def test_kit_is_found_and_leaves_nothing(kit):
+    assert try_out(kit, """dpkg -i --force-depends /tarnwick.deb >/dev/null 2>&1; tarnwick-publish --help | head -n 1
+        man -w tarnwick-publish; dpkg -P tarnwick-publish >/dev/null 2>&1""") == (
+            ["Usage: tarnwick-publish [--home DIR] COMMAND [ARGUMENT...]", "/usr/share/man/man1/tarnwick-publish.1.gz"],
+            [])
+
+
+def test_documents_lead_nowhere_that_is_not_installed(package, kit, tmp_path):
+    for deb in (package, kit):
+        subprocess.run(["dpkg-deb", "-x", deb, tmp_path], check=True)
+    pages = list(tmp_path.glob("usr/share/doc/*/*.md"))
+    assert len(pages) == 5
+    assert [(page.name, link) for page in pages
+            for link in re.findall(r"\]\(([^)#]+)\)", page.read_text(encoding="utf-8"))
+            if not (page.parent / link).exists()] == []
 
 
 def test_a_run_needs_no_more_than_the_unit_gives_it(world):
@@ -156,7 +179,7 @@ def test_a_run_needs_no_more_than_the_unit_gives_it(world):
 
 
 @shipped_as_tested
-def test_the_same_source_gives_the_same_package(package):
+def test_the_same_source_gives_the_same_packages(package, kit):
     """Made from a copy that is elsewhere and younger."""
     def make(folder):
         source, build = folder / "source", folder / "build"
@@ -167,8 +190,9 @@ def test_the_same_source_gives_the_same_package(package):
             subprocess.run(command, check=True, capture_output=True)
         pack(build, folder)
 
-    again = made_once(f"package-{EXECUTABLE.parent.name}-again", make, INPUTS) / package.name
-    assert again.read_bytes() == package.read_bytes()
+    again = made_once(f"package-{EXECUTABLE.parent.name}-again", make, INPUTS)
+    for deb in (package, kit):
+        assert (again / deb.name).read_bytes() == deb.read_bytes()
 
 
 def test_no_package_without_its_library_dependencies(tmp_path):

@@ -1,0 +1,46 @@
+# The publishing kit, a package of its own: whoever publishes need not be whoever is updated. From
+# source it is installed by `cmake --install BUILD --component tarnwick-publish` alone.
+
+set(kit ${CMAKE_INSTALL_DATADIR}/tarnwick-publish)
+set(kit_documents ${CMAKE_INSTALL_DATADIR}/doc/tarnwick-publish)
+set(kit_rules COMPONENT tarnwick-publish EXCLUDE_FROM_ALL)
+
+install(PROGRAMS publish/tarnwick-publish DESTINATION ${kit} ${kit_rules})
+install(DIRECTORY publish/lib DESTINATION ${kit} ${kit_rules})
+file(MAKE_DIRECTORY ${packaged}/kit)
+file(CREATE_LINK ../share/tarnwick-publish/tarnwick-publish ${packaged}/kit/tarnwick-publish SYMBOLIC)
+install(FILES ${packaged}/kit/tarnwick-publish DESTINATION ${CMAKE_INSTALL_BINDIR} ${kit_rules})
+
+# Installed, the command is found without its path.
+file(READ publish/README.md readme)
+string(REPLACE "publish/tarnwick-publish" "tarnwick-publish" readme "${readme}")
+file(WRITE ${packaged}/kit/README.md "${readme}")
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS publish/README.md)
+install(FILES ${packaged}/kit/README.md ${packaging}/debian/copyright DESTINATION ${kit_documents} ${kit_rules})
+install(FILES ${packaged}/changelog.gz DESTINATION ${kit_documents} ${kit_rules})
+file(READ ${packaged}/changelog changes)
+string(REGEX REPLACE "(^|\n)tarnwick \\(" "\\1tarnwick-publish (" changes "${changes}")
+file(CONFIGURE OUTPUT ${packaged}/kit/changelog CONTENT "${changes}" @ONLY)
+tarnwick_install_compressed(${packaged}/kit/changelog kit/changelog.Debian ${kit_documents} ${kit_rules})
+configure_file(${packaging}/man/tarnwick-publish.1 ${packaged}/tarnwick-publish.1 @ONLY)
+tarnwick_install_compressed(${packaged}/tarnwick-publish.1 tarnwick-publish.1
+                            ${CMAKE_INSTALL_MANDIR}/man1 ${kit_rules})
+
+file(READ ${packaging}/debian/lintian-overrides overrides)
+string(REPLACE "\ntarnwick:" "\ntarnwick-publish:" overrides "${overrides}")
+file(WRITE ${packaged}/kit/lintian-overrides "${overrides}")
+install(FILES ${packaged}/kit/lintian-overrides
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides RENAME tarnwick-publish ${kit_rules})
+
+set(CPACK_DEBIAN_TARNWICK-PUBLISH_PACKAGE_NAME tarnwick-publish)
+set(CPACK_DEBIAN_TARNWICK-PUBLISH_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_TARNWICK-PUBLISH_PACKAGE_DEPENDS "clamav, openssl")
+set(CPACK_DEBIAN_TARNWICK-PUBLISH_PACKAGE_RECOMMENDS "curl, nginx-light")
+set(CPACK_DEBIAN_TARNWICK-PUBLISH_DESCRIPTION
+"publishes signed virus definitions for machines that run tarnwick
+Makes versioned containers of a folder of ClamAV signatures, the scripts that
+lead from each version to the next, and their signatures; serves them by nginx
+and checks what is served as a machine would.
+.
+It is for the vendor of such definitions. Machines that are updated need the
+package tarnwick alone.")
