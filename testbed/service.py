@@ -37,12 +37,18 @@ def behind_walls():
     return "env", f"WRITABLE={writable}", f"READABLE={readable}", "unshare", "-m", "sh", "-euc", WALLS, "sh"
 
 
+def command(setting):
+    """As systemd reads it; without the variables that stand for nothing."""
+    words = [word.replace("$$", "$") for word in shlex.split(setting.removeprefix("-").replace(r"\\", "\\"))]
+    return [word for word in words if word != "$TARNWICK_ARGUMENTS"]
+
+
 def ended(world, **environment):
     """What the service says and does when a run has ended."""
     world.shell("mkdir -p /usr/local/lib /var/log/tarnwick; ln -sfn /repository/packaging/linux /usr/local/lib/tarnwick")
     said = ""
-    for command in AFTERWARDS:
-        outcome = world.command(*shlex.split(command.removeprefix("-").replace("$$", "$")), env=environment)
+    for setting in AFTERWARDS:
+        outcome = world.command(*command(setting), env=environment)
         assert outcome.status == 0
         said += outcome.stdout + outcome.stderr
     return said
