@@ -7,7 +7,7 @@ import subprocess
 SYSTEM = """
 mount -t tmpfs system /mnt && cd /mnt && mkdir changes work root
 mount -t overlay system -o lowerdir=/,upperdir=changes,workdir=work root
-mount -t proc proc root/proc && mount --rbind /dev root/dev && cp "$2" "root/$3"
+mount -t proc proc root/proc && mount --rbind /dev root/dev && mount -o remount,bind,ro root/dev && cp "$2" "root/$3"
 env -i PATH="$PATH" LC_ALL=C chroot root sh -euc "$1" >&2
 rm "root/$3"
 cd changes && find . -type f -not -path './var/lib/dpkg/*' -not -path './var/cache/*' -not -path './var/log/*' |
