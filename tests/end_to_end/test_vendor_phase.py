@@ -283,8 +283,8 @@ def test_wipe(world, arguments, wiped):
     outcome = world.run(*arguments)
     assert outcome.stdout.startswith(
         "remove old DB files and freshclam log\n" * wiped + BANNER + (FULL if wiped and folder == DATA else CURRENT))
-    kept = " ".join(argument + " " for argument in arguments if argument != "--remove-old-first")
-    assert f"freshclam {kept}--no-warnings\n" in outcome.stdout
+    kept = " ".join(argument for argument in [*arguments, "--no-warnings"] if argument != "--remove-old-first")
+    assert f"freshclam {kept}\n" in outcome.stdout
     assert {name for name in old if world.path(f"{folder}/{name}").exists()} == (set() if wiped else set(old))
     assert ("old\n" in world.log(log), world.path(log).stat().st_mode & 0o777) == (
         not wiped, 0o664 if log.startswith(folder) else 0o666)
