@@ -55,7 +55,7 @@ static struct timespec scaled(const struct timespec *time, long long times, long
 int clock_gettime(clockid_t clock, struct timespec *now)
 {
     int result = REAL(clock_gettime)(clock, now);
-    if (result == 0 && clock == CLOCK_MONOTONIC)
+    if (result == 0 && (clock == CLOCK_MONOTONIC || clock == CLOCK_MONOTONIC_RAW))
         *now = scaled(now, rate, 1);
     if (result == 0 && clock == CLOCK_REALTIME) {
         now->tv_sec -= since;

@@ -45,8 +45,11 @@ class Job:
         return only_child(self.process.pid)
 
     def blocked(self, thread):
-        """The signals that a thread of the program lets wait."""
-        status = pathlib.Path(f"/proc/{self.pid}/task/{thread}/status").read_text(encoding="utf-8")
+        """The signals that a thread of the program lets wait; none is known of one that has ended."""
+        try:
+            status = pathlib.Path(f"/proc/{self.pid}/task/{thread}/status").read_text(encoding="utf-8")
+        except FileNotFoundError:
+            return None
         mask = int(re.search(r"^SigBlk:\s*(\w+)", status, re.M)[1], 16)
         return {number for number in range(1, 65) if mask >> (number - 1) & 1}
 
