@@ -47,9 +47,17 @@ icu::Locale dateLocale() {
   return icu::Locale::createCanonical("en_US_POSIX");
 }
 
+/// Otherwise the library reads the environment by itself, whatever locale it is asked for, and
+/// that of Debian 13 crashes at what is no locale's name there.
+void setDefaultLocale() {
+  UErrorCode status = U_ZERO_ERROR;
+  icu::Locale::setDefault(dateLocale(), status);
+}
+
 }  // namespace
 
 std::string formatDate(double secondsSince1970, std::string_view pattern, TimeZone zone) {
+  setDefaultLocale();
   UErrorCode status = U_ZERO_ERROR;
   icu::SimpleDateFormat format(
       icu::UnicodeString::fromUTF8({pattern.data(), static_cast<std::int32_t>(pattern.size())}),
@@ -61,6 +69,7 @@ std::string formatDate(double secondsSince1970, std::string_view pattern, TimeZo
 }
 
 std::string currentDateAndTime() {
+  setDefaultLocale();
   const std::unique_ptr<icu::DateFormat> format(icu::DateFormat::createDateTimeInstance(
       icu::DateFormat::kMedium, icu::DateFormat::kMedium, dateLocale()));
   return format ? formatted(*format, icu::Calendar::getNow()) : std::string();
