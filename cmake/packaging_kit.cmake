@@ -26,7 +26,9 @@ configure_file(${packaging}/man/tarnwick-publish.1 ${packaged}/tarnwick-publish.
 tarnwick_install_compressed(${packaged}/tarnwick-publish.1 tarnwick-publish.1
                             ${CMAKE_INSTALL_MANDIR}/man1 ${kit_rules})
 
+# Of the overrides only those that are about both.
 file(READ ${packaging}/debian/lintian-overrides overrides)
+string(REGEX MATCH "^#[^#]*" overrides "${overrides}")
 string(REPLACE "\ntarnwick:" "\ntarnwick-publish:" overrides "${overrides}")
 file(WRITE ${packaged}/kit/lintian-overrides "${overrides}")
 install(FILES ${packaged}/kit/lintian-overrides

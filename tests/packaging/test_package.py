@@ -244,8 +244,14 @@ def test_flags_of_a_distribution_are_borne(tmp_path):
     done = run("ninja", "-C", tmp_path, "src/CMakeFiles/tarnwick_base.dir/base/text_rules.cpp.o")
     assert done.returncode == 0, done.stdout
     # What cannot update anything is not built unnoticed.
-    done = run("cmake", tmp_path, "-DTARNWICK_LINK_HOST=links.vestrum.example")
+    done = run("cmake", tmp_path, "-DTARNWICK_LINK_HOST=links.vestrum.example", "-DTARNWICK_PACKAGE_RELEASE=2a",
+               "-DTARNWICK_PACKAGE_MAINTAINER=A Vendor <vendor@example.org>")
     assert (done.returncode, "hosts that do not exist, content.example.org and" in done.stderr) == (0, True)
+    changes = (tmp_path / "packaging/changelog").read_text(encoding="utf-8").splitlines()
+    assert (changes[0], changes[4], changes[6]) == (
+        "tarnwick (2.19.4-2a) stable; urgency=medium",
+        " -- A Vendor <vendor@example.org>  Sun, 22 Nov 2026 12:00:00 +0000",
+        "tarnwick (2.19.4-1) stable; urgency=medium")
 
 
 def test_launchd_schedule():
