@@ -169,7 +169,7 @@ def test_a_disk_with_room_for_one(world):
     world.shell("mkdir /data; mount -t tmpfs -o size=7m data /data; mount -t tmpfs tmp /tmp")
     for name in ("bytecode.cvd", "daily.cvd"):
         world.write(f"/data/{name}", "dummy")
-    world.write("/srv/vendor/mirror/main.cvd", bytes(4 * MEBIBYTE))
+    world.write("/srv/vendor/mirror/main.cvd", b"ClamAV-VDB:".ljust(4 * MEBIBYTE))
     world.write("/data/Vestrum.database", bytes(5 * MEBIBYTE))
     world.publish_definitions(bytes(5 * MEBIBYTE // 2))
     outcome = world.run("--datadir=/data")

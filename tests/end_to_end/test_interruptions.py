@@ -151,7 +151,7 @@ def test_cut_off_at_any_moment(world, numbers, seed):
 @pytest.mark.parametrize("way", ["by scripts", "whole", "seeding"])
 def test_killed_at_every_step(world, way):
     quick(world)
-    world.write("/srv/vendor/mirror/daily.cvd", "dummy")
+    world.write("/srv/vendor/mirror/daily.cvd", "ClamAV-VDB:dummy")
     if way == "whole":
         world.servers.drop("GET /VestRUM2/Scripted/VestRUM-3.script")
     status, step = -9, 0
@@ -196,7 +196,7 @@ def test_what_is_remembered_is_on_the_disk_before(world):
     """A power cut between any two of these leaves something that the next run makes good."""
     quick(world)
     world.publish("withdraw")
-    world.write("/srv/vendor/mirror/daily.cvd", "dummy")
+    world.write("/srv/vendor/mirror/daily.cvd", "ClamAV-VDB:dummy")
     world.shell(f"rm {DATA}/daily.cvd; mount -t tmpfs tmp /tmp")
     assert world.run(record="/srv/steps").status == 1
     steps = re.sub(r"staged\.\w+", "staged", world.log("/srv/steps")).splitlines()
