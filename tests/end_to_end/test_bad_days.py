@@ -115,7 +115,8 @@ MACHINES = {
                                 command=f"{TOOL} --quiet --log=/dev/stdout | cat"),
     "log that is a pipe": BadMachine(
         "remove old DB files and freshclam log\n" + "".join(map(SAVED.format, OFFICIAL))
-        + "freshclam --quiet --log=/srv/log --no-warnings\nfifo\n", spoil="mkfifo /srv/log",
+        + "freshclam --quiet --log=/srv/log --no-warnings\nfifo\n",
+        spoil="mkfifo /srv/log; for f in main daily bytecode; do echo ClamAV-VDB:x >/srv/vendor/mirror/$f.cvd; done",
         command=f"{TOOL} --remove-old-first --quiet --log=/srv/log; stat -c %F /srv/log"),
     "closed output": BadMachine("", command=f"exec {TOOL} >&- 2>&-"),
     "full output": BadMachine("", command=f"exec {TOOL} >/dev/full"),
