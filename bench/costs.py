@@ -11,6 +11,7 @@ import time
 from testbed import BIN, DATA, LINKS, World
 
 SCRIPTS = 100
+FEW = 50
 ROUNDS = 5
 CONTAINER_MEGABYTES = 200
 
@@ -67,6 +68,29 @@ def scripts_behind():
               f"verifying, {statistics.median(loop):.2f} s: {ratio:.1f} times as long (median of {ROUNDS} pairs)")
 
 
+def apply_each(world):
+    world.shell("rm -rf /srv/each && mkdir /srv/each && cd /srv/each && sigtool --unpack=/srv/vendor/containers/1.cud")
+    return timed(lambda: world.shell(f"""
+        cd /srv/each && for n in $(seq 2 {FEW + 1}); do
+            sigtool --run-cdiff=/srv/vendor/site/VestRUM2/Scripted/VestRUM-$n.script >/srv/applied
+        done"""))
+
+
+def one_more_script():
+    """What a script adds to a run, all told, beside what applying it with a sigtool run of its own would."""
+    with World(versions=FEW + 1) as world:
+        def run_from(version):
+            world.install(version)
+            world.freshclam(1)
+            return timed(lambda: world.run("--quiet"))
+
+        one, few = (min(run_from(version) for _ in range(ROUNDS * 2)) for version in (FEW, 1))
+        alone = min(apply_each(world) for _ in range(ROUNDS * 2)) / FEW
+        each = (few - one) / (FEW - 1)
+        print(f"One script more costs a run {each * 1000:.1f} ms: fetched, verified and applied. A sigtool run for each "
+              f"takes {alone * 1000:.1f} ms to apply it only, {alone / each:.1f} times as long (least of {ROUNDS * 2} runs)")
+
+
 def large_container():
     """A container that is mostly a member which ClamAV passes over, so that the scanner stays small."""
     with World(versions=1) as world:
@@ -95,4 +119,5 @@ def large_container():
 
 if __name__ == "__main__":
     scripts_behind()
+    one_more_script()
     large_container()
