@@ -14,8 +14,8 @@ import typing
 from .cache import made_once
 
 CONTENT, LINKS, MIRROR = (f"{name}.vestrum.example" for name in ("content", "links", "mirror"))
-UPSTREAM = "database.clamav.net"
-HOSTS = (CONTENT, LINKS, MIRROR, UPSTREAM)
+UPSTREAM, ORIGIN = "database.clamav.net", "origin.vestrum.example"
+HOSTS = (CONTENT, LINKS, MIRROR, UPSTREAM, ORIGIN)
 HERE, NOBODY, IMPOSTOR = "127.0.0.1", "127.0.0.2", "127.0.0.3"
 
 # Before anything else, every server looks whether a test has put a fault in the way of the request: a file stands for
@@ -49,6 +49,14 @@ http {
         ssl_certificate_key /srv/vendor/tls/impostor.pem;
     }
     include /srv/site.conf;
+    server {
+        FAULTS
+        listen HERE:443 ssl;
+        server_name ORIGIN;
+        ssl_certificate /srv/vendor/tls/certificate.pem;
+        ssl_certificate_key /srv/vendor/tls/key.pem;
+        root /srv/origin;
+    }
 }
 """
 Request = collections.namedtuple("Request", "connection reused method host path status agent")
@@ -110,7 +118,8 @@ class Servers:
         for name in ("certificate.pem", "key.pem", "impostor.pem"):
             machine.write(f"/srv/vendor/tls/{name}", (tls / name).read_bytes())
         machine.write("/etc/ssl/certs/ca-certificates.crt", (tls / "authority.pem").read_bytes())
-        machine.write("/srv/nginx.conf", NGINX)
+        machine.write("/srv/nginx.conf",
+                      NGINX.replace("FAULTS", FAULTS).replace("HERE", HERE).replace("ORIGIN", ORIGIN))
         for old, new in (("server {", "server {" + FAULTS), ("listen 443", f"listen {HERE}:443"),
                          (f"server_name {MIRROR}", f"server_name {MIRROR} {UPSTREAM}")):
             site = site.replace(old, new)
