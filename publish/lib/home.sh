@@ -8,7 +8,8 @@
 #                           from which `check` replays them all
 #   publishing.lock         held by whoever changes anything here
 #   site.settings           hosts and secret as `site` was told last
-#   mirror/                 what the mirror host serves
+#   mirror/                 what the mirror host serves; see mirror.sh
+#   upstream/               where a freshclam of the kit's own works for it
 #   site/VestRUM2/          what the content and links hosts serve
 #   site/releases/N/        container, signature and version file of version N
 #   site/definitions/N/     definitions file and signature, Nth publication
@@ -33,6 +34,8 @@ locate() {
     first_container=$home/first.cud
     lock=$home/publishing.lock
     site_settings=$home/site.settings
+    mirror=$home/mirror
+    upstream=$home/upstream
     site=$home/site
     tree=$site/VestRUM2
     scripted=$tree/Scripted
@@ -78,11 +81,12 @@ work_as_owner() {
     exec "$@" "$program" --home "$home" "${command_line[@]}"
 }
 
-# What the kit writes must stay the owner's; mirror/ and tls/ are not its work.
+# What the kit writes must stay the owner's; tls/ is not its work, and mirror/ may
+# hold what somebody else put there.
 foreign_files() {
     local path paths=()
     for path in "$home" "$private_key" "$public_key" "$one_line_key" "$first_container" "$lock" \
-        "$site_settings" "$home/work" "$site"; do
+        "$site_settings" "$home/work" "$site" "$mirror/sets" "$upstream"; do
         [[ ! -e $path ]] || paths+=("$path")
     done
     find "${paths[@]}" \( -path "$home" -prune -o -true \) "$@"

@@ -116,6 +116,14 @@ links_locations() {
 END
 }
 
+# One name for each file: what lies behind the links is nobody's to ask for.
+mirror_locations() {
+    cat <<'END'
+    location ~ "^/(current|sets)(/|$)" { return 404; }
+    location / { try_files $uri =404; }
+END
+}
+
 print_site() {
     local content_host links_host mirror_host link_secret certificate certificate_key
     locate "$1"
@@ -129,5 +137,5 @@ print_site() {
     echo "# Include this file from nginx's http block."
     print_server "$content_host" "$site" "$(content_locations)"
     print_server "$links_host" "$site" "$(links_locations)"
-    print_server "$mirror_host" "$home/mirror" "    location / { try_files \$uri =404; }"
+    print_server "$mirror_host" "$home/mirror" "$(mirror_locations)"
 }

@@ -1,0 +1,151 @@
+"""The mirror, filled by the real freshclam from a stand-in for ClamAV's servers, and fetched from by the real
+freshclam: containers and patches that ClamAV signed."""
+
+import re
+
+import pytest
+
+from testbed import BIN, CONFIGURATION, DATA, IMPOSTOR, MIRROR, NOBODY, ORIGIN, Outcome
+
+KIT = "/repository/publish/tarnwick-publish --home {} mirror"
+SIGNED = "/repository/testbed/clamav/test"
+MIRRORED, NOTHING_NEW = (f"{what}: bytecode 3 daily {{0}} main 3 test {{0}}\n" for what in ("Mirrored", "Nothing new"))
+ALTER = "printf x | dd of={} bs=1 seek=600 conv=notrunc status=none"
+TREE = "cd {}/mirror; find . -name dns.txt -o -printf '%p %l\n' | sort; find . -type f ! -name dns.txt | xargs md5sum"
+
+
+def offer(world, version):
+    """ClamAV's servers have this version of two databases: with patches of the one, without those of the other."""
+    world.shell(f"rm -rf /srv/origin /srv/vendor/upstream/freshclam.dat; mkdir /srv/origin; cd /srv/origin; cp "
+                f"{SIGNED}-*.cdiff .; for name in main bytecode; do cp {SIGNED}-3.cvd $name.cvd; done"
+                f"; for name in daily test; do cp {SIGNED}-{version}.cvd $name.cvd; done")
+
+
+def mirror(world, home="/srv/vendor"):
+    return world.command(*KIT.format(home).split())
+
+
+def record(world):
+    return re.sub(r"^[\d.]+(:.*:)\d{10}:", r"CLAMAV\1TIME:", world.shell("cat /srv/vendor/mirror/dns.txt"))
+
+
+def client(world):
+    """What a real freshclam then has, and what it asked the mirror for."""
+    world.servers.requests()
+    outcome = world.command(f"{BIN}/freshclam", "--no-dns")
+    assert outcome.status == 0, outcome
+    return re.findall(r"(?m)^(\S+) (?:updated|database is up-to-date) \(version: (\d+)", outcome.stdout), [
+        request.path[1:] for request in world.servers.requests() if request.host == MIRROR]
+
+
+@pytest.fixture
+def world(world):
+    world.write("/srv/vendor/freshclam.conf", f"DatabaseMirror {ORIGIN}\nExtraDatabase test\nScriptedUpdates yes\n"
+                "DatabaseCustomURL file:///etc/passwd\n")
+    world.shell(f"rm -f {DATA}/*.cvd; sed -i '$aExtraDatabase test\ns/database.clamav.net/{MIRROR}/' {CONFIGURATION}"
+                "; chown -hR nobody /srv/vendor; chmod 755 /srv")
+    offer(world, 4)
+    assert mirror(world) == Outcome(0, MIRRORED.format(4), "") and record(world) == "CLAMAV:3:4:TIME:0:81:0:3\n"
+    return world
+
+
+def test_a_client_follows_step_by_step(world):
+    names = ["daily.cvd", "main.cvd", "bytecode.cvd", "test.cvd"]
+    assert client(world) == (list(zip(names, "4334")), [name for name in names for _ in range(2)])
+    # One version behind: by the patch, or whole where there is none.
+    offer(world, 5)
+    assert mirror(world) == Outcome(0, MIRRORED.format(5), "")
+    assert client(world) == ([*zip(names[:3], "533"), ("test.cld", "5")],
+                             ["daily.cvd", "daily-5.cdiff", *names, "test-5.cdiff"])
+    offer(world, 6)
+    assert mirror(world).stdout == MIRRORED.format(6) and mirror(world).stdout == NOTHING_NEW.format(6)
+    # Without freshclam a machine goes by the record, and finds what that promises.
+    world.freshclam(52, 52)
+    outcome = world.run()
+    assert (outcome.status, re.findall("daily.cvd installed.*|Downloaded .*", outcome.stdout)) == (1, [
+        "daily.cvd installed: 5, available: 6", f"Downloaded daily.cvd from {MIRROR}",
+        "daily.cvd installed: 6, available: 6"])
+    assert world.command("curl", "-sf", f"https://{MIRROR}/current/daily.cvd").status == 22
+
+
+FAILED = "freshclam failed with status {}"
+# What is wrong upstream, and what the kit says of it.
+BAD_DAYS = {
+    "older": (lambda w: offer(w, 3) or w.shell("rm -r /srv/vendor/upstream"), None, None),
+    "no network": (lambda w: w.servers.place(origin=NOBODY), FAILED.format(11), "Message: Couldn't connect to server"),
+    "impostor": (lambda w: w.servers.place(origin=IMPOSTOR), FAILED.format(11), "remote_cvdhead: Download failed (60)"),
+    "cut short": (lambda w: w.servers.answer("GET /daily.cvd", "ClamAV", length=99), FAILED.format(11), "failed (18)"),
+    "altered": (ALTER.format("/srv/origin/daily.cvd"), FAILED.format(7), "Can't verify database integrity"),
+    "not there": ("rm /srv/origin/main.cvd", FAILED.format(11), f"file not found: https://{ORIGIN}/main.cvd"),
+    "pause": (lambda w: w.servers.answer("GET /daily.cvd", status="429 Slow") or mirror(w), "upstream asks for a pause",
+              "freshclam is on cool-down until after: "),
+    "no patch now": (lambda w: w.servers.answer("GET /test-5.cdiff", status="503 Sorry"),
+                     "test-5.cdiff cannot be fetched", "downloadFile: Unexpected response (503) from "),
+}
+
+
+def test_bad_days_leave_what_is_served(world):
+    before = world.shell(TREE.format("/srv/vendor"))
+    for name, (spoil, said, reason) in BAD_DAYS.items():
+        offer(world, 5)
+        world.spoil(spoil)
+        outcome = mirror(world)
+        first, second = (outcome.stderr + "\n\n").splitlines()[:2]
+        assert (outcome.status, outcome.stdout, first) == ((
+            1, "", f"tarnwick-publish: {said}; the mirror stays as it was") if said else (0, NOTHING_NEW.format(4), ""))
+        assert (reason or "") in second and world.shell(TREE.format("/srv/vendor")) == before, (name, outcome)
+        assert record(world) == "CLAMAV:3:4:TIME:0:81:0:3\n", name
+        world.servers.mend()
+        world.servers.place()
+    # An altered patch and none at all are replaced by an empty one.
+    client(world)
+    for version, harm in ((5, ALTER.format("test-5.cdiff")), (6, ": >test-6.cdiff")):
+        offer(world, version)
+        world.shell(f"cd /srv/origin; {harm}")
+        left_out = "Left out: test-5.cdiff, which is of no use to version 4\n" * (version == 5)
+        assert mirror(world) == Outcome(0, left_out + MIRRORED.format(version), "")
+        assert world.shell(f"stat -c %s /srv/vendor/mirror/test-{version}.cdiff") == "0\n"
+        assert client(world)[0][3] == ("test.cvd", str(version))
+
+
+# Stands before `mv`: looks whether clients find a consistent set, and ends the kit at one of its moments.
+LOOK = """#!/bin/sh
+(cd /srv/vendor/mirror; for place in 2:main 3:daily 8:bytecode; do
+    [ "$(cut -d: -f"${place%:*}" dns.txt)" -le "$(head -c 99 "${place#*:}.cvd" | cut -d: -f3)" ]
+done) || echo "$@" >>/srv/inconsistent
+read -r left </srv/left
+echo $((left - 1)) >/srv/left
+[ "$left" -ne 0 ] || kill -9 $PPID
+exec /usr/bin/mv "$@"
+"""
+
+
+def test_plain_files_are_taken_over_without_an_instant_that_lacks_one(world):
+    world.write("/srv/bin/mv", LOOK, 0o755)
+    world.shell("cd /srv/vendor/mirror; mkdir ../../plain; cp -L main.cvd daily.cvd bytecode.cvd dns.txt ../../plain"
+                "; chown -R nobody ../../plain /srv/bin; touch /srv/inconsistent; chmod 666 /srv/inconsistent")
+    offer(world, 6)
+    for moment in range(20):
+        world.shell(f"cd /srv; rm -r vendor/mirror; cp -a plain vendor/mirror; echo {moment} >left; chmod 666 left")
+        outcome = world.command("env", "PATH=/srv/bin:/usr/bin:/bin", *KIT.format("/srv/vendor").split())
+        if outcome.status == 0:
+            break
+        assert mirror(world).stdout in (MIRRORED.format(6), NOTHING_NEW.format(6)), moment
+        assert world.publish("check").startswith("All is well"), moment
+    assert moment > 7 and outcome.stdout == MIRRORED.format(6)
+    assert world.shell("cat /srv/inconsistent") == "" and not world.path("/srv/vendor/upstream/work").exists()
+
+
+def test_a_full_disk_leaves_what_is_served(world):
+    world.shell("mkdir /srv/small; mount -t tmpfs -o size=800k small /srv/small; cp -a /srv/vendor /srv/small/home")
+    before = world.shell(TREE.format("/srv/small/home"))
+    offer(world, 6)
+    for free in range(0, 200, 8):
+        world.shell(f"head -c 4m /dev/zero >/srv/small/filling || truncate -s -{free * 1024} /srv/small/filling")
+        outcome = mirror(world, "/srv/small/home")
+        world.shell("rm /srv/small/filling")
+        if outcome.status == 0:
+            break
+        assert outcome.status == 1 and "is full; nothing is half published" in outcome.stderr, (free, outcome)
+        assert world.shell(TREE.format("/srv/small/home")) == before, free
+    assert free and outcome.stdout == MIRRORED.format(6)
