@@ -36,23 +36,68 @@ check_access() {
         fi
     done < <({
         find "$home" -maxdepth 0 ! -perm -o=x
-        find "$site" "$home/mirror" \( -type d ! -perm -o=x -o -type f ! -perm -o=r \)
+        find "$site" "$mirror" \( -type d ! -perm -o=x -o -type f ! -perm -o=r \)
     } 2>/dev/null)
     while read -r path; do
         damage "$path can be changed by anybody; chmod o-w it"
-    done < <(foreign_files ! -type l -perm -o=w; find "$home/mirror" ! -type l -perm -o=w)
+    done < <(foreign_files ! -type l -perm -o=w; find "$mirror" ! -type l -perm -o=w)
     [[ $(stat -c %a "$lock") == 600 ]] || damage "$lock can be held by others; chmod 600 it"
+}
+
+# Every client that is not too far behind asks for each patch up to the newest.
+check_patches() {
+    local name=$1 newest=$2 number oldest=$2
+    while read -r number; do
+        ((number >= oldest)) || oldest=$number
+    done < <(compgen -G "$mirror/$name-*.cdiff" | sed -n 's/.*-\([0-9]\+\)\.cdiff$/\1/p')
+    for ((number = oldest; 1 < number && number <= newest; number++)); do
+        [[ -e $mirror/$name-$number.cdiff ]] || damage "mirror/$name-$number.cdiff is missing"
+    done
+}
+
+# What `mirror` put in place.
+check_mirrored() {
+    local file name
+    for file in "$mirror"/current/*; do
+        name=${file##*/}
+        check_link "$mirror/$name"
+        [[ $name == *.cvd ]] || continue
+        if container_is_good "$file"; then
+            check_patches "${name%.cvd}" "${header[2]}"
+        else
+            damage "mirror/$name does not fit ClamAV's signature"
+        fi
+    done
+}
+
+# Machines that are promised more than there is end in an error.
+check_record() {
+    local place name record=()
+    [[ ! -f $mirror/dns.txt ]] || IFS=: read -r -a record <"$mirror/dns.txt" || true
+    for place in 1:main 2:daily 7:bytecode; do
+        name=${place#*:}
+        place=${record[${place%:*}]:-}
+        [[ $place =~ ^[0-9]+$ ]] || continue
+        read_header "$mirror/$name.cvd" || header=(- - 0)
+        ((10#$place <= header[2])) || damage "mirror/dns.txt promises $name $place, and there is ${header[2]}"
+    done
 }
 
 # Installations without databases take whatever the mirror gives them.
 check_mirror() {
-    local file
-    for file in "$home"/mirror/*; do
+    local file name
+    for file in "$mirror"/*; do
+        name=${file##*/}
         [[ -f $file ]] || continue
-        if [[ ! -s $file ]]; then
-            damage "mirror/${file##*/} is empty"
+        if [[ $name == *-*.cdiff ]]; then
+            [[ ! -s $file ]] || names_its_version "$file" ||
+                damage "mirror/$name is no patch to that version"
+        elif [[ ! -s $file ]]; then
+            damage "mirror/$name is empty"
         elif [[ $file == *.c[lvu]d ]] && ! read_header "$file"; then
-            damage "mirror/${file##*/} has no header of a container"
+            damage "mirror/$name has no header of a container"
         fi
     done
+    [[ ! -L $mirror/current ]] || check_mirrored
+    check_record
 }

@@ -4,13 +4,17 @@ import subprocess
 
 import pytest
 
-from testbed import CONTENT, IMPOSTOR, LINKS, definitions_text
+from testbed import CONTENT, IMPOSTOR, LINKS, REPOSITORY, definitions_text
 from testbed.vendor import publish
 
 SIGN = "sign() { openssl dgst -sha1 -binary $1 | openssl dgst -sha1 -sign private.pem | base64 -w0 >$1.signature; };"
 ANNOUNCED, DAMAGED = "VestRUM-db-version.txt says ", (
     "tarnwick-publish: {} thing{} found; put right from a copy of {} what cannot be published anew\n")
 S = "site/VestRUM2/Scripted"
+# What `mirror` leaves: version 6 of one database, and two patches.
+MIRROR = f"""cd mirror/; mkdir -p sets/1; ln -s sets/1 current; ln -s current/daily.cvd current/dns.txt .
+cp {REPOSITORY}/testbed/clamav/test-6.cvd current/daily.cvd; echo x:0:6:0:0:0:0:0 >current/dns.txt
+for number in 5 6; do cp {REPOSITORY}/testbed/clamav/test-$number.cdiff daily-$number.cdiff; done; """
 DAMAGES = [
     ("rm VestRUM-3.script", ["VestRUM-3.script is missing, and its signature is there"], 3),
     ("rm VestRUM-4.script*", ["VestRUM-4.script is missing"], None),
@@ -42,12 +46,20 @@ DAMAGES = [
     ("echo no >mirror/daily.cvd", ["mirror/daily.cvd has no header of a container"], None),
     ("chmod o+r publishing.lock", ["{home}/publishing.lock can be held by others; chmod 600 it"], None),
     ("chmod 700 .. && touch site.settings", ["{above} is closed to nginx, and all below it; chmod o+x it"], None),
+    (f"{MIRROR} cp --remove-destination current/daily.cvd .", ["daily.cvd is no link to current/daily.cvd"], None),
+    (f"{MIRROR} mv daily-5.cdiff daily-4.cdiff", ["mirror/daily-4.cdiff is no patch to that version",
+                                                  "mirror/daily-5.cdiff is missing"], None),
+    (f"{MIRROR} : >daily-5.cdiff; rm daily-6.cdiff", ["mirror/daily-6.cdiff is missing"], None),
+    (f"{MIRROR} echo >>daily.cvd", ["mirror/daily.cvd does not fit ClamAV's signature"], None),
+    (f"{MIRROR} echo x:0:7:0:0:0:0:3 >dns.txt", ["mirror/dns.txt promises daily 7, and there is 6",
+                                                 "mirror/dns.txt promises bytecode 3, and there is 0"], None),
     (": >VestRUM-2.script; sign VestRUM-2.script", ["VestRUM-2.script is empty"], 2),
 ]
 IN_HOME = ("private.pem", "first.cud", "mirror/", "publishing.lock", "site.settings")
 
 
-@pytest.mark.parametrize("harm, named, untried_after", DAMAGES, ids=[row[0].split("\n")[0] for row in DAMAGES])
+@pytest.mark.parametrize("harm, named, untried_after", DAMAGES,
+                         ids=[row[0].removeprefix(MIRROR).split("\n")[0] for row in DAMAGES])
 def test_check_names_what_is_wrong(home, harm, named, untried_after):
     folder = home if any(name in harm for name in IN_HOME) else home / S
     (home / S / "private.pem").symlink_to(home / "private.pem")
