@@ -11,6 +11,10 @@ file(MAKE_DIRECTORY ${packaged}/kit)
 file(CREATE_LINK ../share/tarnwick-publish/tarnwick-publish ${packaged}/kit/tarnwick-publish SYMBOLIC)
 install(FILES ${packaged}/kit/tarnwick-publish DESTINATION ${CMAKE_INSTALL_BINDIR} ${kit_rules})
 
+# For each home that somebody enables it for.
+install(FILES packaging/systemd/tarnwick-mirror@.service packaging/systemd/tarnwick-mirror@.timer
+        DESTINATION lib/systemd/system ${kit_rules})
+
 # Installed, the command is found without its path.
 file(READ publish/README.md readme)
 string(REPLACE "publish/tarnwick-publish" "tarnwick-publish" readme "${readme}")
@@ -37,7 +41,7 @@ install(FILES ${packaged}/kit/lintian-overrides
 set(CPACK_DEBIAN_TARNWICK-PUBLISH_PACKAGE_NAME tarnwick-publish)
 set(CPACK_DEBIAN_TARNWICK-PUBLISH_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_TARNWICK-PUBLISH_PACKAGE_DEPENDS "clamav, openssl")
-set(CPACK_DEBIAN_TARNWICK-PUBLISH_PACKAGE_RECOMMENDS "curl, nginx-light")
+set(CPACK_DEBIAN_TARNWICK-PUBLISH_PACKAGE_RECOMMENDS "clamav-freshclam, curl, nginx-light")
 set(CPACK_DEBIAN_TARNWICK-PUBLISH_DESCRIPTION
 "publishes signed virus definitions for machines that run tarnwick
 Makes versioned containers of a folder of ClamAV signatures, the scripts that

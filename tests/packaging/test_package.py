@@ -155,6 +155,9 @@ def test_packages_meet_debian_policy(package, kit):
 
 def test_kit_is_found_and_leaves_nothing(kit):
     assert try_out(kit, """dpkg -i --force-depends /tarnwick.deb >/dev/null 2>&1; tarnwick-publish --help | head -n 1
+        systemd-analyze verify tarnwick-mirror@srv-vendor.service tarnwick-mirror@srv-vendor.timer
+        systemd-analyze security --offline=true --threshold=28 tarnwick-mirror@srv-vendor.service >/dev/null
+        ! ls /etc/systemd/system/timers.target.wants 2>&1 | grep mirror
         man -w tarnwick-publish; dpkg -P tarnwick-publish >/dev/null 2>&1""") == (
             ["Usage: tarnwick-publish [--home DIR] COMMAND [ARGUMENT...]", "/usr/share/man/man1/tarnwick-publish.1.gz"],
             [])
