@@ -105,9 +105,32 @@ check_server() {
     ((version == here)) || damage "version $version is served, and version $here is published"
 }
 
+# Before anything is done for COMMAND: whether these URLs could be asked at all.
+# An empty one stands for none.
+ready_to_ask() {
+    local command=$1 url
+    shift
+    plain_values
+    for url; do
+        [[ -n $url ]] || continue
+        [[ $url =~ ^https://[A-Za-z0-9._-]+(:[0-9]+)?/?$ ]] || misuse "$command wants https://HOST, not $url"
+        [[ -n $(type -P curl) ]] || fail "curl is missing; install curl"
+    done
+}
+
+# Counts those in `sound` with which nothing is wrong.
+ask_servers() {
+    local url before
+    for url; do
+        before=$damages
+        check_server "$url" "$here"
+        ((damages > before)) || sound=$((sound + 1))
+    done
+}
+
 check_served() {
-    local damages=0 where='' oldest url here
-    local content_host links_host mirror_host link_secret certificate certificate_key urls=()
+    local damages=0 where='' oldest sound=0 here urls=()
+    local content_host links_host mirror_host link_secret certificate certificate_key
     open_home "$1"
     shift
     recall_site_options
@@ -120,19 +143,13 @@ check_served() {
         esac
     done
     read_site_options "$@"
-    plain_values
-    [[ -n $(type -P curl) ]] || fail "curl is missing; install curl"
-    for url in "${urls[@]}"; do
-        [[ $url =~ ^https://[A-Za-z0-9._-]+(:[0-9]+)?/?$ ]] || misuse "check: --from wants https://HOST, not $url"
-    done
+    ready_to_ask "check: --from" "${urls[@]}"
     lock_home
     oldest_version
     read_header "$scripted/VestRUM.cud" || fail "nothing is released yet" \
         "begin with: tarnwick-publish --home $home release FOLDER"
     here=${header[2]}
-    for url in "${urls[@]}"; do
-        check_server "$url" "$here"
-    done
+    ask_servers "${urls[@]}"
     ((damages == 0)) || fail "$(counted "$damages" thing) found; copy the public tree to that server again"
     printf 'All is well: version %s from %s.\n' "$here" "$(counted "${#urls[@]}" server)"
 }

@@ -22,8 +22,8 @@ read_site_options() {
     while (($#)); do
         [[ $1 != --help ]] || { site_usage; exit 0; }
         [[ ${1%%=*} =~ ^--((content|links|mirror)-host|link-secret|certificate(-key)?)$ ]] ||
-            misuse "site: no such option: ${1%%=*}"
-        [[ $1 == *=* || $# -gt 1 ]] || misuse "site: $1 needs a value"
+            misuse "${command_line[0]}: no such option: ${1%%=*}"
+        [[ $1 == *=* || $# -gt 1 ]] || misuse "${command_line[0]}: $1 needs a value"
         [[ $1 == *=* ]] || set -- "$1=$2" "${@:3}"
         case $1 in
         --content-host=*) content_host=${1#*=} ;;
