@@ -41,7 +41,8 @@ install(FILES ${packaged}/kit/lintian-overrides
 set(CPACK_DEBIAN_TARNWICK-PUBLISH_PACKAGE_NAME tarnwick-publish)
 set(CPACK_DEBIAN_TARNWICK-PUBLISH_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_TARNWICK-PUBLISH_PACKAGE_DEPENDS "clamav, openssl")
-set(CPACK_DEBIAN_TARNWICK-PUBLISH_PACKAGE_RECOMMENDS "clamav-freshclam, curl, nginx-light")
+set(CPACK_DEBIAN_TARNWICK-PUBLISH_PACKAGE_RECOMMENDS "clamav-freshclam, curl, nginx-light, rsync")
+set(CPACK_DEBIAN_TARNWICK-PUBLISH_PACKAGE_SUGGESTS "openssh-client")
 set(CPACK_DEBIAN_TARNWICK-PUBLISH_DESCRIPTION
 "publishes signed virus definitions for machines that run tarnwick
 Makes versioned containers of a folder of ClamAV signatures, the scripts that

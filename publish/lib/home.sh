@@ -8,6 +8,7 @@
 #                           from which `check` replays them all
 #   publishing.lock         held by whoever changes anything here
 #   site.settings           hosts and secret as `site` was told last
+#   push.servers            whom `push` copies the public tree to
 #   mirror/                 what the mirror host serves; see mirror.sh
 #   upstream/               where a freshclam of the kit's own works for it
 #   site/VestRUM2/          what the content and links hosts serve

@@ -1,0 +1,117 @@
+"""The public tree on its way to other servers, over a shell that is remote in name only."""
+
+import os
+import re
+import subprocess
+
+from testbed import IMPOSTOR, REPOSITORY, vendor
+from testbed.vendor import publish
+
+# Takes the place of ssh. The host's name says what befalls its server, in which step: HOW.STEP.MOMENT.
+REMOTE = """#!/bin/bash
+set -eu
+umask 077
+IFS=. read -r how step moment <<<"$1"
+echo >>"${0%/*}/$1.steps"
+[ "$(wc -l <"${0%/*}/$1.steps")" = "${step:-0}" ] || [ -z "$step" ] || how=well
+shift
+changes='/^(rename|unlink|rmdir|symlink)'
+case $how in
+killed) exec strace -f -qq -o /dev/null -e "inject=$changes:signal=KILL:when=$moment" "$@" ;;
+cut) exec "$@" < <(dd bs=1 "count=$moment" status=none) ;;
+nobody) exec setpriv --reuid=nobody --clear-groups "$@" ;;
+silent) exec 3>&1 cat >/dev/null ;;
+esac
+exec "$@"
+"""
+DYING = ["cut.1.90000", *(f"killed.{step}.{moment}" for step, moments in ((1, 11), (2, 5), (3, 3), (4, 11))
+                          for moment in range(1, moments)),
+         *(f"cut.{step}.{moment}" for step in (1, 2, 3, 4) for moment in range(20, 1800, 360))]
+PUBLIC = "find site mirror -type d -printf '%p %m\n' -o -printf '%p %y %m %l %T@ %s\n' | sort"
+CONTAINER, DEFINITIONS, RECORD = (".cud", ".cud.signature", "-db-version.txt"), ("", ".signature"), ("dns.txt",)
+MIRROR = f"""cd {{}}/mirror; mkdir -p {{}}; cd {{}}
+cp {REPOSITORY}/testbed/clamav/test-{{}}.cvd main.cvd; echo clamav:{{}} >dns.txt"""
+LINKS = """cd ../..; ln -s sets/2 current; ln -sf current/main.cvd current/dns.txt .; >main-4.cdiff
+head -c 150000 /dev/urandom >large"""
+
+
+def wrong(copy, old, new, pushed):
+    """What a machine would not get from this copy as it was published, before or now."""
+    def served(start, ends, *trees):
+        """What it gets of these, and whether that is what it gets there."""
+        got = [[path.read_bytes() if (path := tree / f"{start}{end}").exists() else None for end in ends]
+               for tree in (copy, *trees)]
+        return got[0] in got[1:]
+
+    script = "site/VestRUM2/Scripted/VestRUM"
+    now = served(script, CONTAINER, new)
+    scripts = [f"-{number}.script{end}" for number in (4, 5)[:now + 1] for end in DEFINITIONS]
+    right = {"container": now or served(script, CONTAINER, old), "scripts": served(script, scripts, new),
+             "definitions": served("site/VestRUM2/Vestrum.database", DEFINITIONS, old, new),
+             "mirror": served("mirror/", ("main.cvd",), new) and served("mirror/", RECORD, old, new) or
+             served("mirror/", ("main.cvd", *RECORD), old),
+             "nothing else": sorted(os.listdir(copy)) == ["mirror", "site"],
+             "all": not pushed or len({subprocess.getoutput(f"cd {tree}; {PUBLIC}") for tree in (copy, new)}) == 1}
+    return [f"{copy.name}: {name}" for name, held in right.items() if not held]
+
+
+def test_a_server_that_dies_serves_the_old_set_or_the_new_one(home):
+    folder, old, hosts = home.parent, home.parent / "old", [*DYING, "nobody", "well"]
+    subprocess.run(["sh", "-euc", MIRROR.format(home, ".", ".", 3, 3)], check=True)
+    assert publish(home, "push", old).stdout == (
+        f"Not asked: {old}, for which no URL is given\nVersion 4 is on 1 server.\n")
+    (folder / "remote").write_text(REMOTE, encoding="ascii")
+    # Where not every link can be switched, nothing may be removed that one leads to.
+    subprocess.run(["sh", "-euc", f"chmod 755 remote; for host in {' '.join(hosts)}; do cp -a old $host; done; "
+                    "chown -R nobody nobody; chown root nobody/site/VestRUM2"], cwd=folder, check=True)
+    (folder / "definitions").write_text(vendor.definitions_text(2), encoding="ascii")
+    for command in (["release", vendor.signature_folder(folder / "new", 5)], ["definitions", folder / "definitions"],
+                    ["prune", "--keep", "2"]):
+        publish(home, *command).check_returncode()
+    subprocess.run(["sh", "-euc", MIRROR.format(home, "sets/2", "sets/2", 4, 4) + "\n" + LINKS], check=True)
+
+    def push():
+        outcome = publish(home, "push", *(f"{host}:{folder / host}=https://127.0.0.1:9" for host in hosts),
+                          env=os.environ | {"RSYNC_RSH": f"{folder}/remote"})
+        failed = re.findall("(?m)^Not pushed: (.*?):", outcome.stdout)
+        assert not [line for host in hosts for line in wrong(folder / host, old, home, host not in failed)], outcome
+        return failed
+
+    assert {tuple(host.split(".")[:2]) for host in push()} == {
+        *((how, str(step)) for how in ("killed", "cut") for step in range(1, 5)), ("nobody",)}
+    assert list(folder.glob("cut.1.90000/mirror/.rsync-partial/large"))
+    assert push() == ["nobody"]
+
+
+CANNOT = "VestRUM-db-version.txt cannot be fetched: SSL certificate problem: self-signed certificate"
+# What was done in the home, whom it is pushed to, and what comes of it.
+OUTCOMES = [
+    (r"printf '# ours\n\n/srv/vendor=https://127.0.0.1\n/srv/two=https://127.0.0.1' >push.servers", "",
+     0, "Version 5 is on 2 servers.\n", ""),
+    ("rm push.servers",
+     f"--timeout 3 silent:/srv/x /srv/none/x /srv/two=https://{IMPOSTOR} /srv/vendor=https://127.0.0.1", 1,
+     "Not pushed: silent:/srv/x: [sender] io timeout after 3 seconds -- exiting\n"
+     'Not pushed: /srv/none/x: rsync: [Receiver] mkdir "/srv/none/x" failed: No such file or directory (2)\n'
+     f"Damaged: {IMPOSTOR}: {CANNOT}\n", "version 5 is on 1 of 4 servers; push again when the others are well\n"),
+    ("rm site/VestRUM2/Scripted/VestRUM-5.script", "/srv/three", 1,
+     "Damaged: VestRUM-5.script is missing, and its signature is there\n", "1 thing found; nothing is pushed\n"),
+    *(("true", servers, 2, "", f'push{said}\nTry "tarnwick-publish --help".\n') for servers, said in (
+        ("", " needs a SERVER, or a list of them in /srv/own/push.servers"), ("-x:/x", ": no such option: -x:/x"),
+        *((bad, f': "{bad}" is neither HOST:FOLDER nor /FOLDER') for bad in ("x", "x::x", "x:", "u@-x:/x")),
+        *((bad, f': "{bad}" holds a character that rsync reads differently') for bad in ("x:/a*", "x:~/x")),
+        ("x:/x x:/x", ': "x:/x" is named twice'), ("/srv/own/site", ': "/srv/own/site" is in the home itself'),
+        ("x:/x=https://x/y", " wants https://HOST, not https://x/y"))),
+]
+
+
+def test_servers_are_asked_and_failures_named(shared_world):
+    world, kit = shared_world, ["/repository/publish/tarnwick-publish", "--home", "/srv/own"]
+    world.write("/srv/remote", REMOTE, 0o755)
+    vendor.signature_folder(world.path("/srv/five"), 5)
+    world.shell(f"cp -a /srv/vendor /srv/own; {' '.join(kit)} release /srv/five; {' '.join(kit)} site >/dev/null")
+    for done, servers, *expected in OUTCOMES:
+        world.shell(f"cd /srv/own; {done}")
+        outcome = world.command(*kit, "push", *servers.split(), env={"RSYNC_RSH": "/srv/remote"})
+        said = outcome.stderr.removeprefix("tarnwick-publish: ")
+        assert [outcome.status, re.sub(r"after \d+", "after 3", outcome.stdout), said] == expected
+    assert not world.path("/srv/three").exists()
