@@ -1,7 +1,7 @@
 #include "fuzz.hpp"
 
 #include <sys/mman.h>
-#include <unicode/utf8.h>
+#include <unicode/unistr.h>
 #include <unistd.h>
 
 #include <bitset>
@@ -87,14 +87,14 @@ std::string withoutByModel(std::string_view text, std::string_view word) {
 }
 
 std::optional<std::u32string> charactersByModel(std::string_view bytes) {
-  std::u32string characters;
-  for (std::size_t position = 0; position < bytes.size();) {
-    UChar32 character = 0;
-    U8_NEXT(bytes.data(), position, bytes.size(), character);
-    if (character < 0) return std::nullopt;
-    characters += static_cast<char32_t>(character);
-  }
-  return characters;
+  const auto text = icu::UnicodeString::fromUTF8(
+      icu::StringPiece(bytes.data(), static_cast<std::int32_t>(bytes.size())));
+  std::string again;
+  if (text.toUTF8String(again) != bytes) return std::nullopt;  // it replaces what is none
+  std::vector<UChar32> characters(static_cast<std::size_t>(text.countChar32()));
+  UErrorCode status = U_ZERO_ERROR;
+  text.toUTF32(characters.data(), static_cast<std::int32_t>(characters.size()), status);
+  return std::u32string(characters.begin(), characters.end());
 }
 
 }  // namespace tarnwick::fuzz
