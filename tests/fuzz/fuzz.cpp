@@ -4,7 +4,6 @@
 #include <unicode/unistr.h>
 #include <unistd.h>
 
-#include <bitset>
 #include <cstdio>
 #include <cstdlib>
 #include <sstream>
@@ -33,40 +32,6 @@ std::string fileWith(std::string_view content) {
   require(::ftruncate(file, 0) == 0, "the file is empty");
   require(::pwrite(file, content.data(), content.size(), 0) >= 0, "the file is written");
   return "/proc/self/fd/" + std::to_string(file);
-}
-
-Bytes decodedByModel(std::string_view base64) {
-  constexpr std::string_view alphabet =
-      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string bits;
-  for (const char c : base64) {
-    const std::size_t value = alphabet.find(c);
-    if (value != std::string_view::npos) bits += std::bitset<6>(value).to_string();
-  }
-  if (bits.empty()) return Bytes((base64.size() + 3) / 4 * 3);  // zeros, as many as had room
-  Bytes bytes;
-  for (std::size_t i = 0; i + 8 <= bits.size(); i += 8) {
-    bytes.push_back(static_cast<unsigned char>(std::bitset<8>(bits, i, 8).to_ulong()));
-  }
-  // Junk behind the last full group costs a byte.
-  if (bits.size() % 24 == 0 && alphabet.find(base64.back()) == alphabet.npos) bytes.pop_back();
-  return bytes;
-}
-
-static std::string withoutAround(std::string_view characters, std::string_view text) {
-  const std::size_t first = text.find_first_not_of(characters);
-  if (first == text.npos) return {};
-  return std::string(text.substr(first, text.find_last_not_of(characters) - first + 1));
-}
-
-Bytes keyByModel(std::string_view pem) {
-  std::string body = withoutByModel(withoutByModel(pem, "-"), "BEGIN PUBLIC KEY");
-  body = withoutAround("\n", withoutByModel(body, "END PUBLIC KEY"));
-  std::string joined;
-  for (const std::string& line : splitByModel(body, '\n')) {
-    joined += withoutAround(" \t", line) + '\n';
-  }
-  return decodedByModel(joined.substr(0, joined.size() - 1));
 }
 
 std::int64_t integerByModel(std::string_view text) {

@@ -22,9 +22,6 @@ std::vector<std::string> textsIn(std::string_view input, std::size_t count);
 /// The path of a file, always the same one and in memory, that holds this content now.
 std::string fileWith(std::string_view content);
 
-using Bytes = std::vector<unsigned char>;
-Bytes decodedByModel(std::string_view base64);
-Bytes keyByModel(std::string_view pem);
 std::int64_t integerByModel(std::string_view text);
 std::vector<std::string> splitByModel(std::string_view text, char separator);
 std::string withoutByModel(std::string_view text, std::string_view word);

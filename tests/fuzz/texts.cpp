@@ -1,11 +1,20 @@
 #include <unicode/uchar.h>
 
 #include <algorithm>
+#include <cstdlib>
+#include <limits>
 
 #include "base/text_rules.hpp"
 #include "fuzz.hpp"
 
 namespace tarnwick::fuzz {
+
+/// What the C library makes of it, which is shown no word and no hexadecimal number.
+static double decimalByModel(std::string_view text) {
+  const std::string decimal(text.substr(0, text.find_first_not_of("\t\n\v\f\r 0123456789+-.eE")));
+  return std::clamp(std::strtod(decimal.c_str(), nullptr), std::numeric_limits<double>::lowest(),
+                    std::numeric_limits<double>::max());
+}
 
 static bool isBlank(char32_t character) {
   const auto c = static_cast<UChar32>(character);
@@ -14,22 +23,28 @@ static bool isBlank(char32_t character) {
          (c >= '\t' && c <= '\r') || c == 0x85 || c == 0x200B;
 }
 
-void tryInput(std::string_view input) {
-  const auto pieces = splitByModel(input, ':');
-  require(std::ranges::equal(split(input, ':'), pieces), "a text is split at every separator");
-  require(replaced(input, "ab", "") == withoutByModel(input, "ab"), "every word is taken out");
-  require(input.ends_with(dropCharacters(input, 6)), "characters are dropped from the front");
-
-  const auto characters = charactersByModel(input);
-  require(textFromUtf8(input).has_value() == characters.has_value(), "UTF-8 is told from the rest");
+static void tryCharacters(std::string_view text) {
+  const auto characters = charactersByModel(text);
+  require(textFromUtf8(text).has_value() == characters.has_value(), "UTF-8 is told from the rest");
   if (!characters) return;
-  require(charactersByModel(dropCharacters(input, 6)) ==
+  require(charactersByModel(dropCharacters(text, 6)) ==
               characters->substr(std::min<std::size_t>(6, characters->size())),
           "whole characters are dropped");
   const auto first = std::ranges::find_if_not(*characters, isBlank);
   auto last = characters->end();
   while (last != first && isBlank(*(last - 1))) --last;
-  require(charactersByModel(trimmed(input)) == std::u32string(first, last), "blanks are trimmed");
+  require(charactersByModel(trimmed(text)) == std::u32string(first, last), "blanks are trimmed");
+}
+
+void tryInput(std::string_view input) {
+  for (const std::string& text : splitByModel(input, '~')) {
+    require(parseInteger(text) == integerByModel(text), "an integer is what the C library reads");
+    require(parseDecimal(text) == decimalByModel(text), "a decimal is what the C library reads");
+    require(std::ranges::equal(split(text, ':'), splitByModel(text, ':')), "all is split");
+    require(replaced(text, "ab", "") == withoutByModel(text, "ab"), "every word is taken out");
+    require(text.ends_with(dropCharacters(text, 6)), "characters are dropped from the front");
+    tryCharacters(text);
+  }
 }
 
 }  // namespace tarnwick::fuzz

@@ -2,10 +2,48 @@
 #include <openssl/sha.h>
 #include <openssl/x509.h>
 
+#include <bitset>
+
 #include "fuzz.hpp"
 #include "transfer/dsa_verifier.hpp"
 
 namespace tarnwick::fuzz {
+
+using Bytes = std::vector<unsigned char>;
+
+static Bytes decodedByModel(std::string_view base64) {
+  constexpr std::string_view alphabet =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string bits;
+  for (const char c : base64) {
+    const std::size_t value = alphabet.find(c);
+    if (value != std::string_view::npos) bits += std::bitset<6>(value).to_string();
+  }
+  if (bits.empty()) return Bytes((base64.size() + 3) / 4 * 3);  // zeros, as many as had room
+  Bytes bytes;
+  for (std::size_t i = 0; i + 8 <= bits.size(); i += 8) {
+    bytes.push_back(static_cast<unsigned char>(std::bitset<8>(bits, i, 8).to_ulong()));
+  }
+  // Junk behind the last full group costs a byte.
+  if (bits.size() % 24 == 0 && alphabet.find(base64.back()) == alphabet.npos) bytes.pop_back();
+  return bytes;
+}
+
+static std::string withoutAround(std::string_view characters, std::string_view text) {
+  const std::size_t first = text.find_first_not_of(characters);
+  if (first == text.npos) return {};
+  return std::string(text.substr(first, text.find_last_not_of(characters) - first + 1));
+}
+
+static Bytes keyByModel(std::string_view pem) {
+  std::string body = withoutByModel(withoutByModel(pem, "-"), "BEGIN PUBLIC KEY");
+  body = withoutAround("\n", withoutByModel(body, "END PUBLIC KEY"));
+  std::string joined;
+  for (const std::string& line : splitByModel(body, '\n')) {
+    joined += withoutAround(" \t", line) + '\n';
+  }
+  return decodedByModel(joined.substr(0, joined.size() - 1));
+}
 
 /// What OpenSSL says of a digest made and a signature decoded without the program's help.
 static bool validByOpenSsl(std::string_view text, std::string signatureText,
@@ -31,6 +69,10 @@ static bool validByOpenSsl(std::string_view text, std::string signatureText,
 void tryInput(std::string_view input) {
   using Verifier = DVSUDSAVerifier;
   const auto texts = textsIn(input, 3);
+  for (const std::string& text : texts) {
+    require(decodeSignatureBase64(text) == decodedByModel(text), "a signature is decoded");
+    require(derOfPublicKeyText(text) == keyByModel(text), "a key is decoded");
+  }
   const bool valid = validByOpenSsl(texts[2], texts[0], texts[1]);
   require(Verifier::validateStringWithEncodedDSASignatureWithPublicDSAKey(texts[2], texts[0],
                                                                           texts[1]) == valid,

@@ -6,7 +6,6 @@
 #include <regex>
 
 #include "platform/platform.hpp"
-#include "platform/property_list.hpp"
 #include "testbed/scratch.hpp"
 
 namespace tarnwick::platform {
@@ -27,19 +26,6 @@ TEST(Dates, FollowNoLocaleThatIsNone) {
     expect(name, "[0-9.]{10}, [0-9:]{8}");
   }
   ::unsetenv("LC_ALL");
-}
-
-TEST(PropertyLists, ComeBackAsTheyWere) {
-  const Preferences values{{"database-Last-Modified", "Sun, 15 Nov 2026 22:58:00 GMT"},
-                           {"<&>", "a\"b'c <é> &amp; ]]>\t "}};
-  EXPECT_EQ(parsePropertyList(formatPropertyList(values)), values);
-  EXPECT_EQ(parsePropertyList(formatPropertyList({})), Preferences());
-  // What would not is not stored, and the rest is.
-  for (const std::string& text :
-       {std::string("a\0b", 3), std::string("\xFF"), std::string("\r"), std::string("a\x1B")}) {
-    const Preferences mixed{{"key", text}, {text, "value"}, {"sound", "value"}};
-    EXPECT_EQ(parsePropertyList(formatPropertyList(mixed)), Preferences({{"sound", "value"}}));
-  }
 }
 
 TEST(Engine, MustBeRootsAlone) {

@@ -1,10 +1,9 @@
-#include "driver/program/command_line.hpp"
+#include "driver/run/commands.hpp"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include "base/text_rules.hpp"
-#include "driver/run/commands.hpp"
 #include "driver/run/database_folder.hpp"
 #include "testbed/scratch.hpp"
 
@@ -12,42 +11,6 @@ namespace tarnwick {
 namespace {
 
 constexpr auto usualDirectory = "/usr/local/vestRum/share/clamav";
-
-struct Case {
-  std::string argument;
-  std::optional<std::string> logPath;
-  bool quiet = false;
-  std::string dataDirectory = usualDirectory;
-};
-
-TEST(CommandLine, ReadsAlongInFreshclamsArguments) {
-  const testbed::Scratch scratch;
-  std::filesystem::current_path(scratch.path(""));
-  const Case cases[] = {
-      {"a b", {}},
-      {"--quiet", {}, true},
-      {"--log=./x.log", "./x.log"},
-      {"--logfile=/x", "ile=/x"},
-      {"--log=", {}},
-      {"--log", {}},
-      {"--datadir=/data", {}, false, "/data"},
-      {"--datadir=/data/log/db", "dir=/data/log/db", false, "/data/log/db"},
-      {"--datadir", {}},
-      {"--datadir=", {}, false, ""},
-      {"--quietlogdatadir=/d", "tlogdatadir=/d", true, "/d"},
-  };
-  for (const auto& [argument, logPath, quiet, dataDirectory] : cases) {
-    RunContext context;
-    readArguments(context, {"x", "--remove-old-first", argument});
-    EXPECT_EQ(context.freshclamCommand,
-              fmt::format("/usr/local/vestRum/bin/freshclam x {} --no-warnings", argument));
-    EXPECT_EQ(context.logPath, logPath) << argument;
-    EXPECT_EQ(context.logEnabled, logPath.has_value()) << argument;
-    EXPECT_EQ(context.quietMode, quiet) << argument;
-    EXPECT_EQ(context.dataDirectory, dataDirectory) << argument;
-  }
-  std::filesystem::current_path("/");
-}
 
 TEST(Commands, KeepTheRootOfTheFileSystemFromRecursiveCommands) {
   RunContext context;
