@@ -17,15 +17,16 @@ def kept(item):
 @pytest.hookimpl(hookwrapper=True)
 def pytest_runtest_makereport(item, call):
     report = (yield).get_result()
-    world = getattr(item, "funcargs", {}).get("world")
+    world = getattr(item, "funcargs", {}).get("new_world")
     if call.when == "call" and report.failed and world:
         world.keep(kept(item))
         report.sections.append(("The world of this test", f"is kept in {kept(item)}"))
 
 
 @pytest.fixture
-def world(request):
-    """A world of the test's own. Three versions are out, or as many as `@pytest.mark.versions(n)` says."""
+def new_world(request):
+    """A world of the test's own, in which nothing is installed yet and freshclam is the real one. Three versions are
+    out, or as many as `@pytest.mark.versions(n)` says."""
     marker = request.node.get_closest_marker("versions")
     with World(marker.args[0] if marker else 3) as made:
         # The end of its machine ends every wait of a test that has got stuck.
@@ -33,6 +34,14 @@ def world(request):
         watchdog.start()
         yield made
         watchdog.cancel()
+
+
+@pytest.fixture
+def world(new_world):
+    """The same with the third version installed, and a stand-in for freshclam that is always content."""
+    new_world.install(3)
+    new_world.freshclam(*[0] * 99)
+    return new_world
 
 
 @pytest.fixture(scope="module")

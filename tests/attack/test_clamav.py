@@ -19,7 +19,6 @@ SAID = {"options for tar": NOT_PACKED, "no databases": NOT_APPLIED, **dict.fromk
 
 @pytest.mark.parametrize("name", CONTAINERS)
 def test_containers(world, name):
-    world.freshclam(0, 0)
     world.install(1)
     world.write(SECRET, "secret", 0o600)
     world.write(f"{DATA}/VestRUM.cud", repacked(world.container(1), *CONTAINERS[name]))
@@ -35,7 +34,6 @@ def test_containers(world, name):
 
 def test_only_fetched_scripts_are_applied_and_all_are_kept(world):
     """Whatever sigtool unpacks: this one leaves nothing out, as the vendor's own does not."""
-    world.freshclam(0)
     world.install(1)
     names = ("VestRUM-1.script", "VestRUM-2.script", "VestRUM-999.script")
     own = [member(name, TO_PASSWD) for name in names]
@@ -59,7 +57,6 @@ HEADERS = {"plain": ("x", PATCHED), "command": ("$(touch pwned)", NO_HEADER),
 @pytest.mark.parametrize("name", HEADERS)
 def test_headers_of_a_container_swapped_during_the_run(world, name):
     text, said = HEADERS[name]
-    world.freshclam(0)
     world.install(1)
     # Ahead of every script, so that none of them changes the line that becomes the new header.
     line = member("VestRUM.info", lambda old: old.replace(":1:1:", ":9:1:", 1).replace("vestrum", text, 1))
@@ -93,8 +90,6 @@ RIGHTS = {
 @pytest.mark.parametrize("name", RIGHTS)
 def test_a_run_says_what_of_the_prefix_is_not_roots_alone(world, name):
     prepare, named = RIGHTS[name]
-    world.freshclam(0)
-    world.install(3)
     world.shell(f"cd {PREFIX}; {prepare.format(prefix=PREFIX)}")
     said = [line for line in world.run().stderr.splitlines() if "provision" in line]
     assert said == ([f"tarnwick: Others than root can change {named.format(prefix=PREFIX)}. Run provision, as root."]
@@ -107,7 +102,6 @@ def test_a_run_says_what_of_the_prefix_is_not_roots_alone(world, name):
 
 @pytest.mark.parametrize("name", FOLDERS)
 def test_database_folders(world, name):
-    world.freshclam(0, 0)
     world.write(SECRET, "secret", 0o600)
     # The repair of modes in this folder follows links, by its definition: it is not among what holds.
     modes = "" if "link" in name else "%A"
@@ -125,8 +119,6 @@ def test_database_folders(world, name):
 def test_links_in_a_logs_place(world, target):
     """The folder in which ClamAV keeps its logs is clamav's as well."""
     log = "/var/log/clamav/a.log"
-    world.freshclam(0, 0)
-    world.install(3)
     world.write(SECRET, "secret", 0o600)
     world.shell(f"install -d -o clamav -g clamav /var/log/clamav; ln -s {target} {log}")
     before = outside(world)

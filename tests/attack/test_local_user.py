@@ -26,7 +26,6 @@ LEFT = "find /tmp -mindepth 1 -user 65534 -printf '%p %l %m\\n' | sort; cat /tmp
 @pytest.mark.parametrize("name", TRICKS)
 def test_what_they_leave_lying_about_changes_nothing(world, name):
     trick, usual = TRICKS[name]
-    world.freshclam(0)
     world.install(1)
     world.shell("install -d -m 700 /var/lib/tarnwick")
     world.remember({})
@@ -43,8 +42,6 @@ def test_what_they_leave_lying_about_changes_nothing(world, name):
 @pytest.mark.parametrize("lay", ["mkfifo VestRUM.cud", "mkfifo VestRUM.cud; ln -s /etc/shadow Vestrum.database"])
 def test_a_run_that_is_started_in_their_folder_ends(world, lay):
     """A file of the container's name in the working directory is read for its version, and no more than that."""
-    world.freshclam(0)
-    world.install(3)
     world.shell("install -d -o 65534 /home/theirs")
     assert world.command(*THEIRS, "sh", "-euc", f"cd /home/theirs; {lay}").status == 0
     outcome = world.finish(world.start("sh", "-c", f"cd /home/theirs; exec {TOOL}"))

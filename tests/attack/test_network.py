@@ -71,7 +71,6 @@ ANSWERS = {
 
 @pytest.mark.parametrize("name", ANSWERS)
 def test_what_a_mirror_answers(world, name):
-    world.freshclam(0)
     world.install(1)
     answers = ANSWERS[name]
     answers.give(world)
@@ -83,8 +82,6 @@ def test_what_a_mirror_answers(world, name):
 
 
 def test_an_empty_file_without_a_signature_withdraws_nothing(world):
-    world.freshclam(0)
-    world.install(3)
     world.remember({})
     world.servers.answer("GET /VestRUM2/Vestrum.database")
     assert "Vestrum.database definitions file is not valid. Delete it.\n" in world.run().stdout

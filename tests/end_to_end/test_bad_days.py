@@ -35,7 +35,6 @@ VERSION_TEXTS = [
 
 @pytest.mark.parametrize("text", VERSION_TEXTS, ids=lambda text: repr(text.body))
 def test_version_texts(world, text):
-    world.freshclam(0)
     world.install(1)
     world.servers.answer("GET /VestRUM2/Scripted/VestRUM-db-version.txt", text.body)
     outcome = world.run()
@@ -54,8 +53,6 @@ STATE_FILES = {
 
 @pytest.mark.parametrize("name", STATE_FILES)
 def test_a_state_that_cannot_be_read_holds_nothing(world, name):
-    world.freshclam(0)
-    world.install(3)
     world.write(STATE, STATE_FILES[name])
     outcome = world.run()
     assert (outcome.status, outcome.stdout) == (1, BANNER + CURRENT + INSTALLED + FRESHCLAM)
@@ -64,8 +61,6 @@ def test_a_state_that_cannot_be_read_holds_nothing(world, name):
 
 @pytest.mark.parametrize("modified, remembered", [("a\tb <&> é ]]>", True), ("Sun, \x01 Nov", False)])
 def test_dates_come_back_as_they_were_sent(world, modified, remembered):
-    world.freshclam(0, 0)
-    world.install(3)
     world.servers.answer(DATABASE_DATE, headers=[f"Last-Modified: {modified}"], length=108)
     for said in (INSTALLED, UNCHANGED if remembered else INSTALLED):
         assert world.run(env={"LANG": "abcdefghijkl"}).stdout == BANNER + CURRENT + said + FRESHCLAM
@@ -77,8 +72,6 @@ def test_dates_come_back_as_they_were_sent(world, modified, remembered):
     (b'VERSION_ID="\xff"\n', "unknown"), (b"VERSION_ID=9\r\nEvil: header\n", "9"), (b"\0" * 3_000_000, "unknown"),
 ], ids=range(7))
 def test_operating_system_versions(world, content, version):
-    world.freshclam(0)
-    world.install(3)
     world.shell("rm /etc/os-release")
     if content is not None:
         world.write("/etc/os-release", content)
@@ -132,8 +125,6 @@ MACHINES = {
 
 @pytest.mark.parametrize("bad", MACHINES.values(), ids=MACHINES)
 def test_what_a_run_does_on_a_bad_machine(world, bad):
-    world.freshclam(0)
-    world.install(3)
     if bad.freshclam:
         world.program("freshclam", bad.freshclam)
     world.shell(bad.spoil)
@@ -149,7 +140,6 @@ def test_what_a_run_does_on_a_bad_machine(world, bad):
     ("/none", "true"), ("/tmp", "mount -t tmpfs -o ro,mode=1777 tmp /tmp"),
     ("/tmp", "ln -s /srv /tmp/tarnwick-0; mount --bind /tmp /tmp; mount -o remount,bind,ro /tmp")])
 def test_a_temporary_folder_that_cannot_be_made(world, folder, spoil):
-    world.freshclam(0)
     world.install(1)
     world.shell(spoil)
     outcome = world.run(env={"TMPDIR": folder})
@@ -165,8 +155,6 @@ MEBIBYTE = 1 << 20
 
 def test_a_disk_with_room_for_one(world):
     """A database that is fetched there needs its size once; one that comes from elsewhere, that of the old one."""
-    world.freshclam(0)
-    world.install(3)
     world.shell("mkdir /data; mount -t tmpfs -o size=7m data /data; mount -t tmpfs tmp /tmp")
     for name in ("bytecode.cvd", "daily.cvd"):
         world.write(f"/data/{name}", "dummy")
@@ -183,7 +171,6 @@ def test_a_disk_with_room_for_one(world):
 
 @pytest.mark.parametrize("argument", ["--datadir=", "--datadir=/", "--datadir=//."])
 def test_the_whole_file_system_is_no_data_directory(world, argument):
-    world.freshclam(0)
     before = set(world.shell("stat -c '%a %U %n' / /*").splitlines())
     assert world.run(argument).status in (0, 1)
     assert before <= set(world.shell("stat -c '%a %U %n' / /*").splitlines())
@@ -197,8 +184,6 @@ GIVING_UP = "No internet connection available. Giving up.\n"
     ("add default dev uplink", True), ("add default via fd00::2 dev uplink", True), ("add unreachable default", False),
     ("add blackhole default", False), ("add 192.0.3.0/24 dev uplink", False), ("", False)])
 def test_network_wait(world, route, reachable):
-    world.freshclam(0)
-    world.install(3)
     before = world.log(CONFIGURATION)
     family = "-6" if "fd00" in route else "-4"
     world.shell(f"ip route del default; ip -6 addr add fd00::1/64 dev uplink nodad; ip {family} route {route}"
@@ -210,8 +195,6 @@ def test_network_wait(world, route, reachable):
 
 
 def test_network_that_comes_up_in_the_second_pause(world):
-    world.freshclam(0)
-    world.install(3)
     world.shell("ip route del default")
     job = world.launch(rate=5)
     job.read_until(AGAIN + AGAIN)
@@ -226,13 +209,13 @@ NEVER = "".join(f"Vestrum.{kind} updated never\n" for kind in ("fp", "hdb", "ign
 @pytest.mark.parametrize("arguments, zone, date", [
     (["--version"], "UTC", "2026-11-22 22:40:01 Z"), (["-V", "--quiet"], "Asia/Kolkata", "2026-11-23 04:10:01 +05:30"),
     (["-V"], "America/St_Johns", "2026-11-22 19:10:01 -03:30")])
-def test_version_report(world, arguments, zone, date):
+def test_version_report(new_world, arguments, zone, date):
     missing = f"Unable to open file {DATA}/VestRUM.cud\n" * 2
-    outcome = world.run(*arguments, env={"TZ": zone})
+    outcome = new_world.run(*arguments, env={"TZ": zone})
     assert (outcome.status, outcome.stdout) == (0, f"Tarnwick 2.19.4\n{missing}VestRUM.cud (v0) updated never\n{NEVER}")
-    world.write(f"{DATA}/VestRUM.cud", "ClamAV-VDB:d:7:1:1:m:X:v:1795387201".ljust(512) + "archive")
-    world.shell(f"touch -d @1795387201.9 {DATA}/Vestrum.ldb")
-    outcome = world.finish(world.start("setpriv", "--reuid=65534", TOOL, *arguments, env={"TZ": zone}))
+    new_world.write(f"{DATA}/VestRUM.cud", "ClamAV-VDB:d:7:1:1:m:X:v:1795387201".ljust(512) + "archive")
+    new_world.shell(f"touch -d @1795387201.9 {DATA}/Vestrum.ldb")
+    outcome = new_world.finish(new_world.start("setpriv", "--reuid=65534", TOOL, *arguments, env={"TZ": zone}))
     assert (outcome.status, outcome.stderr, outcome.stdout) == (
         0, "", f"Tarnwick 2.19.4\nVestRUM.cud (v7) updated {date}\n"
         + NEVER.replace("ldb updated never", f"ldb updated {date}"))

@@ -18,10 +18,10 @@ UNKNOWN_VERSION = ("Failed to get available defs version number: ERROR\nAvailabl
 
 
 @pytest.mark.parametrize("server", BAD_SERVERS.values(), ids=BAD_SERVERS)
-def test_nothing_of_a_bad_server_is_installed(world, server):
-    world.freshclam(0)
-    world.servers.turn_bad(server, CONTAINER, DATABASE)
-    outcome = world.run(rate=60)
+def test_nothing_of_a_bad_server_is_installed(new_world, server):
+    new_world.freshclam(0)
+    new_world.servers.turn_bad(server, CONTAINER, DATABASE)
+    outcome = new_world.run(rate=60)
     container, database = FULL + "Failed to download and/or verify VestRUM.cud\n", INVALID
     errors = "tarnwick: Download failed! ERROR\n" * 2
     if server.address != HERE:
@@ -31,9 +31,9 @@ def test_nothing_of_a_bad_server_is_installed(world, server):
         database = "Downloading Vestrum.database [100%]\n" + INVALID
         answered = f"tarnwick: The server answered {server.saved} for https://{LINKS}{CONTAINER[4:]}\n"
         errors = answered * (server.saved != 200) + "tarnwick: Download failed sig check\n"
-    assert (outcome.status, outcome.stdout, outcome.stderr, world.state()) == (
+    assert (outcome.status, outcome.stdout, outcome.stderr, new_world.state()) == (
         0, BANNER + container + database + FRESHCLAM, errors, {})
-    assert (world.litter(), world.shell(f"ls {DATA}")) == ("", "bytecode.cvd\ndaily.cvd\nmain.cvd\n")
+    assert (new_world.litter(), new_world.shell(f"ls {DATA}")) == ("", "bytecode.cvd\ndaily.cvd\nmain.cvd\n")
 
 
 class Silence(NamedTuple):
@@ -61,8 +61,6 @@ def test_silence_is_borne_up_to_the_limit(world, silence):
 
 
 def test_whatever_arrives_is_life(world):
-    world.freshclam(0)
-    world.install(3)
     world.servers.place(links=None, content=None)
     world.shell("nginx -c /srv/nginx.conf -s stop"
                 f"; printf '127.0.0.1 {LINKS}\n127.0.0.2 {LINKS}\n' >>/etc/hosts; echo multi on >/etc/host.conf")
@@ -70,13 +68,12 @@ def test_whatever_arrives_is_life(world):
     assert "version number 3\n" in world.run(rate=20).stdout
 
 
-@pytest.mark.parametrize("name, installed, said", [
-    ("VestRUM-2.script", 1, SCRIPTS + SOUND), ("VestRUM.cud", None, FULL + FETCHED)])
-def test_a_download_may_take_longer_than_its_links_live(world, name, installed, said):
+@pytest.mark.parametrize("name, said", [("VestRUM-2.script", SCRIPTS + SOUND), ("VestRUM.cud", FULL + FETCHED)])
+def test_a_download_may_take_longer_than_its_links_live(world, name, said):
     world.hurry(100)
-    world.freshclam(0)
-    if installed:
-        world.install(installed)
+    world.install(1)
+    if name == "VestRUM.cud":
+        world.shell(f"rm {DATA}/VestRUM.cud")
     world.servers.answer(f"GET /VestRUM2/Scripted/{name}", world.published(name), pause=0.1)
     outcome = world.run(rate=100)
     assert said in outcome.stdout and (outcome.stderr, world.version()) == ("", 3)
@@ -84,20 +81,19 @@ def test_a_download_may_take_longer_than_its_links_live(world, name, installed, 
 
 def test_the_users_proxy_is_asked(world):
     world.install(1)
-    world.freshclam(0)
     outcome = world.run(env={"https_proxy": f"http://{NOBODY}:3128"})
     assert (outcome.status, outcome.stdout, world.servers.requests()) == (
         0, BANNER + LOCAL + UNKNOWN_VERSION + UNREACHABLE + FRESHCLAM, [])
 
 
-def test_a_slow_transfer_is_waited_for_and_a_redirect_followed(world):
-    body = world.container(3)
-    world.freshclam(0)
+def test_a_slow_transfer_is_waited_for_and_a_redirect_followed(new_world):
+    body = new_world.container(3)
+    new_world.freshclam(0)
     # Eighty seconds by the tool's clock, never ten without a byte.
-    world.servers.answer("GET /slow", body, pause=0.1)
-    world.servers.answer(CONTAINER, **redirect(f"https://{MIRROR}/slow"))
-    raw = world.launch(rate=100).end()
-    assert (raw.status, world.version()) == (1, 3)
+    new_world.servers.answer("GET /slow", body, pause=0.1)
+    new_world.servers.answer(CONTAINER, **redirect(f"https://{MIRROR}/slow"))
+    raw = new_world.launch(rate=100).end()
+    assert (raw.status, new_world.version()) == (1, 3)
     shown = [int(percent) for percent in re.findall(r"Downloading VestRUM\.cud \[ *(\d+)%\]\r", raw.stdout)]
     steps = {100 * (index + 1) * (len(body) // 8) // len(body) for index in range(8)}
     assert len(shown) > 2 and shown == sorted(shown) and set(shown) <= steps | {100}
@@ -106,8 +102,6 @@ def test_a_slow_transfer_is_waited_for_and_a_redirect_followed(world):
 
 def test_user_agents_end_in_a_blank(world):
     """Which nginx would not show; and a HEAD request stays one when it is sent elsewhere."""
-    world.freshclam(0)
-    world.install(3)
     server = world.odd_server("raw")
     world.servers.answer(DATABASE_DATE, **redirect(f"http://{MIRROR}/there"))
     assert CURRENT + "Nothing to download for Vestrum.database\n" in world.run().stdout

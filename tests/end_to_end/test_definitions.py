@@ -69,8 +69,6 @@ def text_of(world, name):
 
 @pytest.mark.parametrize("row", DEFINITIONS.values(), ids=DEFINITIONS)
 def test_what_becomes_of_definitions(world, row):
-    world.freshclam(0)
-    world.install(3)
     before = world.state()
     if row.published is not None:
         world.publish_definitions(row.published)
@@ -93,8 +91,6 @@ def archive(*names, text=definitions_text(2)):
 
 
 def test_withdrawn_file_is_not_asked_for_again(world):
-    world.freshclam(0, 0)
-    world.install(3)
     world.publish_definitions("")
     assert world.run().status == 1
     again = world.run()
@@ -111,8 +107,6 @@ EMPTY = f"Downloaded file is deliberately empty, delete {SECOND} from defs db di
 @pytest.fixture(name="two_items")
 def world_of_two_items(world):
     """A row in the table of items is all that the tool needs for a second one."""
-    world.install(3)
-    world.freshclam(0, 0, 0)
     world.shell(f"cp {seen_inside(EXECUTABLE.parent / 'tests/unit/tarnwick_two_items')} {TOOL}")
     return world
 

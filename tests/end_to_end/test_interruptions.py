@@ -22,7 +22,6 @@ WHOLE = (BANNER + NEWER.format(local=1, available=3) + SCRIPTS + SOUND + INSTALL
 
 @pytest.mark.parametrize("phase", PHASES)
 def test_signals_in_every_phase(world, phase):
-    world.freshclam(*[0] * 8)
     world.install(1)
     wait = PHASES[phase](world)
     for number in SIGNALS:
@@ -44,21 +43,20 @@ def test_signals_in_every_phase(world, phase):
 
 
 @pytest.mark.parametrize("through", [(), as_the_service()], ids=["by root", "by the service"])
-def test_no_freshclam_survives_a_signal(world, through):
+def test_no_freshclam_survives_a_signal(new_world, through):
     """Wherever ours is in starting: the shell, the adapter, the program, which becomes another user."""
-    world.install(3)
-    world.custom_database()
-    world.servers.answer("GET /custom.ndb", "cut", length=9, hold=True)
+    new_world.install(3)
+    new_world.custom_database()
+    new_world.servers.answer("GET /custom.ndb", "cut", length=9, hold=True)
     for index, moment in enumerate([*moments(1, 20, 2_000), *moments(2, 20, 40_000), 500_000]):
-        other = world.other_freshclam("clamav")  # whose executable the service may not see
+        other = new_world.other_freshclam("clamav")  # whose executable the service may not see
         # The end of the output is the end of everybody who could write it.
-        outcome = world.run(kill=(SIGNALS[index % 4], "SPAWN", moment), through=through)
+        outcome = new_world.run(kill=(SIGNALS[index % 4], "SPAWN", moment), through=through)
         assert outcome.status == 255 and END in outcome.stdout, (moment, outcome)
         assert other.end().status == -signal.SIGTERM, moment
 
 
 def test_freshclam_may_write_to_a_terminal_that_stops_the_background(world):
-    world.install(3)
     world.program("freshclam", "echo freshclam \"$@\"; exit 1")
     job, terminal = world.launch_on_a_terminal(termios.TOSTOP)
     lines = [terminal.readline() for _ in (BANNER + CURRENT + UNCHANGED + FRESHCLAM).splitlines()]
@@ -93,7 +91,6 @@ def test_one_thread_takes_the_signals(world):
 
 
 def test_progress_that_nobody_reads_keeps_no_signal_back(world):
-    world.install(3)
     world.shell(f"rm {DATA}/daily.cvd")
     world.servers.answer("GET /daily.cvd", "half", length=8, hold=True)
     reading, writing = os.pipe()
@@ -211,7 +208,6 @@ def test_what_is_remembered_is_on_the_disk_before(world):
 
 
 def test_the_second_of_two_runs_waits(world):
-    world.install(3)
     world.shell("mkfifo /srv/hold")
     world.program("freshclam", f"echo updating; {HOLD}")
     first = world.launch()

@@ -45,7 +45,6 @@ LADDER = [  # freshclam's statuses, what its runs find, the tool's status
 
 @pytest.mark.parametrize("statuses, calls, status", LADDER, ids=str)
 def test_ladder(world, statuses, calls, status):
-    world.install(3)
     world.freshclam(*statuses)
     for name in ("BAK", "CLEAN"):
         world.shell(f"echo '#= {name}' >>{PREFIX}/etc/freshclam{name}.conf")
@@ -125,7 +124,6 @@ FALLBACKS = {
 def test_whole_files_are_fetched_where_freshclam_cannot_connect(world, name):
     fallback = FALLBACKS[name]
     said = "".join(fallback.said())
-    world.install(3)
     world.freshclam(52, 52)
     world.program("sigtool", '[ "$1" = -i ] && case $(cat "$2") in [0-9]*) echo "Version: $(cat "$2")" ;; '
                              '*) echo "Version: 9"; echo "ERROR: no database" ;; esac')
@@ -156,7 +154,6 @@ def test_whole_files_are_fetched_where_freshclam_cannot_connect(world, name):
 
 @pytest.mark.parametrize("record", [b"", b"1:2:3:4:5:6:7", b"\xff:1:2:3:4:5:6:7", b"x" * 3_000_000], ids=range(4))
 def test_records_that_are_none(world, record):
-    world.install(3)
     world.freshclam(52, 52)
     world.write("/srv/vendor/mirror/dns.txt", record)
     outcome = world.run()
@@ -168,7 +165,6 @@ def test_records_that_are_none(world, record):
     ("echo '<html>404</html>'", 0), ("head -c 10 {site}", 0), (":", 0),
     ("ln -s {data}/VestRUM.cud {data}/../unsigned.cud", 3)])
 def test_versions_that_the_real_sigtool_reads(world, make, version):
-    world.install(3)
     world.freshclam(52, 52)
     world.write("/srv/vendor/mirror/dns.txt", RECORD.format(0))
     site = "/srv/vendor/site/VestRUM2/Scripted/VestRUM.cud"
@@ -182,7 +178,6 @@ def test_versions_that_the_real_sigtool_reads(world, make, version):
 
 
 def test_seeding_and_proxy_helper(world):
-    world.install(3)
     world.freshclam(1)
     world.shell(f"rm {DATA}/main.cvd; mv {DATA}/daily.cvd {DATA}/daily.cld; rm {DATA}/bytecode.cvd")
     world.write("/srv/vendor/mirror/main.cvd", "ClamAV-VDB:no good one")
@@ -202,8 +197,6 @@ def test_seeding_and_proxy_helper(world):
 
 
 def test_error_pages_of_the_mirror_do_not_reach_a_scanner(world):
-    world.install(3)
-    world.freshclam(0)
     world.shell(f"rm {DATA}/*.cvd")
     world.write("/srv/sample", sample(3))
     assert world.run().status == 0
@@ -233,7 +226,6 @@ SWITCHES = {
 
 @pytest.mark.parametrize("switch", SWITCHES.values(), ids=SWITCHES)
 def test_configuration_switches(world, switch):
-    world.install(3)
     world.program("freshclam", f"cat {CONFIGURATION} >/srv/seen")
     world.write(f"{PREFIX}/etc/real.conf", switch.before, 0o640)
     world.shell(f"cd {PREFIX}/etc; chown clamav real.conf; ln -sf real.conf freshclam.conf")
@@ -244,16 +236,16 @@ def test_configuration_switches(world, switch):
         "symbolic link root 777\nregular" + " empty" * (not switch.after) + " file clamav 640\n")
 
 
-def test_real_freshclam(world):
-    world.custom_database()
-    before = world.path(CONFIGURATION).read_bytes()
-    outcome = world.run("--stdout")
+def test_real_freshclam(new_world):
+    new_world.custom_database()
+    before = new_world.path(CONFIGURATION).read_bytes()
+    outcome = new_world.run("--stdout")
     assert (outcome.status, outcome.stderr) == (1, "")
     assert "\nChecking ClamAV definitions\n" in outcome.stdout and "custom.ndb updated" in outcome.stdout
-    assert {(request.host, request.path) for request in world.servers.requests() if "Clam" in request.agent} == {
+    assert {(request.host, request.path) for request in new_world.servers.requests() if "Clam" in request.agent} == {
         (MIRROR, "/custom.ndb")}
-    assert world.path(f"{DATA}/custom.ndb").exists() and world.path(CONFIGURATION).read_bytes() == before
+    assert new_world.path(f"{DATA}/custom.ndb").exists() and new_world.path(CONFIGURATION).read_bytes() == before
     # It opens a log that this very run has made, as a user of its own.
-    assert world.run("--log=/var/log/new.log").status == 0
-    assert "Checking ClamAV definitions\n" in world.log("/var/log/new.log") and (
-        "custom.ndb is up-to-date" in world.log("/var/log/new.log"))
+    assert new_world.run("--log=/var/log/new.log").status == 0
+    assert "Checking ClamAV definitions\n" in new_world.log("/var/log/new.log") and (
+        "custom.ndb is up-to-date" in new_world.log("/var/log/new.log"))

@@ -21,45 +21,45 @@ def whole(name):
     return [("GET", name), ("GET", name + ".signature")]
 
 
-def test_first_run_then_up_to_date_then_three_scripts(world):
-    world.freshclam(0, 1, 1)
-    world.servers.place(links="::1")
-    world.shell(f"chown clamav:clamav {PREFIX}")
-    before = world.path(CONFIGURATION).read_bytes()
-    first = world.run()
+def test_first_run_then_up_to_date_then_three_scripts(new_world):
+    new_world.freshclam(0, 1, 1)
+    new_world.servers.place(links="::1")
+    new_world.shell(f"chown clamav:clamav {PREFIX}")
+    before = new_world.path(CONFIGURATION).read_bytes()
+    first = new_world.run()
     assert (first.status, first.stdout, first.stderr) == (1, BANNER + FULL + FETCHED + INSTALLED + FRESHCLAM, "")
-    assert paths(world) == [*whole("Scripted/VestRUM.cud"), ("HEAD", "Vestrum.database"), *whole("Vestrum.database")]
-    assert world.version() == 3
-    state = {"database-Last-Modified": world.modified("Vestrum.database"),
-             "hdb-Last-Modified": world.modified("Scripted/VestRUM.cud")}
-    assert (world.state(), world.state(OLDER_STATE)) == (state, {})
+    assert paths(new_world) == [*whole("Scripted/VestRUM.cud"), ("HEAD", "Vestrum.database"), *whole("Vestrum.database")]
+    assert new_world.version() == 3
+    state = {"database-Last-Modified": new_world.modified("Vestrum.database"),
+             "hdb-Last-Modified": new_world.modified("Scripted/VestRUM.cud")}
+    assert (new_world.state(), new_world.state(OLDER_STATE)) == (state, {})
 
-    second = world.run()
+    second = new_world.run()
     assert (second.status, second.stdout, second.stderr) == (1, BANNER + CURRENT + UNCHANGED + FRESHCLAM, "")
-    assert world.state() == {"database-Last-Modified": state["database-Last-Modified"]}
+    assert new_world.state() == {"database-Last-Modified": state["database-Last-Modified"]}
 
     for version in (4, 5, 6):
-        world.release(version)
-    world.servers.requests()
-    third = world.run()
+        new_world.release(version)
+    new_world.servers.requests()
+    third = new_world.run()
     patched = NEWER.format(local=3, available=6) + "".join(
         f"Downloading VestRUM-{version}.script [{percent:3}%]\n" for version, percent in ((4, 33), (5, 66), (6, 100)))
     assert (third.status, third.stdout, third.stderr) == (
         1, BANNER + patched + "Processing updates…\n" + SOUND + UNCHANGED + FRESHCLAM, "")
-    assert paths(world) == [("GET", "Scripted/VestRUM-db-version.txt"),
+    assert paths(new_world) == [("GET", "Scripted/VestRUM-db-version.txt"),
                             *(request for n in (4, 5, 6) for request in whole(f"Scripted/VestRUM-{n}.script")),
                             ("HEAD", "Vestrum.database")]
-    assert world.state().keys() == {"database-Last-Modified", "hdb-Last-Modified"}
+    assert new_world.state().keys() == {"database-Last-Modified", "hdb-Last-Modified"}
 
-    world.write("/srv/sample", sample(6))
-    found = world.command("clamscan", "--no-summary", "-d", f"{DATA}/VestRUM.cud", "/srv/sample")
+    new_world.write("/srv/sample", sample(6))
+    found = new_world.command("clamscan", "--no-summary", "-d", f"{DATA}/VestRUM.cud", "/srv/sample")
     assert (found.status, found.stdout) == (1, "/srv/sample: Vestrum.Sample-6.UNOFFICIAL FOUND\n")
-    assert world.shell(f"stat -c '%U:%G %a %n' {PREFIX} {DATA} {DATA}/V*") == (
+    assert new_world.shell(f"stat -c '%U:%G %a %n' {PREFIX} {DATA} {DATA}/V*") == (
         f"root:clamav 755 {PREFIX}\nclamav:clamav 775 {DATA}\n" + "".join(
             f"clamav:clamav 664 {DATA}/{name}\n"
             for name in ("VestRUM.cud", "Vestrum.database", "Vestrum.database.signature")))
-    assert world.path(CONFIGURATION).read_bytes() == before
-    assert world.litter() == ""
+    assert new_world.path(CONFIGURATION).read_bytes() == before
+    assert new_world.litter() == ""
 
 
 @pytest.mark.versions(101)
@@ -79,7 +79,6 @@ def test_a_hundred_scripts_take_one_handshake(world):
 
 
 def test_a_connection_that_was_closed_is_resumed(world):
-    world.freshclam(0)
     world.install(1)
     world.shell("sed -i 's/http {/&keepalive_timeout 0; ssl_session_cache shared:a:1m;/' /srv/nginx.conf")
     world.servers.restart()
@@ -180,7 +179,6 @@ CONTAINER_FAILURES = {
 @pytest.mark.parametrize("name", CONTAINER_FAILURES)
 def test_what_a_container_failure_leads_to(world, name):
     failure = CONTAINER_FAILURES[name]
-    world.freshclam(0)
     world.install(1)
     world.write(f"{DATA}/Vestrum.ndb", "kept until the container takes its place")
     world.sigtool(f"case $1 in {failure.sigtool}*) exit 1 ;; esac")
@@ -197,8 +195,6 @@ def test_what_a_container_failure_leads_to(world, name):
 
 
 def test_an_older_domain_serves_one_run(world):
-    world.freshclam(0)
-    world.install(3)
     values = world.state()
     world.shell("rm /var/lib/tarnwick/*")
     world.remember(values, OLDER_STATE)
@@ -207,7 +203,6 @@ def test_an_older_domain_serves_one_run(world):
 
 
 def test_data_directory_elsewhere_moves_half_of_the_paths(world):
-    world.freshclam(0)
     world.install(1)
     world.shell(f"mkdir -p /data/db; touch {DATA}/mirrors.dat; cp {DATA}/*.cvd {DATA}/mirrors.dat /data/db")
     outcome = world.run("--datadir=/data/db")
@@ -230,7 +225,6 @@ def test_data_directory_elsewhere_moves_half_of_the_paths(world):
 
 
 def test_data_directory_that_cannot_be_written(world):
-    world.freshclam(0)
     world.install(1)
     world.shell("mkdir /data; mount -t tmpfs data /data")
     world.shell(f"cp {DATA}/*.cvd /data; mount -o remount,ro /data")
@@ -260,7 +254,6 @@ def test_quiet_and_log(world):
         assert world.log(log) == "before\n" + said
         assert world.shell(f"stat -c %a {log}") == "666\n"
     # A quiet run says nothing of a whole download, not even in the log.
-    world.freshclam(0)
     world.shell(f"rm {DATA}/VestRUM.cud {log}")
     world.run("--quiet", f"--log={log}")
     assert world.log(log) == (BANNER + "VestRUM.cud (version 3) DB integrity is sound. Moving into place.\n" + UNCHANGED
@@ -275,8 +268,6 @@ def test_wipe(world, arguments, wiped):
     folder = "/srv/a#b" if "--datadir=/srv/a#b" in arguments else DATA
     log = "/srv/a.log" if "--log=/srv/a.log" in arguments else f"{folder}/freshclam.log"
     old = ("Vestrum.ndb", "Vestrum.hdb", "Vestrum.fp", "Vestrum.ign2", "Vestrum.ldb", "old.cld", "old.cvd")
-    world.freshclam(0)
-    world.install(3)
     for name in old:
         world.write(f"{folder}/{name}", "old")
     world.write(log, "old\n")

@@ -38,15 +38,15 @@ def client(world):
         request.path[1:] for request in world.servers.requests() if request.host == MIRROR]
 
 
-@pytest.fixture
-def world(world):
-    world.write("/srv/vendor/freshclam.conf", f"DatabaseMirror {ORIGIN}\nExtraDatabase test\nScriptedUpdates yes\n"
+@pytest.fixture(name="world")
+def world_that_is_mirrored(new_world):
+    new_world.write("/srv/vendor/freshclam.conf", f"DatabaseMirror {ORIGIN}\nExtraDatabase test\nScriptedUpdates yes\n"
                 "DatabaseCustomURL file:///etc/passwd\n")
-    world.shell(f"rm -f {DATA}/*.cvd; sed -i '$aExtraDatabase test\ns/database.clamav.net/{MIRROR}/' {CONFIGURATION}"
+    new_world.shell(f"rm -f {DATA}/*.cvd; sed -i '$aExtraDatabase test\ns/database.clamav.net/{MIRROR}/' {CONFIGURATION}"
                 "; chown -hR nobody /srv/vendor; chmod 755 /srv")
-    offer(world, 4)
-    assert mirror(world) == Outcome(0, MIRRORED.format(4), "") and record(world) == "CLAMAV:3:4:TIME:0:81:0:3\n"
-    return world
+    offer(new_world, 4)
+    assert mirror(new_world) == Outcome(0, MIRRORED.format(4), "") and record(new_world) == "CLAMAV:3:4:TIME:0:81:0:3\n"
+    return new_world
 
 
 def test_a_client_follows_step_by_step(world):

@@ -183,19 +183,19 @@ def test_a_run_needs_no_more_than_the_unit_gives_it(world):
     assert world.shell(f"cd {BIN}; md5sum *; stat -c %U {PREFIX} {PREFIX}/here") == before + "root\nroot\n"
 
 
-def test_the_unit_writes_text_and_passes_on_status_and_signals(world):
+def test_the_unit_writes_text_and_passes_on_status_and_signals(new_world):
     service = [*command(UNIT["ExecStart"]), "--first", "--second"]
     environment = {"PATH": "/usr/local/bin:/usr/bin:/bin"}
-    world.program("freshclam", r"echo $*; echo complaint >&2; printf 'half\rwhole\r\nend\r'; exit 3")
-    outcome = world.command(*service, env=environment)
+    new_world.program("freshclam", r"echo $*; echo complaint >&2; printf 'half\rwhole\r\nend\r'; exit 3")
+    outcome = new_world.command(*service, env=environment)
     assert (outcome.status, outcome.stderr, re.sub("started at .*", "started at DATE", outcome.stdout)) == (
         3, "", BANNER + FULL + FETCHED + INSTALLED + "\nChecking ClamAV definitions\n--first --second --no-warnings\n"
         "complaint\nwhole\nend")
-    world.program("freshclam", "echo under way; sleep 1000")
-    job = world.start(*service, env=environment)
+    new_world.program("freshclam", "echo under way; sleep 1000")
+    job = new_world.start(*service, env=environment)
     job.read_until("under way\n")
     job.signal(signal.SIGTERM)
-    assert (job.end().status, world.running("^(sleep 1|sed)")) == (255, [])
+    assert (job.end().status, new_world.running("^(sleep 1|sed)")) == (255, [])
 
 
 @shipped_as_tested

@@ -15,13 +15,13 @@ pytestmark = pytest.mark.versions(4)
 
 
 @pytest.fixture(name="world")
-def world_with_a_daemon(world):
+def world_with_a_daemon(new_world):
     """Its freshclam keeps no database that only ClamAV could have signed."""
-    world.custom_database()
-    world.shell(f"install -d -o clamav /run/clamav /var/log/clamav {OWN}; ln -s ../run /var/run")
+    new_world.custom_database()
+    new_world.shell(f"install -d -o clamav /run/clamav /var/log/clamav {OWN}; ln -s ../run /var/run")
     for version in (3, 4):
-        world.write(f"/srv/sample-{version}", sample(version))
-    return world
+        new_world.write(f"/srv/sample-{version}", sample(version))
+    return new_world
 
 
 def configure(world, folder):
