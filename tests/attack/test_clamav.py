@@ -1,8 +1,10 @@
 """Somebody has become the user clamav: the databases and the unsigned container are theirs, nothing else may become."""
 
+from typing import NamedTuple
+
 import pytest
 
-from testbed import DATA, PREFIX, member, repacked
+from testbed import BIN, CONFIGURATION, DATA, PREFIX, member, repacked
 from testbed.attacker import CONTAINERS, FOLDERS, SECRET, TO_PASSWD, outside
 from testbed.transcripts import BANNER, FETCHED, FRESHCLAM, FULL, NEWER, SCRIPTS, SOUND, UNCHANGED
 
@@ -48,53 +50,58 @@ def test_only_fetched_scripts_are_applied_and_all_are_kept(world):
                     "VestRUM-999.script\n")
 
 
-# The builder's name in a header, which becomes a part of a command line.
-HEADERS = {"plain": ("x", PATCHED), "command": ("$(touch pwned)", NO_HEADER),
-           "old command": ("`touch pwned`", NO_HEADER), "quote": ('"; touch pwned; "', NO_HEADER),
-           "backslash at the cut": ("x" * 433 + "\\x", NO_HEADER)}
+class Header(NamedTuple):
+    builder: str  # which becomes a part of a command line
+    said: str = NO_HEADER
 
 
-@pytest.mark.parametrize("name", HEADERS)
-def test_headers_of_a_container_swapped_during_the_run(world, name):
-    text, said = HEADERS[name]
+HEADERS = {"plain": Header("x", PATCHED), "command": Header("$(touch pwned)"), "old command": Header("`touch pwned`"),
+           "quote": Header('"; touch pwned; "'), "backslash at the cut": Header("x" * 433 + "\\x")}
+
+
+@pytest.mark.parametrize("header", HEADERS.values(), ids=HEADERS)
+def test_headers_of_a_container_swapped_during_the_run(world, header):
     world.install(1)
     # Ahead of every script, so that none of them changes the line that becomes the new header.
-    line = member("VestRUM.info", lambda old: old.replace(":1:1:", ":9:1:", 1).replace("vestrum", text, 1))
+    line = member("VestRUM.info", lambda old: old.replace(":1:1:", ":9:1:", 1).replace("vestrum", header.builder, 1))
     world.write("/srv/swapped.cud", repacked(world.container(1), line).replace(b":1:1:", b":9:1:", 1))
     world.sigtool(f"case $1 in --unpack*) cp /srv/swapped.cud {DATA}/VestRUM.cud ;; esac")
     before = outside(world)
     outcome = world.run()
-    assert (outcome.status, outcome.stdout) == (0, BANNER + said + UNCHANGED + FRESHCLAM)
+    assert (outcome.status, outcome.stdout) == (0, BANNER + header.said + UNCHANGED + FRESHCLAM)
     assert (outside(world), world.litter()) == (before, "")
 
 
-# What of the prefix is not root's alone, and what the run's one line names.
+class Rights(NamedTuple):
+    spoil: str  # a script for the prefix
+    named: str | None = None  # what of the prefix is not root's alone, by the run's one line
+
+
 RIGHTS = {
-    "all in order": ("true", None),
-    "an owner that the run itself mends": ("chown clamav:clamav .", None),
-    "no prefix": ("rm -rf *; cd /; umount {prefix} 2>/dev/null || rm -r {prefix}", None),
-    "prefix": ("chmod g+w .", "{prefix}"),
-    "folders": ("chown clamav bin share; chmod o+w etc", "{prefix}/bin (and 2 more)"),
-    "program": ("chown clamav bin/sigtool", "{prefix}/bin/sigtool"),
-    "configurations": ("chmod g+w etc/*", "{prefix}/etc/freshclam.conf (and 2 more)"),
-    "link to their program": ("cp /bin/true /srv/scan; chown clamav /srv/scan; ln -sf /srv/scan bin/clamscan",
-                              "{prefix}/bin/clamscan"),
-    "link into their folder": ("install -d -o clamav /srv/their; cp /bin/true /srv/their/scan"
-                               "; ln -sf /srv/their/scan bin/clamscan", "{prefix}/bin/clamscan"),
-    "link to nothing": ("ln -s none bin/none", None),
-    "link that is theirs": ("chown -h clamav bin/clamscan", None),
-    "name of two lines": ("install -o clamav /bin/true \"bin/a$(printf '\\na')\"", "{prefix}/bin/a?a"),
+    "all in order": Rights("true"),
+    "an owner that the run itself mends": Rights("chown clamav:clamav ."),
+    "no prefix": Rights(f"rm -rf *; cd /; umount {PREFIX} 2>/dev/null || rm -r {PREFIX}"),
+    "prefix": Rights("chmod g+w .", PREFIX),
+    "folders": Rights("chown clamav bin share; chmod o+w etc", f"{BIN} (and 2 more)"),
+    "program": Rights("chown clamav bin/sigtool", f"{BIN}/sigtool"),
+    "configurations": Rights("chmod g+w etc/*", f"{CONFIGURATION} (and 2 more)"),
+    "link to their program": Rights(
+        "cp /bin/true /srv/scan; chown clamav /srv/scan; ln -sf /srv/scan bin/clamscan", f"{BIN}/clamscan"),
+    "link into their folder": Rights("install -d -o clamav /srv/their; cp /bin/true /srv/their/scan"
+                                     "; ln -sf /srv/their/scan bin/clamscan", f"{BIN}/clamscan"),
+    "link to nothing": Rights("ln -s none bin/none"),
+    "link that is theirs": Rights("chown -h clamav bin/clamscan"),
+    "name of two lines": Rights("install -o clamav /bin/true \"bin/a$(printf '\\na')\"", f"{BIN}/a?a"),
 }
 
 
-@pytest.mark.parametrize("name", RIGHTS)
-def test_a_run_says_what_of_the_prefix_is_not_roots_alone(world, name):
-    prepare, named = RIGHTS[name]
-    world.shell(f"cd {PREFIX}; {prepare.format(prefix=PREFIX)}")
+@pytest.mark.parametrize("rights", RIGHTS.values(), ids=RIGHTS)
+def test_a_run_says_what_of_the_prefix_is_not_roots_alone(world, rights):
+    world.shell(f"cd {PREFIX}; {rights.spoil}")
     said = [line for line in world.run().stderr.splitlines() if "provision" in line]
-    assert said == ([f"tarnwick: Others than root can change {named.format(prefix=PREFIX)}. Run provision, as root."]
-                    if named else [])
-    if named:
+    assert said == ([f"tarnwick: Others than root can change {rights.named}. Run provision, as root."]
+                    if rights.named else [])
+    if rights.named:
         world.shell("/repository/packaging/linux/provision")
         world.freshclam(0)
         assert "provision" not in world.run().stderr

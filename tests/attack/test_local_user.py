@@ -1,5 +1,7 @@
 """Another user of the machine, with no rights but their own: nothing of theirs steers a run or holds it up."""
 
+from typing import NamedTuple
+
 import pytest
 
 from testbed import BIN, TOOL
@@ -7,32 +9,40 @@ from testbed.transcripts import BANNER, FRESHCLAM, INSTALLED, NEWER, SCRIPTS, SO
 
 THEIRS = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
 KEEP = "echo theirs >{0}/Vestrum.database; mkdir {0}/VestRUMdefs; echo theirs >{0}/VestRUMdefs/VestRUM-2.script"
-# What they do before the run, and whether the usual temporary folder is still to be had.
+
+
+class Trick(NamedTuple):
+    script: str  # what they do before the run
+    usual: bool = True  # the usual temporary folder is still to be had
+
+
 TRICKS = {
-    "the temporary folder is theirs": ("mkdir -m 777 /tmp/tarnwick-0; " + KEEP.format("/tmp/tarnwick-0"), False),
-    "the temporary folder leads to root's": ("ln -s /etc /tmp/tarnwick-0", False),
-    "the temporary folder leads to theirs": (
+    "the temporary folder is theirs": Trick("mkdir -m 777 /tmp/tarnwick-0; " + KEEP.format("/tmp/tarnwick-0"), False),
+    "the temporary folder leads to root's": Trick("ln -s /etc /tmp/tarnwick-0", False),
+    "the temporary folder leads to theirs": Trick(
         "mkdir -m 777 /tmp/trap; ln -s trap /tmp/tarnwick-0; " + KEEP.format("/tmp/trap"), False),
-    "the temporary folder is a pipe": ("mkfifo /tmp/tarnwick-0", False),
-    "a spare folder is theirs": ("mkdir -m 777 /tmp/tarnwick-0-AAAAAA; " + KEEP.format("/tmp/tarnwick-0-AAAAAA"), True),
-    "a spare folder leads to root's": ("ln -s /etc /tmp/tarnwick-0-AAAAAA", True),
-    "the lock is theirs to take": ("! flock -n /var/lib/tarnwick true 2>/dev/null", True),
-    "they run it themselves": (f"{TOOL} --datadir=/etc --remove-old-first >/dev/null 2>&1 || true", True),
+    "the temporary folder is a pipe": Trick("mkfifo /tmp/tarnwick-0", False),
+    "a spare folder is theirs": Trick(
+        "mkdir -m 777 /tmp/tarnwick-0-AAAAAA; " + KEEP.format("/tmp/tarnwick-0-AAAAAA")),
+    "a spare folder leads to root's": Trick("ln -s /etc /tmp/tarnwick-0-AAAAAA"),
+    "the lock is theirs to take": Trick("! flock -n /var/lib/tarnwick true 2>/dev/null"),
+    "they run it themselves": Trick(f"{TOOL} --datadir=/etc --remove-old-first >/dev/null 2>&1 || true"),
 }
 OUTSIDE = f"find /etc {BIN} /usr/local/bin -exec stat -c '%N %A %U:%G %s %Y' {{}} + | sort"
 LEFT = "find /tmp -mindepth 1 -user 65534 -printf '%p %l %m\\n' | sort; cat /tmp/*/Vestrum.database 2>/dev/null || true"
 
 
-@pytest.mark.parametrize("name", TRICKS)
-def test_what_they_leave_lying_about_changes_nothing(world, name):
-    trick, usual = TRICKS[name]
+@pytest.mark.parametrize("trick", TRICKS.values(), ids=TRICKS)
+def test_what_they_leave_lying_about_changes_nothing(world, trick):
     world.install(1)
     world.shell("install -d -m 700 /var/lib/tarnwick")
     world.remember({})
-    assert world.command(*THEIRS, "sh", "-euc", f"umask 0; {trick}").status == 0
+    assert world.command(*THEIRS, "sh", "-euc", f"umask 0; {trick.script}").status == 0
     before = world.shell(OUTSIDE), world.shell(LEFT)
     outcome = world.run()
-    said = outcome.stdout if usual else outcome.stdout.replace(outcome.stdout.split("/tmp/tarnwick-0")[1][:7], "", 1)
+    said = outcome.stdout
+    if not trick.usual:
+        said = said.replace(said.split("/tmp/tarnwick-0")[1][:7], "", 1)
     assert (outcome.status, said, outcome.stderr) == (
         1, BANNER + NEWER.format(local=1, available=3) + SCRIPTS + SOUND + INSTALLED + FRESHCLAM, "")
     assert (world.shell(OUTSIDE), world.shell(LEFT), world.version()) == (*before, 3)

@@ -13,38 +13,40 @@ NO_RECORD = ("Still failing with network issues. Download full file.\nDownloadin
              f"no defs version number available on {MIRROR}\n")
 # What freshclam finds when it runs: which configuration, pointing where, and databases owned by whom. Each run leaves
 # them to root.
-FIRST, AGAIN, REPAIRED = f"live {MIRROR} clamav", f"live {MIRROR} root", f"live {MIRROR} clamav"
-BACK, BAK, CLEAN = f"live {UPSTREAM} root", f"BAK {UPSTREAM} root", f"CLEAN {UPSTREAM} root"
-LADDER = [  # freshclam's statuses, what its runs find, the tool's status
-    ([0], [FIRST], 0),
-    ([1], [FIRST], 1),
-    *(([status], [FIRST], status) for status in (2, 40, 51, 55, 60, 61, 127, 255)),
-    (["killed"], [FIRST], 137),
-    *(([status, 0], [FIRST, REPAIRED], 0) for status in (50, 53, 57)),
-    *(([status, 1], [FIRST, BACK], 1) for status in (52, 54, 58, 59)),
-    ([56, 0], [FIRST, BAK], 0),
-    ([56, 56, 0], [FIRST, BAK, CLEAN], 0),
-    ([56, 56, 56], [FIRST, BAK, CLEAN], 56),
-    ([62, 0], [FIRST, AGAIN], 0),
-    ([50, 50], [FIRST, REPAIRED], 50),
-    ([50, 54, 0], [FIRST, REPAIRED, BACK], 0),
-    ([50, 56, 0], [FIRST, REPAIRED, BAK], 0),
-    ([50, 62, 0], [FIRST, REPAIRED, AGAIN], 0),
-    ([54, 50], [FIRST, BACK], 50),
-    ([54, 56, 0], [FIRST, BACK, BAK], 0),
-    ([59, 62, 0], [FIRST, BACK, BACK], 0),
-    ([56, 62, 56], [FIRST, BAK, BAK], 56),
-    ([62, 62], [FIRST, AGAIN], 62),
-    ([52, 52], [FIRST, BACK], 52),
-    ([56, 52], [FIRST, BAK], 52),
-    ([62, 52], [FIRST, AGAIN], 52),
-    ([50, 52, 56, 56, 62, 0], [FIRST, REPAIRED, BACK, BAK, CLEAN, CLEAN], 0),
-    ([50, 52, 56, 56, 62, 52], [FIRST, REPAIRED, BACK, BAK, CLEAN, CLEAN], 52),
+FOUND = {"first": f"live {MIRROR} clamav", "again": f"live {MIRROR} root", "repaired": f"live {MIRROR} clamav",
+         "back": f"live {UPSTREAM} root", "BAK": f"BAK {UPSTREAM} root", "CLEAN": f"CLEAN {UPSTREAM} root"}
+LADDER = [  # what each run of freshclam finds, and the status with which it ends
+    *(f"first {status}" for status in (0, 1, 2, 40, 51, 55, 60, 61, 127, 255, "killed")),
+    *(f"first {status}, repaired 0" for status in (50, 53, 57)),
+    *(f"first {status}, back 1" for status in (52, 54, 58, 59)),
+    "first 56, BAK 0",
+    "first 56, BAK 56, CLEAN 0",
+    "first 56, BAK 56, CLEAN 56",
+    "first 62, again 0",
+    "first 50, repaired 50",
+    "first 50, repaired 54, back 0",
+    "first 50, repaired 56, BAK 0",
+    "first 50, repaired 62, again 0",
+    "first 54, back 50",
+    "first 54, back 56, BAK 0",
+    "first 59, back 62, back 0",
+    "first 56, BAK 62, BAK 56",
+    "first 62, again 62",
+    "first 52, back 52",
+    "first 56, BAK 52",
+    "first 62, again 52",
+    "first 50, repaired 52, back 56, BAK 56, CLEAN 62, CLEAN 0",
+    "first 50, repaired 52, back 56, BAK 56, CLEAN 62, CLEAN 52",
 ]
 
 
-@pytest.mark.parametrize("statuses, calls, status", LADDER, ids=str)
-def test_ladder(world, statuses, calls, status):
+def pairs(text):
+    return (pair.split() for pair in text.split(", ") if pair)
+
+
+@pytest.mark.parametrize("runs", LADDER)
+def test_ladder(world, runs):
+    found, statuses = zip(*pairs(runs))
     world.freshclam(*statuses)
     for name in ("BAK", "CLEAN"):
         world.shell(f"echo '#= {name}' >>{PREFIX}/etc/freshclam{name}.conf")
@@ -52,12 +54,13 @@ def test_ladder(world, statuses, calls, status):
     stray = world.other_freshclam("root")
     outcome = world.run()
     assert (outcome.status, outcome.stdout, world.freshclam_calls()) == (
-        status, BEFORE + CALL * len(calls) + NO_RECORD * (statuses[-1] == 52), calls)
+        137 if "killed" in runs else int(statuses[-1]),
+        BEFORE + CALL * len(found) + NO_RECORD * (statuses[-1] == "52"), [FOUND[name] for name in found])
     # Strays are killed for the sake of their log alone.
-    assert bool(world.running("^/srv/freshclam")) == (62 not in statuses)
+    assert bool(world.running("^/srv/freshclam")) == ("62" not in statuses)
     faulty = world.path(f"{PREFIX}/etc/freshclamFAULTY.conf")
-    left = calls[-1].split()[0]
-    assert faulty.exists() == (56 in statuses)
+    left = FOUND[found[-1]].split()[0]
+    assert faulty.exists() == ("56" in statuses)
     if left != "live":
         assert faulty.read_bytes() in (before, before.replace(UPSTREAM.encode(), MIRROR.encode()).replace(
             b"#DNSDatabaseInfo current.cvd.clamav.net\n#MaxAttempts 5",
@@ -95,10 +98,6 @@ class Fallback(NamedTuple):
                 yield f"{file} installed: {what}, available: {available[file.split('.')[0]]}\n"
 
 
-def pairs(text):
-    return (pair.split() for pair in text.split(", ") if pair)
-
-
 CURRENT_FILES = "main.cvd 62, daily.cvd 27400, bytecode.cvd 339"
 FALLBACKS = {
     "all current": Fallback(CURRENT_FILES, "", f"{CURRENT_FILES}, {CURRENT_FILES}"),
@@ -120,9 +119,8 @@ FALLBACKS = {
 }
 
 
-@pytest.mark.parametrize("name", FALLBACKS)
-def test_whole_files_are_fetched_where_freshclam_cannot_connect(world, name):
-    fallback = FALLBACKS[name]
+@pytest.mark.parametrize("fallback", FALLBACKS.values(), ids=FALLBACKS)
+def test_whole_files_are_fetched_where_freshclam_cannot_connect(world, fallback):
     said = "".join(fallback.said())
     world.freshclam(52, 52)
     world.program("sigtool", '[ "$1" = -i ] && case $(cat "$2") in [0-9]*) echo "Version: $(cat "$2")" ;; '
@@ -144,7 +142,7 @@ def test_whole_files_are_fetched_where_freshclam_cannot_connect(world, name):
     assert [request.agent for request in requests if request.path.endswith(".cvd")] == [
         f"Tarnwick/2.19.4 (2.19.4) {MACINTOSH}"] * len(progress)
     # A download of version 0 stays where it is until the next run begins.
-    assert world.path(f"{DATA}/daily.cvd_download").exists() == ("version 0" in name)
+    assert world.path(f"{DATA}/daily.cvd_download").exists() == ("kept" in fallback.seen)
     world.freshclam(0)
     world.write(f"{DATA}/daily.cvd", "27400")
     world.write(f"{DATA}/other.cvd_download", "somebody's")

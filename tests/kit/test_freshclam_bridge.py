@@ -1,6 +1,7 @@
 """The prefix's freshclam against the real program: each cause provoked for real, each answer checked."""
 
 import signal
+from typing import NamedTuple
 
 import pytest
 
@@ -8,29 +9,38 @@ from testbed import BIN, CONFIGURATION, DATA, LINKS, MIRROR, NOBODY
 
 FRESHCLAM, LOG = f"{BIN}/freshclam", "/srv/log/freshclam.log"
 EDIT = "sed -i '{}' " + CONFIGURATION
-ANSWERS = [
-    ("new", "", "", 0),
-    ("not new", f"{FRESHCLAM} >&2", "", 0),
-    ("unknown option", "", "--no-such-option", 40),
-    ("option without its value", "", "--log", 40),
-    ("folder cannot be entered", "mkdir -p -m 0700 /srv/closed/db", "--datadir=/srv/closed/db", 50),
-    ("folder cannot be made", "", "--datadir=/proc/none", 50),
-    ("folder is a file", f"rm -r {DATA}; touch {DATA}", "", 50),
-    ("connection refused", EDIT.format(f"s/{MIRROR}/{NOBODY}/"), "", 52),
-    ("unknown host", EDIT.format(f"s/{MIRROR}/nowhere.example/"), "", 52),
-    ("container not signed", EDIT.format("/Exclude.*daily/d"), "", 54),
-    ("line not understood", f"echo Nonsense >>{CONFIGURATION}", "", 56),
-    ("no configuration", f"rm {CONFIGURATION}", "", 56),
-    ("no mirror named", EDIT.format("/Mirror/d"), "", 56),
-    ("unknown owner", EDIT.format("s/Owner.*/Owner nobody-known/"), "", 56),
-    ("folder of another owner", f"chown root:root {DATA}; chmod 0755 {DATA}", "", 57),
-    ("mirror has nothing", EDIT.format("/Exclude/d; /Custom/d") + "; rm /srv/vendor/mirror/daily.cvd", "", 58),
-    ("log cannot be made", "", "--log=/proc/none/log", 62),
-    ("log of another owner", f"touch {LOG}; chmod 0600 {LOG}", f"--log={LOG}", 62),
-    ("log of another owner, from the configuration",
-     f"touch {LOG}; chmod 0600 {LOG}; echo UpdateLogFile {LOG} >>{CONFIGURATION}", "", 62),
-    ("forbidden", EDIT.format(f"s/{MIRROR}.custom/{LINKS}\\/custom/"), "", 17),
-]
+LOG_OF_ANOTHER = f"touch {LOG}; chmod 0600 {LOG}"
+
+
+class Answer(NamedTuple):
+    status: int
+    cause: str = ""  # a script
+    argument: str = ""
+
+
+ANSWERS = {
+    "new": Answer(0),
+    "not new": Answer(0, f"{FRESHCLAM} >&2"),
+    "unknown option": Answer(40, argument="--no-such-option"),
+    "option without its value": Answer(40, argument="--log"),
+    "folder cannot be entered": Answer(50, "mkdir -p -m 0700 /srv/closed/db", "--datadir=/srv/closed/db"),
+    "folder cannot be made": Answer(50, argument="--datadir=/proc/none"),
+    "folder is a file": Answer(50, f"rm -r {DATA}; touch {DATA}"),
+    "connection refused": Answer(52, EDIT.format(f"s/{MIRROR}/{NOBODY}/")),
+    "unknown host": Answer(52, EDIT.format(f"s/{MIRROR}/nowhere.example/")),
+    "container not signed": Answer(54, EDIT.format("/Exclude.*daily/d")),
+    "line not understood": Answer(56, f"echo Nonsense >>{CONFIGURATION}"),
+    "no configuration": Answer(56, f"rm {CONFIGURATION}"),
+    "no mirror named": Answer(56, EDIT.format("/Mirror/d")),
+    "unknown owner": Answer(56, EDIT.format("s/Owner.*/Owner nobody-known/")),
+    "folder of another owner": Answer(57, f"chown root:root {DATA}; chmod 0755 {DATA}"),
+    "mirror has nothing": Answer(58, EDIT.format("/Exclude/d; /Custom/d") + "; rm /srv/vendor/mirror/daily.cvd"),
+    "log cannot be made": Answer(62, argument="--log=/proc/none/log"),
+    "log of another owner": Answer(62, LOG_OF_ANOTHER, f"--log={LOG}"),
+    "log of another owner, from the configuration": Answer(
+        62, f"{LOG_OF_ANOTHER}; echo UpdateLogFile {LOG} >>{CONFIGURATION}"),
+    "forbidden": Answer(17, EDIT.format(f"s/{MIRROR}.custom/{LINKS}\\/custom/")),
+}
 
 
 @pytest.fixture(scope="module")
@@ -48,11 +58,11 @@ def installation(world):
     world.custom_database()
 
 
-@pytest.mark.parametrize("preparation, argument, status", [row[1:] for row in ANSWERS], ids=[row[0] for row in ANSWERS])
-def test_answers_with_the_documented_status(world, preparation, argument, status):
-    world.shell(preparation)
-    answer = world.command(FRESHCLAM, *argument.split())
-    assert answer.status == status, answer
+@pytest.mark.parametrize("answer", ANSWERS.values(), ids=ANSWERS)
+def test_answers_with_the_documented_status(world, answer):
+    world.shell(answer.cause)
+    outcome = world.command(FRESHCLAM, *answer.argument.split())
+    assert outcome.status == answer.status, outcome
 
 
 @pytest.mark.parametrize("argument", ["--version", "--no-such-option"])
