@@ -1,17 +1,17 @@
 """What its own operators do to a publishing home, and what comes of it."""
 
-import hashlib
 import os
 import pathlib
 import subprocess
+from typing import NamedTuple
 
 import pytest
 
 from testbed import vendor
 from testbed.vendor import publish
 
-SCANNER = pathlib.Path("/usr/bin/clamscan")
-FINGERPRINT = "openssl pkey -in {} -pubout -outform DER | sha256sum | cut -c -64"
+MATCHING = "printf '%s:%s:Vestrum.Oops\\n' $(md5sum </usr/bin/clamscan | cut -c -32) $(stat -Lc %s /usr/bin/clamscan)"
+MATCHES = "matches the scanner itself, so that every installation would refuse it\n"
 LOST = """\
 tarnwick-publish: the private key of what is published in {home} is lost, the one with the fingerprint {key}
 tarnwick-publish: put private.pem back from its copy; this shows a copy's fingerprint:
@@ -29,75 +29,85 @@ tarnwick-publish: whose fingerprint is {other}
 tarnwick-publish: put back the pair that Tarnwick was built with: installations trust no other
 """
 RELEASED = "Released version 2 with 5 signatures.\n"
-NEW_FOLDER = "rm ../new/*; cp ../five/* ../new"
-# What was done in the home (../new is the folder to release, ../other a home with another key), the command, its exit
-# status, and what it says on standard output or as an error.
+TO_RELEASE, TO_DEFINE = "release ../new", "definitions ../new/a.ndb"
+ANOTHER = f"{vendor.PUBLISHER} --home ../other init"
+
+
+class Mistake(NamedTuple):
+    done: str  # a script for the home, beside which the folder "new" lies, to be released
+    command: str  # of the kit, then
+    said: str  # as an error, unless it succeeds
+    status: int = 1
+    found: str = ""  # by `check`
+
+
 MISTAKES = {
-    "key lost, release": ("rm private.pem", "release ../new", 1, LOST),
-    "key lost, init": ("rm private.pem", "init", 1, LOST),
-    "key lost, definitions": ("rm private.pem", "definitions ../new/a.ndb", 1, LOST),
-    "another private key": ("cp ../other/private.pem .", "release ../new", 1, NOT_THE_PAIR),
-    "another pair": ("cp ../other/p*.pem .", "withdraw", 1, NOT_THE_SIGNER),
-    "link lost": ("rm site/VestRUM2/Scripted/current", "release ../new", 0,
-                  "Put back version 1, which was complete and out of sight.\n" + RELEASED),
-    "container lost": ("rm -r site/VestRUM2/Scripted/current site/releases/1", "release ../new", 1,
-                       "tarnwick-publish: the published container is lost; put it back from a copy of {home}\n"),
-    "nothing changed": ("cp signatures/Vestrum.ndb ../new/a.ndb", "release ../new", 0,
-                        "Nothing new: version 1 holds exactly these signatures.\n"),
-    "definitions unchanged": ("true", "definitions definitions", 0,
-                              "Nothing new: this definitions file is published already.\n"),
-    "a malformed line": (f"printf 'x\\ny\\nz\\n' | sed 's/.*/{'a' * 32}:68:&/; 3s/:68/:?/' >../new/b.hdb; "
-                         f"echo {'b' * 32}:68:w >../new/a.hdb", "release ../new", 1,
-                         "tarnwick-publish: ClamAV refuses {new}/b.hdb line 3; version 2 is not released\n"
-                         f"tarnwick-publish: there stands: {'a' * 32}:?:z\n"
-                         "tarnwick-publish: cli_loadhash: Invalid value for the size field\n"),
-    "a reserved kind": ("touch ../new/x.info", "release ../new", 1, "tarnwick-publish: {new}/x.info would be lost: sigtool "
-                        "writes a .info of its own; remove it from the folder\n"),
-    "an unknown kind": ("echo x >../new/x.txt", "release ../new", 1, "tarnwick-publish: {new}/x.txt cannot be released: ClamAV "
-                        "takes no files of the kind .txt into a container\n"
-                        "tarnwick-publish: remove it from the folder\n"),
-    "the scanner matches": ("echo {scanner}:Vestrum.Oops >../new/x.hdb", "release ../new", 1, "tarnwick-publish: version 2 is "
-                            "not released: Vestrum.Oops.UNOFFICIAL matches the scanner itself, so that every installation "
-                            "would refuse it\n"),
-    "the scanner matches, and did not then": (
-        "echo {scanner}:Vestrum.Oops >../new/x.hdb; ln -s /bin/true ../other/clamscan; "
-        f"PATH=$PWD/../other:$PATH {vendor.PUBLISHER} --home . release ../new", "check", 1,
-        "tarnwick-publish: 1 thing found; put right from a copy of {home} what cannot be published anew\n"),
-    "malformed definitions": ("echo x >../new/a.ndb", "definitions ../new/a.ndb", 1, "tarnwick-publish: {new}/a.ndb is not "
-                              "published: LibClamAV Error: Problem parsing database at line 1\n"),
-    "definitions of a kind": ("true", "definitions ../new/a.ndb", 0, "Published Vestrum.database, 490 bytes, tried with "
-                              "ClamAV as a .ndb file.\n"),
-    "definitions of no kind": ("echo x >../new/a", "definitions ../new/a", 0, "Published Vestrum.database, 2 bytes, not "
-                               "tried: its name tells no kind that ClamAV knows.\n"),
-    "init where one stands": ("rm -rf ../other; mkdir ../other; cd ../other", "init", 2, "tarnwick-publish: init needs "
-                              "--home DIR: the folder that is to hold the private key\n"
-                              'Try "tarnwick-publish --help".\n'),
+    "key lost, release": Mistake("rm private.pem", TO_RELEASE, LOST),
+    "key lost, init": Mistake("rm private.pem", "init", LOST),
+    "key lost, definitions": Mistake("rm private.pem", TO_DEFINE, LOST),
+    "another private key": Mistake(f"{ANOTHER}; cp ../other/private.pem .", TO_RELEASE, NOT_THE_PAIR),
+    "another pair": Mistake(f"{ANOTHER}; cp ../other/p*.pem .", "withdraw", NOT_THE_SIGNER),
+    "link lost": Mistake("rm site/VestRUM2/Scripted/current", TO_RELEASE,
+                         "Put back version 1, which was complete and out of sight.\n" + RELEASED, 0),
+    "container lost": Mistake("rm -r site/VestRUM2/Scripted/current site/releases/1", TO_RELEASE,
+                              "tarnwick-publish: the published container is lost; put it back from a copy of {home}\n"),
+    "nothing changed": Mistake("cp signatures/Vestrum.ndb ../new/a.ndb", TO_RELEASE,
+                               "Nothing new: version 1 holds exactly these signatures.\n", 0),
+    "definitions unchanged": Mistake("true", "definitions definitions",
+                                     "Nothing new: this definitions file is published already.\n", 0),
+    "a malformed line": Mistake(
+        f"printf 'x\\ny\\nz\\n' | sed 's/.*/{'a' * 32}:68:&/; 3s/:68/:?/' >../new/b.hdb; "
+        f"echo {'b' * 32}:68:w >../new/a.hdb", TO_RELEASE,
+        "tarnwick-publish: ClamAV refuses {new}/b.hdb line 3; version 2 is not released\n"
+        f"tarnwick-publish: there stands: {'a' * 32}:?:z\n"
+        "tarnwick-publish: cli_loadhash: Invalid value for the size field\n"),
+    "a reserved kind": Mistake(
+        "touch ../new/x.info", TO_RELEASE, "tarnwick-publish: {new}/x.info would be lost: sigtool writes a .info of its "
+        "own; remove it from the folder\n"),
+    "an unknown kind": Mistake(
+        "echo x >../new/x.txt", TO_RELEASE, "tarnwick-publish: {new}/x.txt cannot be released: ClamAV takes no files of "
+        "the kind .txt into a container\ntarnwick-publish: remove it from the folder\n"),
+    "the scanner matches": Mistake(f"{MATCHING} >../new/x.hdb", TO_RELEASE, "tarnwick-publish: version 2 is not released: "
+                                   "Vestrum.Oops.UNOFFICIAL " + MATCHES),
+    "the scanner matches, and did not then": Mistake(
+        f"{MATCHING} >../new/x.hdb; mkdir ../fake; ln -s /bin/true ../fake/clamscan; "
+        f"PATH=$PWD/../fake:$PATH {vendor.PUBLISHER} --home . {TO_RELEASE}", "check",
+        "tarnwick-publish: 1 thing found; put right from a copy of {home} what cannot be published anew\n",
+        found="Damaged: VestRUM.cud: Vestrum.Oops.UNOFFICIAL " + MATCHES),
+    "malformed definitions": Mistake(
+        "echo x >../new/a.ndb", TO_DEFINE,
+        "tarnwick-publish: {new}/a.ndb is not published: LibClamAV Error: Problem parsing database at line 1\n"),
+    "definitions of a kind": Mistake(
+        "true", TO_DEFINE, "Published Vestrum.database, 490 bytes, tried with ClamAV as a .ndb file.\n", 0),
+    "definitions of no kind": Mistake(
+        "echo x >../new/a", "definitions ../new/a",
+        "Published Vestrum.database, 2 bytes, not tried: its name tells no kind that ClamAV knows.\n", 0),
 }
 
 
+def fingerprint(home):
+    return subprocess.getoutput(f"openssl pkey -in {home}/private.pem -pubout -outform DER | sha256sum | cut -c -64")
+
+
 @pytest.mark.versions(1)
-@pytest.mark.parametrize("name", MISTAKES)
-def test_mistakes(home, name):
-    done, command, status, said = MISTAKES[name]
-    new, other = home.parent / "new", home.parent / "other"
+@pytest.mark.parametrize("mistake", MISTAKES.values(), ids=MISTAKES)
+def test_mistakes(home, mistake):
+    new, key = home.parent / "new", fingerprint(home)
     vendor.signature_folder(new, 5).joinpath("Vestrum.ndb").rename(new / "a.ndb")
-    subprocess.run(["cp", "-r", vendor.HOME, other], check=True)
-    if "another" in name:
-        subprocess.run(f"rm {other}/*.pem", shell=True, check=True)
-        assert publish(other, "init").returncode == 0
-    facts = {"home": home, "new": new} | {word: subprocess.getoutput(FINGERPRINT.format(path / "private.pem"))
-                                          for word, path in (("key", home), ("other", other))}
-    program = SCANNER.read_bytes()
-    scanner = f"{hashlib.md5(program).hexdigest()}:{len(program)}"
-    subprocess.run(["bash", "-euc", done.replace("{scanner}", scanner)], cwd=home, check=True)
-    outcome = publish(None if "stands" in name else home, *command.split(), cwd=other if "stands" in name else home)
-    said = said.format(**facts)
-    damage = ("Damaged: VestRUM.cud: Vestrum.Oops.UNOFFICIAL matches the scanner itself, so that every installation would "
-              "refuse it\n") if command == "check" else ""
+    subprocess.run(["bash", "-euc", mistake.done], cwd=home, check=True)
+    was_sound = publish(home, "check").returncode == 0
+    outcome = publish(home, *mistake.command.split(), cwd=home)
+    said = mistake.said.format(home=home, new=new, key=key, other=fingerprint(home.parent / "other"))
     assert (outcome.returncode, outcome.stdout, outcome.stderr) == (
-        status, *((said, "") if not status else (damage, said)))
-    assert status == 0 or "lost" in name or "another" in name or "stands" in name or damage or publish(home, "check").returncode == 0
-    assert "stands" not in name or not list(other.iterdir())
+        mistake.status, *((mistake.found, said) if mistake.status else (said, "")))
+    assert publish(home, "check").returncode == 0 or not was_sound
+
+
+def test_init_is_told_where(tmp_path):
+    outcome = publish(None, "init", cwd=tmp_path)
+    assert (outcome.returncode, outcome.stdout, outcome.stderr, list(tmp_path.iterdir())) == (
+        2, "", "tarnwick-publish: init needs --home DIR: the folder that is to hold the private key\n"
+        'Try "tarnwick-publish --help".\n', [])
 
 
 @pytest.mark.versions(1)
