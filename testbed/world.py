@@ -27,6 +27,8 @@ EXECUTABLE = pathlib.Path(os.environ.get("TARNWICK_EXECUTABLE", REPOSITORY / "bu
 TOOL = "/usr/local/bin/tarnwick"
 # As the tool presents the system that it runs on.
 MACINTOSH = f"(Macintosh; Intel Mac OS X {platform.freedesktop_os_release().get('VERSION_ID', 'unknown')})"
+# Not even root can write to it then.
+SHUT_WORK_FOLDER = "mkdir -m 700 /tmp/tarnwick-0; mount -t tmpfs -o ro,mode=700 shut /tmp/tarnwick-0"
 UPSTREAM_DATABASES = ("main", "daily", "bytecode")
 
 # A stand-in updater is run by a shell whose path says "freshclam", as the tool looks at executables. It notes which
@@ -189,10 +191,6 @@ class World(Machine):
             how(self)
         else:
             self.shell(how)
-
-    def shut(self, folder):
-        """Not even root can write there."""
-        self.shell(f"mkdir -pm 700 {folder}; mount -t tmpfs -o ro,mode=700 shut {folder}")
 
     def other_freshclam(self, user):
         """Somebody's own program of that name, which runs until it is ended."""

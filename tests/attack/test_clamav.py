@@ -6,7 +6,7 @@ import pytest
 
 from testbed import BIN, CONFIGURATION, DATA, PREFIX, member, repacked
 from testbed.attacker import CONTAINERS, FOLDERS, SECRET, TO_PASSWD, outside
-from testbed.transcripts import BANNER, FETCHED, FRESHCLAM, FULL, NEWER, SCRIPTS, SOUND, UNCHANGED
+from testbed.transcripts import BANNER, FETCHED, FRESHCLAM, FULL, NEWER, SCRIPTS, SOUND, UNCHANGED, WARNING
 
 OLD = NEWER.format(local=1, available=3)
 PATCHED = OLD + SCRIPTS + SOUND
@@ -75,20 +75,22 @@ def test_headers_of_a_container_swapped_during_the_run(world, header):
 class Rights(NamedTuple):
     spoil: str  # a script for the prefix
     named: str | None = None  # what of the prefix is not root's alone, by the run's one line
+    warned: bool = False  # of the scanner
 
 
 RIGHTS = {
     "all in order": Rights("true"),
     "an owner that the run itself mends": Rights("chown clamav:clamav ."),
-    "no prefix": Rights(f"rm -rf *; cd /; umount {PREFIX} 2>/dev/null || rm -r {PREFIX}"),
+    "no prefix": Rights(f"rm -rf *; cd /; umount {PREFIX} 2>/dev/null || rm -r {PREFIX}", warned=True),
     "prefix": Rights("chmod g+w .", PREFIX),
     "folders": Rights("chown clamav bin share; chmod o+w etc", f"{BIN} (and 2 more)"),
     "program": Rights("chown clamav bin/sigtool", f"{BIN}/sigtool"),
     "configurations": Rights("chmod g+w etc/*", f"{CONFIGURATION} (and 2 more)"),
     "link to their program": Rights(
-        "cp /bin/true /srv/scan; chown clamav /srv/scan; ln -sf /srv/scan bin/clamscan", f"{BIN}/clamscan"),
+        "cp /bin/true /srv/scan; chown clamav /srv/scan; ln -sf /srv/scan bin/clamscan", f"{BIN}/clamscan", True),
     "link into their folder": Rights("install -d -o clamav /srv/their; cp /bin/true /srv/their/scan"
-                                     "; ln -sf /srv/their/scan bin/clamscan", f"{BIN}/clamscan"),
+                                     "; ln -sf /srv/their/scan bin/clamscan", f"{BIN}/clamscan", True),
+    "link to no program": Rights("touch /srv/scan; ln -sf /srv/scan bin/clamscan", warned=True),
     "link to nothing": Rights("ln -s none bin/none"),
     "link that is theirs": Rights("chown -h clamav bin/clamscan"),
     "name of two lines": Rights("install -o clamav /bin/true \"bin/a$(printf '\\na')\"", f"{BIN}/a?a"),
@@ -98,7 +100,9 @@ RIGHTS = {
 @pytest.mark.parametrize("rights", RIGHTS.values(), ids=RIGHTS)
 def test_a_run_says_what_of_the_prefix_is_not_roots_alone(world, rights):
     world.shell(f"cd {PREFIX}; {rights.spoil}")
-    said = [line for line in world.run().stderr.splitlines() if "provision" in line]
+    outcome = world.run()
+    said = [line for line in outcome.stderr.splitlines() if "provision" in line]
+    assert outcome.stdout.startswith(WARNING) == rights.warned
     assert said == ([f"tarnwick: Others than root can change {rights.named}. Run provision, as root."]
                     if rights.named else [])
     if rights.named:

@@ -6,12 +6,10 @@ import typing
 import pytest
 
 from testbed import BIN, DATA, IMPOSTOR, PREFIX, TOOL, World
-from testbed.transcripts import BANNER, FETCHED, FRESHCLAM, FULL, LOCAL, NEWER, SCRIPTS, SOUND, UNCHANGED
+from testbed.transcripts import BANNER, FETCHED, FRESHCLAM, FULL, NEWER, SCRIPTS, UNCHANGED
 
 SCRIPTED = "GET /VestRUM2/Scripted/"
 OLD = NEWER.format(local=1, available=3)
-NO_VERSION = LOCAL + "Failed to get available defs version number: ERROR\nAvailable version 0\n" \
-    "VestRUM.cud file is up-to-date\n"
 NO_SCRIPT = OLD + "Failed to download and verify VestRUM-2.script\nProcessing updates…\n" + FULL + FETCHED
 WHOLE = "Downloading VestRUM.cud [100%]\n"
 
@@ -56,10 +54,6 @@ ANSWERS = {
         + "VestRUM.cud DB integrity check failed. Deleting the newly downloaded file\n", 0),
     # What signatures without a version cannot prevent.
     "a genuine container of long ago": Answers(give_an_old_container, FULL + FETCHED.replace("version 3", "version 1"), 1),
-    "a version text without end": Answers(
-        lambda world: world.servers.answer(SCRIPTED + "VestRUM-db-version.txt", "9" * 70_000), NO_VERSION, 1),
-    "a signature without end": Answers(
-        lambda world: world.servers.answer(SCRIPTED + "VestRUM-2.script.signature", "A" * 70_000), NO_SCRIPT),
     "a header without end": Answers(lambda world: world.servers.answer(
         SCRIPTED + "VestRUM-2.script", headers=["X: " + "x" * 2_000_000]), NO_SCRIPT),
     "headers without number": Answers(lambda world: world.servers.answer(
@@ -79,13 +73,6 @@ def test_what_a_mirror_answers(world, name):
     assert (outcome.status, outcome.stdout, world.version()) == (
         0, BANNER + answers.said + UNCHANGED + FRESHCLAM, answers.version)
     assert outside(world) == before and world.litter() == ""
-
-
-def test_an_empty_file_without_a_signature_withdraws_nothing(world):
-    world.remember({})
-    world.servers.answer("GET /VestRUM2/Vestrum.database")
-    assert "Vestrum.database definitions file is not valid. Delete it.\n" in world.run().stdout
-    assert world.path(f"{DATA}/Vestrum.database").exists()
 
 
 def test_without_a_certificate_nothing_is_believed(world):

@@ -6,22 +6,14 @@ from typing import Callable, NamedTuple
 
 import pytest
 
-from testbed import BIN, DATA, NOBODY, TOOL, definitions_text
+from testbed import BIN, DATA, TOOL, definitions_text
 from testbed.machine import seen_inside
 from testbed.transcripts import BANNER, CURRENT, FRESHCLAM, INSTALLED, UNCHANGED
-from testbed.world import EXECUTABLE
+from testbed.world import EXECUTABLE, SHUT_WORK_FOLDER
 
 SITE = "/srv/vendor/site"
 DATABASE = "/VestRUM2/Vestrum.database"
 FAILED = "tarnwick: Download failed! ERROR\n"
-
-
-def no_content_host(world):
-    world.servers.place(content=NOBODY)
-
-
-def no_work_folder(world):
-    world.shut("/tmp/tarnwick-0")
 
 
 FETCHED_DATABASE = "Downloading Vestrum.database [100%]\n"
@@ -40,7 +32,6 @@ class Definitions(NamedTuple):
 
 
 DEFINITIONS = {
-    "nothing listens": Definitions(UNREACHABLE, False, spoil=no_content_host),
     "busy": Definitions(UNREACHABLE, False, answers={f"HEAD {DATABASE}": {"status": "503 Later"}}),
     "not there": Definitions("Nothing to download for Vestrum.database\n", False, spoil=f"rm -r {SITE}{DATABASE}"),
     "same": Definitions(UNCHANGED),
@@ -53,12 +44,12 @@ DEFINITIONS = {
                             answers={f"GET {DATABASE}.signature": {"body": "bm9wZQ=="}}),
     "signature empty": Definitions(FETCHED_DATABASE + INVALID, False, published=definitions_text(2),
                                    answers={f"GET {DATABASE}.signature": {}}),
-    "cut short": Definitions(INVALID, False, 1, FAILED, definitions_text(2),
-                             answers={f"GET {DATABASE}": {"body": "x", "length": 99}}),
+    "empty and not signed": Definitions(FETCHED_DATABASE + INVALID, False, published=definitions_text(2),
+                                        answers={f"GET {DATABASE}": {}}),
     "withdrawn": Definitions(
         FETCHED_DATABASE + "Vestrum.database is valid and has file size: 0 bytes\nDownloaded file is deliberately "
         "empty, delete Vestrum.database from defs db directory.\n", left=None, published=""),
-    "no room": Definitions(INVALID, False, 1, FAILED, definitions_text(2), no_work_folder),
+    "no room": Definitions(INVALID, False, 1, FAILED, definitions_text(2), SHUT_WORK_FOLDER),
 }
 
 

@@ -13,20 +13,20 @@ from testbed.vendor import publish
 MATCHING = "printf '%s:%s:Vestrum.Oops\\n' $(md5sum </usr/bin/clamscan | cut -c -32) $(stat -Lc %s /usr/bin/clamscan)"
 MATCHES = "matches the scanner itself, so that every installation would refuse it\n"
 LOST = """\
-tarnwick-publish: the private key of what is published in {home} is lost, the one with the fingerprint {key}
-tarnwick-publish: put private.pem back from its copy; this shows a copy's fingerprint:
-tarnwick-publish:   openssl pkey -in COPY -pubout -outform DER | sha256sum
-tarnwick-publish: a new key will not do: every installation would refuse what it signs
+the private key of what is published in {home} is lost, the one with the fingerprint {key}
+put private.pem back from its copy; this shows a copy's fingerprint:
+  openssl pkey -in COPY -pubout -outform DER | sha256sum
+a new key will not do: every installation would refuse what it signs
 """
 NOT_THE_PAIR = """\
-tarnwick-publish: private.pem has the fingerprint {other},
-tarnwick-publish: and public.pem has {key}
-tarnwick-publish: put back the pair that Tarnwick was built with
+private.pem has the fingerprint {other},
+and public.pem has {key}
+put back the pair that Tarnwick was built with
 """
 NOT_THE_SIGNER = """\
-tarnwick-publish: what is published here was not signed with private.pem,
-tarnwick-publish: whose fingerprint is {other}
-tarnwick-publish: put back the pair that Tarnwick was built with: installations trust no other
+what is published here was not signed with private.pem,
+whose fingerprint is {other}
+put back the pair that Tarnwick was built with: installations trust no other
 """
 RELEASED = "Released version 2 with 5 signatures.\n"
 TO_RELEASE, TO_DEFINE = "release ../new", "definitions ../new/a.ndb"
@@ -47,10 +47,12 @@ MISTAKES = {
     "key lost, definitions": Mistake("rm private.pem", TO_DEFINE, LOST),
     "another private key": Mistake(f"{ANOTHER}; cp ../other/private.pem .", TO_RELEASE, NOT_THE_PAIR),
     "another pair": Mistake(f"{ANOTHER}; cp ../other/p*.pem .", "withdraw", NOT_THE_SIGNER),
+    "init again": Mistake("true", "init", "{home} holds a private key already; it is kept as it is\n"
+                          "every installation trusts that key: use another --home for a new one\n"),
     "link lost": Mistake("rm site/VestRUM2/Scripted/current", TO_RELEASE,
                          "Put back version 1, which was complete and out of sight.\n" + RELEASED, 0),
     "container lost": Mistake("rm -r site/VestRUM2/Scripted/current site/releases/1", TO_RELEASE,
-                              "tarnwick-publish: the published container is lost; put it back from a copy of {home}\n"),
+                              "the published container is lost; put it back from a copy of {home}\n"),
     "nothing changed": Mistake("cp signatures/Vestrum.ndb ../new/a.ndb", TO_RELEASE,
                                "Nothing new: version 1 holds exactly these signatures.\n", 0),
     "definitions unchanged": Mistake("true", "definitions definitions",
@@ -58,25 +60,29 @@ MISTAKES = {
     "a malformed line": Mistake(
         f"printf 'x\\ny\\nz\\n' | sed 's/.*/{'a' * 32}:68:&/; 3s/:68/:?/' >../new/b.hdb; "
         f"echo {'b' * 32}:68:w >../new/a.hdb", TO_RELEASE,
-        "tarnwick-publish: ClamAV refuses {new}/b.hdb line 3; version 2 is not released\n"
-        f"tarnwick-publish: there stands: {'a' * 32}:?:z\n"
-        "tarnwick-publish: cli_loadhash: Invalid value for the size field\n"),
-    "a reserved kind": Mistake(
-        "touch ../new/x.info", TO_RELEASE, "tarnwick-publish: {new}/x.info would be lost: sigtool writes a .info of its "
-        "own; remove it from the folder\n"),
-    "an unknown kind": Mistake(
-        "echo x >../new/x.txt", TO_RELEASE, "tarnwick-publish: {new}/x.txt cannot be released: ClamAV takes no files of "
-        "the kind .txt into a container\ntarnwick-publish: remove it from the folder\n"),
-    "the scanner matches": Mistake(f"{MATCHING} >../new/x.hdb", TO_RELEASE, "tarnwick-publish: version 2 is not released: "
-                                   "Vestrum.Oops.UNOFFICIAL " + MATCHES),
+        f"ClamAV refuses {{new}}/b.hdb line 3; version 2 is not released\nthere stands: {'a' * 32}:?:z\n"
+        "cli_loadhash: Invalid value for the size field\n"),
+    "a reserved kind": Mistake("touch ../new/x.info", TO_RELEASE, "{new}/x.info would be lost: sigtool writes a .info "
+                               "of its own; remove it from the folder\n"),
+    "an unknown kind": Mistake("echo x >../new/x.txt", TO_RELEASE, "{new}/x.txt cannot be released: ClamAV takes no "
+                               "files of the kind .txt into a container\nremove it from the folder\n"),
+    "no kind": Mistake("touch ../new/nothing", TO_RELEASE,
+                       "{new}/nothing has no extension, so ClamAV cannot know what it holds\n"),
+    "no folder": Mistake("rm -r ../new", TO_RELEASE,
+                         "../new is not a folder of signature files that can be read by root\n"),
+    "the scanner matches": Mistake(f"{MATCHING} >../new/x.hdb", TO_RELEASE,
+                                   "version 2 is not released: Vestrum.Oops.UNOFFICIAL " + MATCHES),
     "the scanner matches, and did not then": Mistake(
         f"{MATCHING} >../new/x.hdb; mkdir ../fake; ln -s /bin/true ../fake/clamscan; "
         f"PATH=$PWD/../fake:$PATH {vendor.PUBLISHER} --home . {TO_RELEASE}", "check",
-        "tarnwick-publish: 1 thing found; put right from a copy of {home} what cannot be published anew\n",
+        "1 thing found; put right from a copy of {home} what cannot be published anew\n",
         found="Damaged: VestRUM.cud: Vestrum.Oops.UNOFFICIAL " + MATCHES),
     "malformed definitions": Mistake(
         "echo x >../new/a.ndb", TO_DEFINE,
-        "tarnwick-publish: {new}/a.ndb is not published: LibClamAV Error: Problem parsing database at line 1\n"),
+        "{new}/a.ndb is not published: LibClamAV Error: Problem parsing database at line 1\n"),
+    "empty definitions": Mistake(
+        ">../new/a.ndb", TO_DEFINE, "{new}/a.ndb is empty, and an empty definitions file means withdrawal\n"
+        "if that is meant: tarnwick-publish --home {home} withdraw\n"),
     "definitions of a kind": Mistake(
         "true", TO_DEFINE, "Published Vestrum.database, 490 bytes, tried with ClamAV as a .ndb file.\n", 0),
     "definitions of no kind": Mistake(
@@ -98,16 +104,20 @@ def test_mistakes(home, mistake):
     was_sound = publish(home, "check").returncode == 0
     outcome = publish(home, *mistake.command.split(), cwd=home)
     said = mistake.said.format(home=home, new=new, key=key, other=fingerprint(home.parent / "other"))
+    error = "".join(f"tarnwick-publish: {line}\n" for line in said.splitlines())
     assert (outcome.returncode, outcome.stdout, outcome.stderr) == (
-        mistake.status, *((mistake.found, said) if mistake.status else (said, "")))
+        mistake.status, *((mistake.found, error) if mistake.status else (said, "")))
     assert publish(home, "check").returncode == 0 or not was_sound
 
 
-def test_init_is_told_where(tmp_path):
-    outcome = publish(None, "init", cwd=tmp_path)
+@pytest.mark.parametrize("words, said", [
+    (["init"], "init needs --home DIR: the folder that is to hold the private key"),
+    (["--home", "x", "release"], "release takes 1 argument, not 0"),
+    (["--home"], "--home needs a folder")])
+def test_what_is_no_command(tmp_path, words, said):
+    outcome = publish(None, *words, cwd=tmp_path)
     assert (outcome.returncode, outcome.stdout, outcome.stderr, list(tmp_path.iterdir())) == (
-        2, "", "tarnwick-publish: init needs --home DIR: the folder that is to hold the private key\n"
-        'Try "tarnwick-publish --help".\n', [])
+        2, "", f'tarnwick-publish: {said}\nTry "tarnwick-publish --help".\n', [])
 
 
 @pytest.mark.versions(1)
@@ -121,8 +131,8 @@ def test_nobody_else_can_hold_up_publishing(home):
 
 def test_only_the_owner_publishes(shared_world):
     world = shared_world
-    world.shell("cp -r /srv/vendor /srv/owned && chown -R nobody /srv/owned && chmod 755 /srv && chown root /srv/owned/tls/*"
-                " && mkdir -m 700 /srv/closed && echo x >/srv/closed/file")
+    world.shell("cp -r /srv/vendor /srv/owned && chown -R nobody /srv/owned && chmod 755 /srv "
+                "&& chown root /srv/owned/tls/* && mkdir -m 700 /srv/closed && echo x >/srv/closed/file")
     kit = "/repository/publish/tarnwick-publish --home /srv/owned"
     as_nobody = ["setpriv", "--reuid=nobody", "--clear-groups"]
     foreign = "find /srv/owned ! -path '*/tls/*' ! -user nobody"
@@ -136,7 +146,8 @@ def test_only_the_owner_publishes(shared_world):
     for command in ("withdraw", "check"):
         refused = world.command(*as_nobody, *kit.split(), command)
         assert (refused.status, refused.stderr) == (1, (
-            "tarnwick-publish: /srv/owned/site/releases/5 belongs to daemon, and the home to nobody, who could not replace it\n"
+            "tarnwick-publish: /srv/owned/site/releases/5 belongs to daemon, and the home to nobody, who could not "
+            "replace it\n"
             "tarnwick-publish: give it back first: sudo chown -hR nobody /srv/owned/site/releases/5\n"))
     other = world.command("setpriv", "--reuid=daemon", "--clear-groups", *kit.split(), "check")
     assert (other.status, other.stderr) == (
@@ -151,7 +162,8 @@ exec "/usr/bin/${0##*/}" "$@"
 
 @pytest.mark.parametrize("command", ["init", "release first", "release", "definitions"])
 def test_what_a_link_leads_to_is_on_the_disk_before_the_link(home, tmp_path, command):
-    """Every name that is given before `current` is switched, or before the end, lies in a folder that is synced since."""
+    """Every name that is given before `current` is switched, or before the end, lies in a folder that was synced
+    since."""
     vendor.signature_folder(home.parent / "new", 5)
     if command in ("init", "release first"):
         home = home.parent / "another"

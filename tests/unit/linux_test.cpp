@@ -1,12 +1,9 @@
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <regex>
 
 #include "platform/platform.hpp"
-#include "testbed/scratch.hpp"
 
 namespace tarnwick::platform {
 namespace {
@@ -26,24 +23,6 @@ TEST(Dates, FollowNoLocaleThatIsNone) {
     expect(name, "[0-9.]{10}, [0-9:]{8}");
   }
   ::unsetenv("LC_ALL");
-}
-
-TEST(Engine, MustBeRootsAlone) {
-  if (::geteuid() != 0) GTEST_SKIP() << "needs files that belong to root";
-  using std::filesystem::perms;
-  const testbed::Scratch scratch;
-  const std::string engine = scratch.write("engine", "x");
-  std::filesystem::create_symlink(engine, scratch.path("link"));
-  const auto sound = [&](perms program, perms folder) {
-    std::filesystem::permissions(engine, program);
-    std::filesystem::permissions(scratch.path(""), folder);
-    return engineSignatureIsSound(scratch.path("link"));
-  };
-  EXPECT_TRUE(sound(perms(0755), perms(0755)));
-  EXPECT_FALSE(sound(perms(0644), perms(0755)));
-  EXPECT_FALSE(sound(perms(0775), perms(0755)));
-  EXPECT_FALSE(sound(perms(0755), perms(0777)));
-  EXPECT_FALSE(engineSignatureIsSound(scratch.path("missing")));
 }
 
 }  // namespace
