@@ -170,7 +170,7 @@ class Exchange {
   void noteHeaderLine(std::string_view line) {
     lastLife_ = Clock::now();
     // Interim answers and redirects come first; only the last set of headers is the response's.
-    if (line.starts_with("HTTP/")) {
+    if (line.starts_with("HTTP/") && (!headersAreWhole_ || wasRedirected())) {
       response_.headers.clear();
       headersAreWhole_ = false;
     }
@@ -180,6 +180,14 @@ class Exchange {
     if (colon == std::string_view::npos) return;
     response_.headers.insert_or_assign(lowerCase(line.substr(0, colon)),
                                        std::string(stripped(line.substr(colon + 1), " \t\r\n")));
+  }
+
+  /// Whether another request was made since the last whole set of headers. If not, what looks like
+  /// the first line of an answer is a trailer.
+  bool wasRedirected() {
+    const long before = redirects_;
+    curl_easy_getinfo(easy_.get(), CURLINFO_REDIRECT_COUNT, &redirects_);
+    return redirects_ != before;
   }
 
   void endHeaders() {
@@ -275,6 +283,7 @@ class Exchange {
   Clock::time_point begun_ = Clock::now();
   Clock::time_point lastLife_ = begun_;
   std::optional<CURLcode> result_;
+  long redirects_ = 0;
   bool headersAreWhole_ = false;
   bool wasMade_ = false;
 };

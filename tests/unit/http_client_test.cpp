@@ -39,6 +39,7 @@ TEST(HttpClient, TellsWholeAnswersFromOthers) {
   } cases[] = {
       {ok("", "abc"), "200 abc"},
       {ok("Transfer-Encoding: chunked\r\n", "3\r\nabc\r\n0\r\nETag: x\r\n\r\n"), "200 abc"},
+      {ok("Transfer-Encoding: chunked\r\n", "3\r\nabc\r\n0\r\nHTTP/x: y\r\n\r\n"), "200 abc"},
       {"HTTP/1.1 103 Early Hints\r\n\r\n" + ok("Content-Length: 3\r\n", "abc"), "200 abc"},
       {"HTTP/1.0 404 None\r\n\r\n", "404 "},
       {ok("Content-Length: 4\r\n", "abc"), "error"},
