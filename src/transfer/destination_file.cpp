@@ -13,11 +13,6 @@ bool DestinationFile::append(std::string_view bytes) {
   return open() && writeFully(file_.get(), bytes);
 }
 
-bool DestinationFile::complete() {
-  complete_ = open();
-  return complete_;
-}
-
 bool DestinationFile::open() {
   if (file_.isOpen()) return true;
   // Made anew: a link that somebody left under this name is not followed.

@@ -7,8 +7,8 @@
 
 namespace tarnwick {
 
-/// The file that a download fills. It's made when the first byte comes, or at the finish of an
-/// empty body, and is gone again unless it was completed.
+/// The file that a download fills. It's made by the first `append`, and is gone again unless it was
+/// completed.
 class DestinationFile {
  public:
   explicit DestinationFile(std::filesystem::path path) : path_(std::move(path)) {}
@@ -16,9 +16,9 @@ class DestinationFile {
   DestinationFile& operator=(const DestinationFile&) = delete;
   ~DestinationFile();
 
-  /// False when the bytes cannot be written.
+  /// False when the file cannot be made or the bytes cannot be written.
   bool append(std::string_view bytes);
-  bool complete();
+  void complete() { complete_ = true; }
 
  private:
   bool open();

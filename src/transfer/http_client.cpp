@@ -65,7 +65,8 @@ struct HttpClient::Session {
 
 namespace {
 
-/// One request on its way. Bytes of the body go to `takeBody`, which says whether it took them.
+/// One request on its way. Bytes of the body go to `takeBody`, which says whether it took them, and
+/// none at the end, so that it is called for an empty body too.
 class Exchange {
  public:
   using TakeBody = std::function<bool(const HttpResponse&, std::string_view)>;
@@ -223,6 +224,9 @@ class Exchange {
     if (result_ == CURLE_OK && !headersAreWhole_) {
       fail(CURLE_RECV_ERROR, "The connection ended within the headers");
     }
+    if (result_ == CURLE_OK && !takeBody_(response_, {})) {
+      fail(CURLE_WRITE_ERROR, curl_easy_strerror(CURLE_WRITE_ERROR));
+    }
   }
 
   /// Waits until something arrives, or libcurl may have something else to do.
@@ -329,23 +333,17 @@ HttpResult HttpClient::download(const HttpRequest& request,
                                 const DownloadProgress& progress) {
   DestinationFile file(destination);
   bool announced = false;
-  const auto announce = [&](const HttpResponse& response) {
-    if (!announced) progress.didReceiveResponse(response);
-    announced = true;
-  };
   HttpResult result =
       exchange(session_->multi.get(), session_->share.get(), request, largestDownload_,
                [&](const HttpResponse& response, std::string_view bytes) {
-                 announce(response);
+                 if (!announced) progress.didReceiveResponse(response);
+                 announced = true;
                  if (!file.append(bytes)) return false;
-                 progress.didReceiveDataOfLength(bytes.size());
+                 if (!bytes.empty()) progress.didReceiveDataOfLength(bytes.size());
                  return true;
                });
-  const auto* const response = std::get_if<HttpResponse>(&result);
-  if (response == nullptr) return result;
-  announce(*response);
-  if (file.complete()) return result;
-  return HttpError{.description = curl_easy_strerror(CURLE_WRITE_ERROR), .url = request.url};
+  if (std::holds_alternative<HttpResponse>(result)) file.complete();
+  return result;
 }
 
 }  // namespace tarnwick

@@ -18,9 +18,12 @@ std::string ok(const std::string& headers, const std::string& body = "") {
   return "HTTP/1.1 200 OK\r\n" + headers + "\r\n" + body;
 }
 
+HttpRequest requestFor(const std::string& url) {
+  return {.url = url, .userAgent = "agent ", .idleTimeout = std::chrono::milliseconds(500)};
+}
+
 HttpResult get(HttpClient& client, const std::string& url) {
-  return client.sendSynchronousRequest(
-      {.url = url, .userAgent = "agent ", .idleTimeout = std::chrono::milliseconds(500)});
+  return client.sendSynchronousRequest(requestFor(url));
 }
 
 /// Status and body, or the word "error".
@@ -80,6 +83,25 @@ TEST(HttpClient, NamesWhatFailedWhereARedirectLed) {
     const HttpResult result = get(client, server.url());
     ASSERT_TRUE(std::holds_alternative<HttpError>(result)) << url;
     EXPECT_EQ(std::get<HttpError>(result).url, url);
+  }
+}
+
+TEST(HttpClient, TellsOfADownloadAndWhereARedirectLedWhenTheFileCannotBeMade) {
+  const testbed::Scratch scratch;
+  for (const std::string body : {"", "x"}) {
+    for (const std::string name : {"file", "none/file"}) {
+      LoopbackServer server(
+          {Answer{"HTTP/1.1 302 Found\r\nLocation: /there\r\n\r\n"}, Answer{ok("", body)}});
+      HttpClient client(largestDownload);
+      std::string told;
+      const HttpResult result =
+          client.download(requestFor(server.url("/here")), scratch.path(name),
+                          {[&](const HttpResponse&) { told += "response"; },
+                           [&](auto length) { told += fmt::format(" {}", length); }});
+      const auto* const error = std::get_if<HttpError>(&result);
+      EXPECT_EQ(error != nullptr ? error->url : "", name == "file" ? "" : server.url("/there"));
+      EXPECT_EQ(told, name == "file" && !body.empty() ? "response 1" : "response");
+    }
   }
 }
 
