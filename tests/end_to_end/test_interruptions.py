@@ -16,6 +16,7 @@ from testbed.transcripts import BANNER, CURRENT, FRESHCLAM, INSTALLED, NEWER, SC
 from testbed.world import clean
 
 SIGNALS = (15, 2, 3, 6)
+BLOCKING = ("env", "--block-signal=TERM,INT,QUIT,ABRT")  # as a caller may leave them
 END = "killling...\n"
 WHOLE = (BANNER + NEWER.format(local=1, available=3) + SCRIPTS + SOUND + INSTALLED + "\nChecking ClamAV definitions\n")
 
@@ -27,7 +28,7 @@ def test_signals_in_every_phase(world, phase):
     for number in SIGNALS:
         world.write(f"{DATA}/VestRUM.cud", world.container(1))
         world.servers.forget_held()
-        job = world.launch("--log=/srv/a.log")
+        job = world.launch("--log=/srv/a.log", through=BLOCKING)
         wait(job)
         job.signal(number)
         outcome = world.finish(job)
