@@ -57,6 +57,15 @@ bool anyStillNeedsUpdate(const RunContext& context, const RecordedVersions& vers
   return false;
 }
 
+/// Empty when the mirror has none.
+std::string fetchVersionRecord(const RunContext& context, HttpClient& http) {
+  const std::string userAgent = toolUserAgent(context.toolVersion);
+  printMessage(context, "Downloading Defs version number");
+  return http
+      .fetchText(toolRequest(fmt::format("https://{}/dns.txt", context.mirrorHost), userAgent))
+      .value_or("");
+}
+
 }  // namespace
 
 void removeUnfinishedDownloads(const RunContext& context) {
@@ -130,14 +139,6 @@ void downloadFullDatabase(const RunContext& context, HttpClient& http, std::stri
   if (sigtoolVersion(context, download) == 0) return;
   moveFileIntoPlace(inDataDirectory(context, download), inDataDirectory(context, container), {});
   printMessage(context, "Downloaded {}.cvd from {}", name, context.mirrorHost);
-}
-
-std::string fetchVersionRecord(const RunContext& context, HttpClient& http) {
-  const std::string userAgent = toolUserAgent(context.toolVersion);
-  printMessage(context, "Downloading Defs version number");
-  return http
-      .fetchText(toolRequest(fmt::format("https://{}/dns.txt", context.mirrorHost), userAgent))
-      .value_or("");
 }
 
 std::optional<int> updateByVersionRecord(const RunContext& context, HttpClient& http) {

@@ -40,9 +40,6 @@ bool databaseNeedsUpdate(const RunContext& context, std::string_view name, std::
 /// Replaces a database by the mirror's whole ".cvd". What was installed is removed first.
 void downloadFullDatabase(const RunContext& context, HttpClient& http, std::string_view name);
 
-/// The mirror's version record; empty when there is none.
-std::string fetchVersionRecord(const RunContext& context, HttpClient& http);
-
 /// Brings every database up to the mirror's version record by whole downloads. The raw status
 /// that stands for the result; none when there was no usable record.
 std::optional<int> updateByVersionRecord(const RunContext& context, HttpClient& http);

@@ -12,9 +12,8 @@ namespace tarnwick {
 struct VendorSession {
   HttpClient& http;
   std::filesystem::path temporaryDirectory;
-  std::string userAgent;  ///< of every request in this phase
-  std::string_view
-      publicKey;  ///< PEM text of the key that every file of the vendor's is signed with
+  std::string userAgent;       ///< of every request in this phase
+  std::string_view publicKey;  ///< PEM, of the key that all files of the vendor's are signed with
 };
 
 }  // namespace tarnwick
