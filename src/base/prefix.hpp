@@ -15,4 +15,7 @@ std::string fixedDatabaseDirectory();
 /// ClamAV's tool for containers. Not to be moved by the command line either.
 std::string sigtoolPath();
 
+/// Where this program keeps files of its own between runs. Closed to other users.
+inline constexpr auto stateDirectory = "/var/lib/tarnwick";
+
 }  // namespace tarnwick

@@ -11,6 +11,7 @@
 
 #include "base/durable_file.hpp"
 #include "base/files.hpp"
+#include "base/prefix.hpp"
 #include "platform/platform.hpp"
 
 namespace tarnwick::platform {
@@ -20,7 +21,9 @@ namespace fs = std::filesystem;
 
 // Stands while edits are under way: the folder in which they happen, then the names in it that
 // look like a temporary file of sed's and are none.
-constexpr auto noteOfEdits = "/var/lib/tarnwick/edits";
+fs::path noteOfEdits() {
+  return fs::path(stateDirectory) / "edits";
+}
 
 /// "sed" and six letters or digits, which an administrator's file can be called too.
 bool looksTemporary(const std::string& name) {
@@ -65,17 +68,17 @@ void beginInPlaceEdits(const fs::path& file) {
   for (const std::string& name : namesIn(folder).value_or(std::vector<std::string>{})) {
     if (looksTemporary(name)) note += name + '\n';
   }
-  writeFileWhole(noteOfEdits, note, 0600);
+  writeFileWhole(noteOfEdits(), note, 0600);
 }
 
 void endInPlaceEdits() {
-  ::unlink(noteOfEdits);
+  ::unlink(noteOfEdits().c_str());
 }
 
 void removeUnfinishedEdits(const fs::path& /*file*/) {
   struct stat edits = {};
-  const std::vector<std::string> note = linesOf(noteOfEdits);
-  if (note.empty() || ::stat(noteOfEdits, &edits) != 0) return;
+  const std::vector<std::string> note = linesOf(noteOfEdits());
+  if (note.empty() || ::stat(noteOfEdits().c_str(), &edits) != 0) return;
   const fs::path folder = note.front();
   for (const std::string& name : namesIn(folder).value_or(std::vector<std::string>{})) {
     const bool wasThere = std::find(note.begin() + 1, note.end(), name) != note.end();

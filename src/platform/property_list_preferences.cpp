@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "base/durable_file.hpp"
+#include "base/prefix.hpp"
 #include "base/text_rules.hpp"
 #include "platform/platform.hpp"
 #include "platform/property_list.hpp"
@@ -18,8 +19,6 @@ namespace tarnwick::platform {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr std::string_view stateDirectory = "/var/lib/tarnwick";
 
 struct FreeNode {
   void operator()(void* node) const { plist_free(node); }
@@ -102,7 +101,7 @@ std::optional<Preferences> readPreferences(std::string_view domain) {
 }
 
 void replacePreferences(std::string_view domain, const Preferences& values) {
-  ::mkdir(fs::path(stateDirectory).c_str(), 0700);
+  ::mkdir(stateDirectory, 0700);
   removeStagedLeftovers(stateDirectory);
   writeFileWhole(fileOf(domain), formatPropertyList(values), 0600);
 }

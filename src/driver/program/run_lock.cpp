@@ -7,15 +7,15 @@
 #include <cerrno>
 
 #include "base/platform_log.hpp"
+#include "base/prefix.hpp"
 
 namespace tarnwick {
 
 RunLock RunLock::acquire() {
   // Closed to other users: nobody else can hold the lock and so hold up every update.
-  constexpr auto folder = "/var/lib/tarnwick";
   ::mkdir("/var/lib", 0755);  // not every system has it
-  ::mkdir(folder, 0700);
-  FileDescriptor opened(::open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  ::mkdir(stateDirectory, 0700);
+  FileDescriptor opened(::open(stateDirectory, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!opened.isOpen()) return RunLock({});
   ::fchmod(opened.get(), 0700);
   if (::flock(opened.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
