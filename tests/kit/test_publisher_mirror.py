@@ -2,6 +2,7 @@
 freshclam: containers and patches that ClamAV signed."""
 
 import re
+from typing import Callable, NamedTuple
 
 import pytest
 
@@ -68,36 +69,55 @@ def test_a_client_follows_step_by_step(world):
     assert world.command("curl", "-sf", f"https://{MIRROR}/current/daily.cvd").status == 22
 
 
-FAILED = "freshclam failed with status {}"
-# What is wrong upstream, and what the kit says of it.
+class BadDay(NamedTuple):
+    reason: str  # what the kit says in its second line
+    said: str | None = "freshclam failed with status 11"  # in its first
+    spoil: str | Callable = "true"
+    answers: dict = {}  # of the servers
+    places: dict = {}
+
+
+def an_older_version(world):
+    offer(world, 3)
+    world.shell("rm -r /srv/vendor/upstream")
+
+
+def ask_too_soon(world):
+    world.servers.answer("GET /daily.cvd", status="429 Slow")
+    mirror(world)
+
+
 BAD_DAYS = {
-    "older": (lambda w: offer(w, 3) or w.shell("rm -r /srv/vendor/upstream"), None, None),
-    "no network": (lambda w: w.servers.place(origin=NOBODY), FAILED.format(11), "Message: Couldn't connect to server"),
-    "impostor": (lambda w: w.servers.place(origin=IMPOSTOR), FAILED.format(11), "remote_cvdhead: Download failed (60)"),
-    "cut short": (lambda w: w.servers.answer("GET /daily.cvd", "ClamAV", length=99), FAILED.format(11), "failed (18)"),
-    "altered": (ALTER.format("/srv/origin/daily.cvd"), FAILED.format(7), "Can't verify database integrity"),
-    "not there": ("rm /srv/origin/main.cvd", FAILED.format(11), f"file not found: https://{ORIGIN}/main.cvd"),
-    "pause": (lambda w: w.servers.answer("GET /daily.cvd", status="429 Slow") or mirror(w), "upstream asks for a pause",
-              "freshclam is on cool-down until after: "),
-    "no patch now": (lambda w: w.servers.answer("GET /test-5.cdiff", status="503 Sorry"),
-                     "test-5.cdiff cannot be fetched", "downloadFile: Unexpected response (503) from "),
+    "older": BadDay("", None, an_older_version),
+    "no network": BadDay("Message: Couldn't connect to server", places={"origin": NOBODY}),
+    "impostor": BadDay("remote_cvdhead: Download failed (60)", places={"origin": IMPOSTOR}),
+    "cut short": BadDay("failed (18)", answers={"GET /daily.cvd": {"body": "ClamAV", "length": 99}}),
+    "altered": BadDay("Can't verify database integrity", "freshclam failed with status 7",
+                      ALTER.format("/srv/origin/daily.cvd")),
+    "not there": BadDay(f"file not found: https://{ORIGIN}/main.cvd", spoil="rm /srv/origin/main.cvd"),
+    "pause": BadDay("freshclam is on cool-down until after: ", "upstream asks for a pause", ask_too_soon),
+    "no patch now": BadDay("downloadFile: Unexpected response (503) from ", "test-5.cdiff cannot be fetched",
+                           answers={"GET /test-5.cdiff": {"status": "503 Sorry"}}),
 }
 
 
 def test_bad_days_leave_what_is_served(world):
     before = world.shell(TREE.format("/srv/vendor"))
-    for name, (spoil, said, reason) in BAD_DAYS.items():
+    for name, day in BAD_DAYS.items():
         offer(world, 5)
-        world.spoil(spoil)
+        world.servers.mend()
+        world.servers.place(**day.places)
+        world.spoil(day.spoil, day.answers)
         outcome = mirror(world)
         first, second = (outcome.stderr + "\n\n").splitlines()[:2]
         assert (outcome.status, outcome.stdout, first) == ((
-            1, "", f"tarnwick-publish: {said}; the mirror stays as it was") if said else (0, NOTHING_NEW.format(4), ""))
-        assert (reason or "") in second and world.shell(TREE.format("/srv/vendor")) == before, (name, outcome)
+            1, "", f"tarnwick-publish: {day.said}; the mirror stays as it was") if day.said else (
+                0, NOTHING_NEW.format(4), ""))
+        assert day.reason in second and world.shell(TREE.format("/srv/vendor")) == before, (name, outcome)
         assert record(world) == "CLAMAV:3:4:TIME:0:81:0:3\n", name
-        world.servers.mend()
-        world.servers.place()
-    # An altered patch and none at all are replaced by an empty one.
+
+
+def test_a_patch_that_is_altered_or_missing_is_replaced_by_an_empty_one(world):
     client(world)
     for version, harm in ((5, ALTER.format("test-5.cdiff")), (6, ": >test-6.cdiff")):
         offer(world, version)

@@ -3,6 +3,7 @@
 import os
 import re
 import subprocess
+from typing import NamedTuple
 
 from testbed import IMPOSTOR, REPOSITORY, vendor
 from testbed.vendor import publish
@@ -84,18 +85,27 @@ def test_a_server_that_dies_serves_the_old_set_or_the_new_one(home):
 
 
 CANNOT = "VestRUM-db-version.txt cannot be fetched: SSL certificate problem: self-signed certificate"
-# What was done in the home, whom it is pushed to, and what comes of it.
+
+
+class Push(NamedTuple):
+    servers: str
+    status: int
+    printed: str
+    error: str = ""  # without the name of the kit before it
+    done: str = "true"  # in the home before it
+
+
 OUTCOMES = [
-    (r"printf '# ours\n\n/srv/vendor=https://127.0.0.1\n/srv/two=https://127.0.0.1' >push.servers", "",
-     0, "Version 5 is on 2 servers.\n", ""),
-    ("rm push.servers",
-     f"--timeout 3 silent:/srv/x /srv/none/x /srv/two=https://{IMPOSTOR} /srv/vendor=https://127.0.0.1", 1,
-     "Not pushed: silent:/srv/x: [sender] io timeout after 3 seconds -- exiting\n"
-     'Not pushed: /srv/none/x: rsync: [Receiver] mkdir "/srv/none/x" failed: No such file or directory (2)\n'
-     f"Damaged: {IMPOSTOR}: {CANNOT}\n", "version 5 is on 1 of 4 servers; push again when the others are well\n"),
-    ("rm site/VestRUM2/Scripted/VestRUM-5.script", "/srv/three", 1,
-     "Damaged: VestRUM-5.script is missing, and its signature is there\n", "1 thing found; nothing is pushed\n"),
-    *(("true", servers, 2, "", f'push{said}\nTry "tarnwick-publish --help".\n') for servers, said in (
+    Push("", 0, "Version 5 is on 2 servers.\n",
+         done=r"printf '# ours\n\n/srv/vendor=https://127.0.0.1\n/srv/two=https://127.0.0.1' >push.servers"),
+    Push(f"--timeout 3 silent:/srv/x /srv/none/x /srv/two=https://{IMPOSTOR} /srv/vendor=https://127.0.0.1", 1,
+         "Not pushed: silent:/srv/x: [sender] io timeout after 3 seconds -- exiting\n"
+         'Not pushed: /srv/none/x: rsync: [Receiver] mkdir "/srv/none/x" failed: No such file or directory (2)\n'
+         f"Damaged: {IMPOSTOR}: {CANNOT}\n", "version 5 is on 1 of 4 servers; push again when the others are well\n",
+         "rm push.servers"),
+    Push("/srv/three", 1, "Damaged: VestRUM-5.script is missing, and its signature is there\n",
+         "1 thing found; nothing is pushed\n", "rm site/VestRUM2/Scripted/VestRUM-5.script"),
+    *(Push(servers, 2, "", f'push{said}\nTry "tarnwick-publish --help".\n') for servers, said in (
         ("", " needs a SERVER, or a list of them in /srv/own/push.servers"), ("-x:/x", ": no such option: -x:/x"),
         *((bad, f': "{bad}" is neither HOST:FOLDER nor /FOLDER') for bad in ("x", "x::x", "x:", "u@-x:/x")),
         *((bad, f': "{bad}" holds a character that rsync reads differently') for bad in ("x:/a*", "x:~/x")),
@@ -109,9 +119,10 @@ def test_servers_are_asked_and_failures_named(shared_world):
     world.write("/srv/remote", REMOTE, 0o755)
     vendor.signature_folder(world.path("/srv/five"), 5)
     world.shell(f"cp -a /srv/vendor /srv/own; {' '.join(kit)} release /srv/five; {' '.join(kit)} site >/dev/null")
-    for done, servers, *expected in OUTCOMES:
-        world.shell(f"cd /srv/own; {done}")
-        outcome = world.command(*kit, "push", *servers.split(), env={"RSYNC_RSH": "/srv/remote"})
+    for push in OUTCOMES:
+        world.shell(f"cd /srv/own; {push.done}")
+        outcome = world.command(*kit, "push", *push.servers.split(), env={"RSYNC_RSH": "/srv/remote"})
         said = outcome.stderr.removeprefix("tarnwick-publish: ")
-        assert [outcome.status, re.sub(r"after \d+", "after 3", outcome.stdout), said] == expected
+        assert (outcome.status, re.sub(r"after \d+", "after 3", outcome.stdout), said) == (
+            push.status, push.printed, push.error)
     assert not world.path("/srv/three").exists()
