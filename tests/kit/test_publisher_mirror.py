@@ -42,9 +42,10 @@ def client(world):
 @pytest.fixture(name="world")
 def world_that_is_mirrored(new_world):
     new_world.write("/srv/vendor/freshclam.conf", f"DatabaseMirror {ORIGIN}\nExtraDatabase test\nScriptedUpdates yes\n"
-                "DatabaseCustomURL file:///etc/passwd\n")
-    new_world.shell(f"rm -f {DATA}/*.cvd; sed -i '$aExtraDatabase test\ns/database.clamav.net/{MIRROR}/' {CONFIGURATION}"
-                "; chown -hR nobody /srv/vendor; chmod 755 /srv")
+                    "DatabaseCustomURL file:///etc/passwd\n")
+    new_world.shell(
+        f"rm -f {DATA}/*.cvd; sed -i '$aExtraDatabase test\ns/database.clamav.net/{MIRROR}/' {CONFIGURATION}"
+        "; chown -hR nobody /srv/vendor; chmod 755 /srv")
     offer(new_world, 4)
     assert mirror(new_world) == Outcome(0, MIRRORED.format(4), "") and record(new_world) == "CLAMAV:3:4:TIME:0:81:0:3\n"
     return new_world

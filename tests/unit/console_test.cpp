@@ -53,19 +53,5 @@ TEST(Console, WritesToALogThatIsAPipe) {
   EXPECT_TRUE(taken.size() > 60000 && taken == written) << taken.size();
 }
 
-TEST(Console, MakesALogThatFreshclamCanOpenAndLeavesOthersAlone) {
-  const testbed::Scratch scratch;
-  const auto modeOf = [&](const std::string& name) {
-    return static_cast<unsigned>(std::filesystem::status(scratch.path(name)).permissions());
-  };
-  std::filesystem::permissions(scratch.write("old", ""), std::filesystem::perms(0600));
-  std::filesystem::create_symlink("made through a link", scratch.path("link"));
-  LogFile log;
-  for (const auto* const name : {"new", "old", "link"}) log.open(scratch.path(name));
-  EXPECT_EQ(modeOf("new"), 0666U);
-  EXPECT_EQ(modeOf("old"), 0600U);
-  EXPECT_EQ(modeOf("link") & 0022U, 0U);
-}
-
 }  // namespace
 }  // namespace tarnwick
