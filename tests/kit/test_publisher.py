@@ -7,21 +7,10 @@ import os
 
 import pytest
 
-from testbed import CONTENT, LINKS, MIRROR, vendor
+from testbed import CONTENT, LINKS, MIRROR, stand_ins, vendor
 from testbed.vendor import publish
 
-# Stands before every program with which the kit changes something, and is the end of the kit at one of those moments:
-# of everything at once, or of the kit alone, with the program living on.
-CUT = """#!/bin/sh
-exec 8<"$CUT"
-/usr/bin/flock 8
-read -r left <"$CUT"
-echo $((left - 1)) >"$CUT"
-exec 8<&-
-read -r _ _ _ _ _ kit _ <"/proc/$$/stat"
-[ "$left" -ne 0 ] || case $KILLED in all) kill -9 0 ;; *) kill -9 "$kit" ;; esac
-exec "/usr/bin/${0##*/}" "$@"
-"""
+# With which the kit changes something.
 PROGRAMS = "clamscan cp ln mkdir mv openssl rm sigtool sync tar"
 
 
@@ -34,12 +23,7 @@ def world(shared_world):
 @pytest.mark.parametrize("killed", ["all", "kit"])
 @pytest.mark.parametrize("command", ["release", "definitions", "withdraw", "prune"])
 def test_a_cut_leaves_the_old_set_or_the_new_one(home, tmp_path, command, killed):
-    (tmp_path / "bin").mkdir()
-    (tmp_path / "bin/cut-short").write_text(CUT, encoding="ascii")
-    (tmp_path / "bin/cut-short").chmod(0o755)
-    for name in PROGRAMS.split():
-        (tmp_path / "bin" / name).symlink_to("cut-short")
-    environment = os.environ | {"PATH": f"{tmp_path}/bin:/usr/bin", "CUT": str(tmp_path / "left"), "KILLED": killed}
+    environment = stand_ins.before(PROGRAMS, stand_ins.KILLING, tmp_path, KILLED=killed)
     (tmp_path / "new").write_text(vendor.definitions_text(2), encoding="ascii")
     subject = {"release": [vendor.signature_folder(tmp_path / "signatures", 5)], "definitions": [tmp_path / "new"],
                "withdraw": [], "prune": ["--keep", "1"]}[command]

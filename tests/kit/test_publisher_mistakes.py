@@ -7,7 +7,7 @@ from typing import NamedTuple
 
 import pytest
 
-from testbed import vendor
+from testbed import stand_ins, vendor
 from testbed.vendor import publish
 
 MATCHING = "printf '%s:%s:Vestrum.Oops\\n' $(md5sum </usr/bin/clamscan | cut -c -32) $(stat -Lc %s /usr/bin/clamscan)"
@@ -154,12 +154,6 @@ def test_only_the_owner_publishes(shared_world):
         1, "tarnwick-publish: /srv/owned belongs to nobody; only its owner can publish\n")
 
 
-LOGGED = """#!/bin/sh
-echo "${0##*/}" "$@" >>"$LOG"
-exec "/usr/bin/${0##*/}" "$@"
-"""
-
-
 @pytest.mark.parametrize("command", ["init", "release first", "release", "definitions"])
 def test_what_a_link_leads_to_is_on_the_disk_before_the_link(home, tmp_path, command):
     """Every name that is given before `current` is switched, or before the end, lies in a folder that was synced
@@ -168,14 +162,11 @@ def test_what_a_link_leads_to_is_on_the_disk_before_the_link(home, tmp_path, com
     if command in ("init", "release first"):
         home = home.parent / "another"
         assert command == "init" or publish(home, "init").returncode == 0
-    for name in ("mv", "sync"):
-        (tmp_path / name).write_text(LOGGED, encoding="ascii")
-        (tmp_path / name).chmod(0o755)
-    environment = os.environ | {"PATH": f"{tmp_path}:/usr/bin", "LOG": str(tmp_path / "log")}
+    environment = stand_ins.before("mv sync", stand_ins.NOTING, tmp_path)
     subject = {"init": [], "definitions": [home.parent / "new/Vestrum.ndb"]}.get(command, [home.parent / "new"])
     assert publish(home, command.split()[0], *subject, env=environment, cwd=home.parent).returncode == 0
     unsynced, switched = set(), 0
-    for line in (tmp_path / "log").read_text(encoding="utf-8").splitlines():
+    for line in (tmp_path / "notes").read_text(encoding="utf-8").splitlines():
         program, *words = line.split()
         if program == "sync":
             unsynced -= {pathlib.Path(os.path.normpath(word)) for word in words}

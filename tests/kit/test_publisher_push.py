@@ -6,25 +6,9 @@ import subprocess
 from typing import NamedTuple
 
 from testbed import IMPOSTOR, REPOSITORY, vendor
+from testbed.stand_ins import REMOTE
 from testbed.vendor import publish
 
-# Takes the place of ssh. The host's name says what befalls its server, in which step: HOW.STEP.MOMENT.
-REMOTE = """#!/bin/bash
-set -eu
-umask 077
-IFS=. read -r how step moment <<<"$1"
-echo >>"${0%/*}/$1.steps"
-[ "$(wc -l <"${0%/*}/$1.steps")" = "${step:-0}" ] || [ -z "$step" ] || how=well
-shift
-changes='/^(rename|unlink|rmdir|symlink)'
-case $how in
-killed) exec strace -f -qq -o /dev/null -e "inject=$changes:signal=KILL:when=$moment" "$@" ;;
-cut) exec "$@" < <(dd bs=1 "count=$moment" status=none) ;;
-nobody) exec setpriv --reuid=nobody --clear-groups "$@" ;;
-silent) exec 3>&1 cat >/dev/null ;;
-esac
-exec "$@"
-"""
 DYING = ["cut.1.90000", *(f"killed.{step}.{moment}" for step, moments in ((1, 11), (2, 5), (3, 3), (4, 11))
                           for moment in range(1, moments)),
          *(f"cut.{step}.{moment}" for step in (1, 2, 3, 4) for moment in range(20, 1800, 360))]
