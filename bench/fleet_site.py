@@ -1,0 +1,124 @@
+"""A private machine with the vendor's home, any number of plain servers for it, and the tool."""
+
+import http.client
+import os
+import pathlib
+import shutil
+import socket
+import typing
+
+from testbed.cache import made_once
+from testbed.machine import Machine, only_child, seen_inside
+from testbed.servers import HOSTS, make_certificates
+from testbed import servers as testbed_servers
+from testbed.world import DATA, EXECUTABLE, TOOL, UPSTREAM_DATABASES
+
+KIT = "/repository/publish/tarnwick-publish"
+ADDRESSES = ("198.51.100.1", "203.0.113.1")
+# As Debian lays it out, with a log of what the figures need and a door through which to ask whether it is written.
+NGINX = """
+user www-data; worker_processes 1; pid {run}/pid; error_log {run}/error.log; daemon off;
+worker_rlimit_nofile 8192;
+events {{ worker_connections 4096; }}
+http {{
+    map $uri $plain_path {{ default $uri; "~^/[^/]{{22}}/[0-9]+(?<rest>/.*)$" $rest; }}
+    log_format request "$connection\\t$ssl_session_reused\\t$request_method\\t$host\\t$plain_path\\t$status\\t"
+                       "$request_length\\t$http_user_agent";
+    access_log {run}/requests request;
+    client_body_temp_path {run}/body; proxy_temp_path {run}/proxy; fastcgi_temp_path {run}/fastcgi;
+    uwsgi_temp_path {run}/uwsgi; scgi_temp_path {run}/scgi;
+    server {{ listen unix:{run}/fence; access_log off; return 204; }}
+    include {run}/site.conf;
+}}
+"""
+
+
+class Request(typing.NamedTuple):
+    connection: str
+    reused: str
+    method: str
+    host: str
+    path: str
+    status: str
+    length: int  # of the request, in bytes
+    agent: str
+
+
+class Server:
+    """nginx at an address of its own, serving `folder`/site as the kit's `site` says. Ready when made."""
+
+    def __init__(self, machine, folder, address, processor=None):
+        self._machine = machine
+        self.address = address
+        self._run = f"/run/nginx-{pathlib.Path(folder).name}"
+        site = machine.kit(folder, "site", "--certificate", "/srv/tls/certificate.pem",
+                           "--certificate-key", "/srv/tls/key.pem")
+        site = site.replace("listen 443", f"listen {address}:443").replace("    listen [::]:443 ssl;\n", "")
+        machine.shell(f"mkdir -p {self._run}; rm -f {self._run}/pid; ip addr replace {address}/32 dev lo")
+        machine.write(f"{self._run}/site.conf", site)
+        machine.write(f"{self._run}/nginx.conf", NGINX.format(run=self._run))
+        through = [] if processor is None else ["taskset", "-c", processor]
+        self._job = machine.start(*through, "nginx", "-c", f"{self._run}/nginx.conf", "-e", f"{self._run}/error.log")
+        machine.shell(f"until [ -s {self._run}/pid ]; do :; done")
+        self._fence()
+        self._worker = only_child(self._job.pid)
+
+    def die(self):
+        """At once, with everything that is under way."""
+        for process in (self._job.pid, self._worker):
+            os.kill(process, 9)
+        self._job.end()
+        self._machine.shell(f"rm -f {self._run}/fence")
+
+    def processor_seconds(self):
+        """What the worker has used so far; the kernel counts in nanoseconds."""
+        return int(pathlib.Path(f"/proc/{self._worker}/schedstat").read_text(encoding="ascii").split()[0]) / 1e9
+
+    def _fence(self):
+        """Its worker is there, and has logged all that it answered."""
+        fence = http.client.HTTPConnection("fence")
+        fence.sock = socket.socket(socket.AF_UNIX)
+        fence.sock.connect(str(self._machine.path(f"{self._run}/fence")))
+        fence.request("GET", "/")
+        fence.getresponse().read()
+        fence.close()
+
+    def requests(self):
+        """What it has answered so far; forgets it."""
+        if self._machine.path(f"{self._run}/fence").exists():
+            self._fence()
+        log = self._machine.path(f"{self._run}/requests")
+        fields = [line.split("\t") for line in log.read_text(encoding="utf-8").splitlines()]
+        log.write_text("", encoding="utf-8")
+        return [Request(*line[:6], int(line[6]), line[7]) for line in fields]
+
+
+class Site(Machine):
+    """The home is /srv/vendor. ClamAV's own databases are dummies and their updater is content, so that what a run
+    asks for is the vendor's alone."""
+
+    def __init__(self, home):
+        super().__init__()
+        shutil.copytree(home, self.path("/srv/vendor"), symlinks=True)
+        tls = made_once("tls", make_certificates, [pathlib.Path(testbed_servers.__file__)])
+        for name in ("certificate.pem", "key.pem"):
+            self.write(f"/srv/tls/{name}", (tls / name).read_bytes())
+        self.write("/etc/ssl/certs/ca-certificates.crt", (tls / "authority.pem").read_bytes())
+        self.write("/etc/host.conf", "multi on\n")
+        self.shell(f"/repository/packaging/linux/provision; cp {seen_inside(EXECUTABLE)} {TOOL}")
+        for name in UPSTREAM_DATABASES:
+            self.write(f"{DATA}/{name}.cvd", "dummy")
+        self.write("/usr/local/vestRum/bin/freshclam", "#!/bin/sh\nexit 0\n", 0o755)
+
+    def kit(self, home, *arguments):
+        outcome = self.command(KIT, "--home", home, *arguments)
+        assert outcome.status == 0, outcome
+        return outcome.stdout
+
+    def container(self, version):
+        return self.path(f"/srv/vendor/containers/{version}.cud").read_bytes()
+
+
+def hosts_file(*addresses):
+    """The vendor's hosts at these addresses, of which the first is tried first."""
+    return "".join(f"{address} {host}\n" for host in HOSTS for address in addresses)
