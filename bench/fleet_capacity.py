@@ -150,8 +150,8 @@ def measure_situation(site, server, program, name, signing):
     spent, busy, sent, received = replayed(site, server, program)
     more_time, more_bytes = real_to_replayed(site, server, SITUATIONS[name], program)
     print(f"{name}: {len(requests)} requests over {len({request.connection for request in requests})} connections, in "
-          f"{sent / 1e3:.1f} kB, out {received / 1e3:.1f} kB; {spent * 1e6:.0f} µs of a core, so {1 / spent:.0f} runs a "
-          f"second; as much as {spent / signing:.1f} signatures of openssl speed ecdsap256\n"
+          f"{sent / 1e3:.1f} kB, out {received / 1e3:.1f} kB; {spent * 1e6:.0f} µs of a core, so {1 / spent:.0f} runs "
+          f"a second; as much as {spent / signing:.1f} signatures of openssl speed ecdsap256\n"
           f"  (that core was {busy:.0%} busy; a lonely real run takes it {more_time:.2f} times as long as a lonely "
           f"replayed one, with {more_bytes:.2f} times as many bytes on the wire)", flush=True)
 
