@@ -167,7 +167,7 @@ def test_documents_lead_nowhere_that_is_not_installed(package, kit, tmp_path):
     for deb in (package, kit):
         subprocess.run(["dpkg-deb", "-x", deb, tmp_path], check=True)
     pages = list(tmp_path.glob("usr/share/doc/*/*.md"))
-    assert len(pages) == 5
+    assert len(pages) == 6
     assert [(page.name, link) for page in pages
             for link in re.findall(r"\]\(([^)#]+)\)", page.read_text(encoding="utf-8"))
             if not (page.parent / link).exists()] == []
