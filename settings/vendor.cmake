@@ -44,10 +44,27 @@ if(failed OR body STREQUAL "")
 endif()
 file(SHA256 "${PROJECT_BINARY_DIR}/generated/key.der" TARNWICK_PUBLIC_KEY_SHA256)
 
+file(READ "${CMAKE_CURRENT_LIST_DIR}/vendor_public_key.pem" example_key)
+string(REGEX REPLACE "[\r\n]" "" example_key "${example_key}")
+set(TARNWICK_KEY_OWNER vendor)
+if(TARNWICK_PUBLIC_KEY STREQUAL example_key)
+  set(TARNWICK_KEY_OWNER example)
+endif()
+
+# One thing after the other: whoever only tries it out is told once.
 if("${TARNWICK_CONTENT_HOST};${TARNWICK_LINK_HOST}" MATCHES "\\.example(;|$)")
   message(WARNING "This build is for hosts that do not exist, ${TARNWICK_CONTENT_HOST} and "
                   "${TARNWICK_LINK_HOST}: it can be tried, but no run of it can fetch the vendor's "
                   "databases. settings/vendor.cmake tells what to set for hosts of your own.")
+else()
+  if(TARNWICK_KEY_OWNER STREQUAL example)
+    message(WARNING "This build is for hosts of your own but for the example key: it refuses whatever you "
+                    "sign. TARNWICK_PUBLIC_KEY_FILE names your own.")
+  endif()
+  if(TARNWICK_LINK_SECRET STREQUAL Kesto-Ra)
+    message(WARNING "This build's links are signed with the example secret, which everybody can read: "
+                    "strangers can use your server. TARNWICK_LINK_SECRET sets one of your own.")
+  endif()
 endif()
 
 configure_file("${CMAKE_CURRENT_LIST_DIR}/vendor_settings.hpp.in"

@@ -127,10 +127,13 @@ ON = "The timer is on: a run starts every hour."
     (f"rm {LINK}; sed -i 's/[.]org$//' /usr/lib/tarnwick/build; /usr/lib/tarnwick/setup; test ! -e {LINK}", [
         *READY, "The timer is left as it was: this build is for the example host content.vestrum.example, and its runs "
         "can only fail."]),
+    (f"rm {LINK}; sed -i '/^key-owner/s/vendor/example/' /usr/lib/tarnwick/build; /usr/lib/tarnwick/setup; "
+     f"test ! -e {LINK}", [
+         *READY, "The timer is left as it was: this build is for the example key, and its runs can only fail."]),
     (CHANGED.replace("Checks 3", "'# mine'") + f"rm {DATA}/main.cvd; /usr/lib/tarnwick/takedown", [
         "The timer is off.", *(f"left: {file}, which was changed" for file in CONFIGURATIONS)]),
     (f"rm {DATA}/main.cvd; /usr/lib/tarnwick/takedown", ["The timer is off.", f"{PREFIX} is gone."]),
-], ids=["taken down and upgraded", "switched on by hand", "no systemd", "example hosts",
+], ids=["taken down and upgraded", "switched on by hand", "no systemd", "example hosts", "example key",
         "a changed configuration", "nothing to keep"])
 def test_what_setting_up_and_taking_down_say(package, script, said):
     assert try_out(package, INSTALL + script)[0] == said
@@ -143,9 +146,9 @@ def test_the_build_can_be_read_from_an_installed_machine(package):
               REPOSITORY / "build/vendor/public.pem").stdout
     hosts = ("content", "link", "mirror", "older-mirror", "version-record", "upstream-mirror", "upstream-version-record")
     assert [line.split(":")[0] for line in output] == [
-        "version", "release", "maintainer", *(f"{host}-host" for host in hosts), "key-sha256"]
-    assert (output[0], output[3], output[-1]) == (
-        "version: 2.19.4", "content-host: content.vestrum.example", f"key-sha256: {key.strip()}")
+        "version", "release", "maintainer", *(f"{host}-host" for host in hosts), "key-owner", "key-sha256"]
+    assert (output[0], output[3], *output[-2:]) == (
+        "version: 2.19.4", "content-host: content.vestrum.example", "key-owner: vendor", f"key-sha256: {key.strip()}")
 
 
 def test_packages_meet_debian_policy(package, kit):
@@ -242,6 +245,7 @@ def test_flags_of_a_distribution_are_borne(tmp_path):
     assert "-D_FORTIFY_SOURCE=2" in flags
     done = run("cmake", "-S", REPOSITORY, "-B", tmp_path, "-G", "Ninja", "-DBUILD_TESTING=OFF",
                "-DTARNWICK_CONTENT_HOST=content.example.org", "-DTARNWICK_LINK_HOST=links.example.org",
+               f"-DTARNWICK_PUBLIC_KEY_FILE={REPOSITORY}/build/vendor/public.pem", "-DTARNWICK_LINK_SECRET=Own",
                "-DCMAKE_CXX_FLAGS=" + " ".join(flags.split()))
     assert (done.returncode, done.stderr) == (0, "")
     done = run("ninja", "-C", tmp_path, "src/CMakeFiles/tarnwick_base.dir/base/text_rules.cpp.o")
@@ -250,6 +254,10 @@ def test_flags_of_a_distribution_are_borne(tmp_path):
     done = run("cmake", tmp_path, "-DTARNWICK_LINK_HOST=links.vestrum.example", "-DTARNWICK_PACKAGE_RELEASE=2a",
                "-DTARNWICK_PACKAGE_MAINTAINER=A Vendor <vendor@example.org>")
     assert (done.returncode, "hosts that do not exist, content.example.org and" in done.stderr) == (0, True)
+    done = run("cmake", tmp_path, "-DTARNWICK_LINK_HOST=links.example.org", "-DTARNWICK_LINK_SECRET=Kesto-Ra",
+               f"-DTARNWICK_PUBLIC_KEY_FILE={REPOSITORY}/settings/vendor_public_key.pem")
+    assert re.findall("the example (?:key|secret)", " ".join(done.stderr.split())) == ["the example key", "the example secret"]
+    assert "key-owner: example\n" in (tmp_path / "generated/build").read_text(encoding="utf-8")
     changes = (tmp_path / "packaging/changelog").read_text(encoding="utf-8").splitlines()
     assert (changes[0], changes[4], changes[6]) == (
         "tarnwick (2.19.4-2a) stable; urgency=medium",
