@@ -2,6 +2,7 @@
 
 import re
 import time
+import typing
 
 import pytest
 
@@ -97,53 +98,92 @@ def test_all_is_well(installed):
         f"in {DATA}", "in /data").replace("Last", "Vestrum.database  dated DATE, 3 h ago\nLast")
 
 
-@pytest.mark.parametrize("before, changes, through, status, told", [
-    ("", {"daily.cvd": 100}, [], 2, """CRITICAL - not all databases are what they should be:
+class Trouble(typing.NamedTuple):
+    """What is made wrong: by a script, or with databases of other ages; and how that is told of."""
+    told: str
+    before: str = ""
+    changes: dict = {}
+    through: list = []
+    status: int = 0
+
+
+BAD = "not all databases are what they should be:\n"
+FETCH = "have it fetched, and read what is said: sudo tarnwick"
+BUILD = "cd /usr/local/lib; rm tarnwick; mkdir tarnwick; echo {} | tr ' ' '\\n' | sed 's/:/: /' >tarnwick/build"
+TROUBLES = {
+    "old": Trouble(status=2, changes={"daily.cvd": 100}, told=f"""CRITICAL - {BAD}\
 - daily is 100 h old; more than 96 h are too much:
     see what keeps it from being updated: sudo tarnwick
 """),
-    (f"rm {DATA}/[Vm]*", {}, [], 2, """CRITICAL - not all databases are what they should be:
+    "missing": Trouble(status=2, before=f"rm {DATA}/[Vm]*", told=f"""CRITICAL - {BAD}\
 - VestRUM.cud is missing:
-    have it fetched, and read what is said: sudo tarnwick
+    {FETCH}
 - main is missing:
-    have it fetched, and read what is said: sudo tarnwick
+    {FETCH}
 """),
-    ("", {"bytecode.cvd": "soon"}, [], 3, f"""UNKNOWN - not all databases are what they should be:
+    "no database": Trouble(status=3, changes={"bytecode.cvd": "soon"}, told=f"""UNKNOWN - {BAD}\
 - bytecode does not begin as a database does:
     have it fetched afresh: sudo rm {DATA}/bytecode.cvd; sudo tarnwick
 """),
-    (f"chmod 700 {DATA}", {}, NOBODY, 3, f"""UNKNOWN - not all databases are what they should be:
+    "no container": Trouble(status=3, before=f"echo '<html>sorry' >{DATA}/VestRUM.cud", told=f"""UNKNOWN - {BAD}\
+- VestRUM.cud does not begin as a database does:
+    have it fetched afresh: sudo rm {DATA}/VestRUM.cud; sudo tarnwick
+"""),
+    "pipes": Trouble(status=3, before=f"cd {DATA}; rm *; mkfifo VestRUM.cud daily.cvd main.cvd bytecode.cld", told=(
+        f"UNKNOWN - {BAD}" + "".join(
+            f"- {name} does not begin as a database does:\n"
+            f"    have it fetched afresh: sudo rm {DATA}/{file}; sudo tarnwick\n"
+            for name, file in (("VestRUM.cud", "VestRUM.cud"), ("daily", "daily.cvd"), ("main", "main.cvd"),
+                               ("bytecode", "bytecode.cld"))))),
+    "closed folder": Trouble(status=3, before=f"chmod 700 {DATA}", through=NOBODY, told=f"""UNKNOWN - {BAD}\
 - nobody may not look into {DATA}:
     call this as root
 """),
-    (f"chmod 600 {DATA}/*", {}, NOBODY, 3, "UNKNOWN - not all databases are what they should be:\n" + "".join(
+    "closed files": Trouble(status=3, before=f"chmod 600 {DATA}/*", through=NOBODY, told=f"UNKNOWN - {BAD}" + "".join(
         f"- {name} is there, but nobody may not read it:\n    call this as root\n"
         for name in ("VestRUM.cud", "daily", "main", "bytecode"))),
-    (MOVED, {}, [], 2, """CRITICAL - not all databases are what they should be:
+    "folder gone": Trouble(status=2, before=MOVED, told=f"""CRITICAL - {BAD}\
 - There is no /data:
     lay it out: sudo /usr/local/lib/tarnwick/provision
 """),
-    (f"rm {BIN}/sigtool; chmod 777 {BIN}/freshclam", {}, [], 0, f"""{UNHEALTHY}\
+    "prefix": Trouble(before=f"rm {BIN}/sigtool; chmod 777 {BIN}/freshclam", told=f"""{UNHEALTHY}\
 - {BIN}/sigtool is missing, or is no program:
     {LAY_OUT}
 - Others than root can change {BIN}/freshclam:
     {LAY_OUT}
 """),
-    (">/srv/next", {}, [], 0, f"""{UNHEALTHY}\
+    "timer": Trouble(before=">/srv/next", told=f"""{UNHEALTHY}\
 - No run is to come:
     switch them on: sudo systemctl enable --now tarnwick.timer
 """),
-    ("echo $(($(date +%s) - 180001)) exit-code exited 62 >>/var/log/tarnwick/runs", {}, [], 0, f"""{UNHEALTHY}\
+    "run": Trouble(before="echo $(($(date +%s) - 180001)) exit-code exited 62 >>/var/log/tarnwick/runs",
+                   told=f"""{UNHEALTHY}\
 - The last run of the service failed (exit-code 62):
     see EXIT STATUS in tarnwick(8), and: sudo journalctl -u tarnwick.service
 - The last run of the service ended 50 h ago:
     see what keeps it from running: systemctl status tarnwick.timer tarnwick.service
 """),
-    ("cd /usr/local/lib; rm tarnwick; mkdir tarnwick; echo content-host: a.example >tarnwick/build", {}, [], 0, f"""{UNHEALTHY}\
+    "example host": Trouble(before=BUILD.format("content-host:a.example.org link-host:b.example"), told=f"""{UNHEALTHY}\
 - This build is for hosts that do not exist:
     have one from your vendor
 """),
-], ids=["old", "missing", "no database", "closed folder", "closed files", "folder gone", "prefix", "timer", "run",
-        "build"])
-def test_what_is_wrong_and_what_to_do(installed, before, changes, through, status, told):
-    assert long(installed, before, changes, through, status).startswith(told + "\n")
+    "example key": Trouble(before=BUILD.format("content-host:a.example.org key-owner:example"), told=f"""{UNHEALTHY}\
+- This build is for the example key, and refuses whatever a vendor publishes:
+    have one from your vendor
+"""),
+}
+
+
+@pytest.mark.parametrize("trouble", TROUBLES.values(), ids=TROUBLES)
+def test_what_is_wrong_and_what_to_do(installed, trouble):
+    seen = long(installed, trouble.before, trouble.changes, trouble.through, trouble.status)
+    assert seen.startswith(trouble.told + "\n")
+
+
+def test_what_it_tells_of_the_build_is_in_the_build(installed):
+    build = EXECUTABLE.parent / "generated/build"
+    known = dict(re.findall(r"(.*): (.*)", build.read_text(encoding="utf-8")))
+    seen = long(installed, f"cd /usr/local/lib; rm tarnwick; mkdir tarnwick; cp {seen_inside(build)} tarnwick")
+    assert seen.split("This build    ", 1)[1] == "".join((
+        f"    {known['version']}-{known['release']}, for {known['content-host']}, {known['link-host']}, ",
+        f"{known['mirror-host']}\n{'':18}key {known['key-sha256']}\n"))
