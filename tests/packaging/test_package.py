@@ -265,6 +265,18 @@ def test_flags_of_a_distribution_are_borne(tmp_path):
         "tarnwick (2.19.4-1) stable; urgency=medium")
 
 
+def test_what_is_installed_for_building_does_not_start_with_the_machine():
+    """By a package manager that knows one package, with a timer."""
+    link = "/etc/systemd/system/timers.target.wants/odd.timer"
+    output, _ = overlay.try_out(f"""dpkg -r --force-depends psmisc >/dev/null 2>&1
+        printf '[Install]\nWantedBy=timers.target\n' >/usr/lib/systemd/system/odd.timer
+        mkdir /quick; install -m 755 /dev/null /quick/apt-get
+        printf '#!/bin/sh\nDPKG_MAINTSCRIPT_PACKAGE=odd deb-systemd-helper enable odd.timer\n' >/quick/apt-get
+        PATH=/quick:$PATH {REPOSITORY}/scripts/install-dependencies run
+        test ! -L {link}""", REPOSITORY / "LICENSE", "nothing")
+    assert output == ["Installing psmisc and what they need", "Not started, now or with the machine: odd.timer."]
+
+
 def test_launchd_schedule():
     job = PACKAGING / "launchd/uk.co.pellawaysoftware.vestrum.tarnwick.plist"
     binary = subprocess.run(["plistutil", "-i", job, "-f", "bin"], check=True, capture_output=True).stdout
