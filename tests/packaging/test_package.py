@@ -152,7 +152,8 @@ def test_the_build_can_be_read_from_an_installed_machine(package):
 
 
 def test_packages_meet_debian_policy(package, kit):
-    done = run("lintian", "--allow-root", "--fail-on", "error,warning", package, kit)
+    # Which words a compiler's instructions look like is chance; not each needs its override everywhere.
+    done = run("lintian", "--allow-root", "--display-info", "--suppress-tags", "unused-override", package, kit)
     assert (done.returncode, done.stdout) == (0, "")
 
 
