@@ -25,6 +25,6 @@ def plain(source):
 def test_readme_and_manual_agree_on_every_exit_status():
     section = MANUAL.split(".SH EXIT STATUS\n")[1].split(".SH ")[0]
     told = dict(map(plain, item.split("\n", 1)) for item in section.split(".TP\n")[1:])
-    rows = re.findall(r"(?m)^\| (.*?) \| (.*?) \| (.*?) \|$", README.split("## Exit statuses")[1].split("\n## ")[0])
+    rows = re.findall(r"(?m)^\| (.*?) \| (.*?) \| (.*?) \|$", README.split("# Exit statuses")[1].split("\n## ")[0])
     assert {status: f"{meaning} {remedy}".replace("`", "") for status, meaning, remedy in rows[1:]} == told
     assert len(told) > 10
