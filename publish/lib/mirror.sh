@@ -36,8 +36,8 @@ version_record() {
         "$(date +%s)" "${header[4]:-0}" "${version[bytecode]:-0}"
 }
 
-# A name that is missing leads nowhere until `current` is switched, and what
-# it leads to comes with the record; a plain file is replaced only after that.
+# A container's name that is missing leads nowhere until `current` is switched; a
+# plain file is replaced only after that, and the record, which names them, last.
 link_names() {
     local file
     for file in "$@"; do
@@ -62,7 +62,6 @@ publish_set() {
             cp --no-preserve=all "${container[$name]}" "$work/set/$name.cvd"
         files+=("$name.cvd")
     done
-    files+=(dns.txt)
     sync "$work"/set/* "$work/set"
     [[ ! -L $mirror/current ]] || number=$(readlink "$mirror/current")
     number=$((${number##*/} + 1))
@@ -70,7 +69,7 @@ publish_set() {
     mapfile -t missing < <(missing_names "${files[@]}")
     link_names "${missing[@]}"
     switch_link "sets/$number" "$mirror/current"
-    link_names "${files[@]}"
+    link_names "${files[@]}" dns.txt
     sync "$mirror"
 }
 
