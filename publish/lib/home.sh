@@ -74,8 +74,8 @@ work_as_owner() {
     ((EUID == 0)) || fail "$home belongs to $(stat -c %U "$home"); only its owner can publish"
     group=$(id -g "$owner" 2>/dev/null) || group=$(stat -c %g "$home")
     ! getent passwd "$owner" >/dev/null || groups=--init-groups
-    # Root may stand where the owner cannot be.
-    cd "$home" || exit
+    # Root may stand where the owner cannot be, and have no rights of its own to the home.
+    cd /
     set -- setpriv --reuid "$owner" --regid "$group" "$groups"
     "$@" test -r "$program" || fail "$(stat -c %U "$home"), whose home this is, cannot read $program" \
         "put the publishing kit where everybody can read it"
