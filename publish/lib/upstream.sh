@@ -19,8 +19,9 @@ lock_upstream() {
         flock 8
     }
     work=$upstream/work
-    # With what a freshclam left that was cut short.
+    # With what a freshclam left that was cut short; what could not be had then may be there now.
     rm -rf -- "$work" "$upstream"/tmp.*
+    find "$upstream" -name '*.cdiff' -empty -delete
     mkdir "$work"
     export TMPDIR=$work
 }
@@ -90,8 +91,12 @@ choose_container() {
         container[$name]=$here
     fi
     read_header "$fetched" && ((header[2] > served[$name])) || return 0
-    container_is_good "$fetched" || fail "$fetched does not fit ClamAV's signature any more" \
-        "remove it, so that it is fetched again"
+    # freshclam verified it, and goes by the header alone from then on; a power cut may have taken the rest.
+    container_is_good "$fetched" || {
+        rm "$fetched"
+        fail "$fetched does not fit ClamAV's signature any more and is removed; the mirror stays as it was" \
+            "do the same again, so that it is fetched anew"
+    }
     version[$name]=${header[2]}
     container[$name]=$fetched
 }

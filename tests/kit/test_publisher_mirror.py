@@ -97,6 +97,10 @@ BAD_DAYS = {
                       ALTER.format("/srv/origin/daily.cvd")),
     "not there": BadDay(f"file not found: https://{ORIGIN}/main.cvd", spoil="rm /srv/origin/main.cvd"),
     "pause": BadDay("freshclam is on cool-down until after: ", "upstream asks for a pause", ask_too_soon),
+    "torn here": BadDay("do the same again",
+                        "/srv/vendor/upstream/daily.cvd does not fit ClamAV's signature any more and is removed",
+                        "cd /srv/vendor/upstream; rm daily.cvd; head -c 3000 /srv/origin/daily.cvd >daily.cvd"
+                        "; chown nobody daily.cvd"),
     "no patch now": BadDay("downloadFile: Unexpected response (503) from ", "test-5.cdiff cannot be fetched",
                            answers={"GET /test-5.cdiff": {"status": "503 Sorry"}}),
 }
@@ -120,6 +124,8 @@ def test_bad_days_leave_what_is_served(world):
 
 def test_a_patch_that_is_altered_or_missing_is_replaced_by_an_empty_one(world):
     client(world)
+    # It is asked for anew where a run that failed had found none.
+    world.shell("cd /srv/vendor/upstream; : >test-5.cdiff; chown nobody test-5.cdiff")
     for version, harm in ((5, ALTER.format("test-5.cdiff")), (6, ": >test-6.cdiff")):
         offer(world, version)
         world.shell(f"cd /srv/origin; {harm}")
