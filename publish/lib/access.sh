@@ -58,6 +58,10 @@ check_patches() {
 # What `mirror` put in place.
 check_mirrored() {
     local file name
+    [[ -L $mirror/current && -d $mirror/current ]] || {
+        damage "mirror/current is no link to a set; remove it, and fill the mirror again"
+        return 0
+    }
     for file in "$mirror"/current/*; do
         name=${file##*/}
         check_link "$mirror/$name"
@@ -98,6 +102,6 @@ check_mirror() {
             damage "mirror/$name has no header of a container"
         fi
     done
-    [[ ! -L $mirror/current ]] || check_mirrored
+    [[ ! -L $mirror/current && ! -e $mirror/current ]] || check_mirrored
     check_record
 }
