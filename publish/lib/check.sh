@@ -20,8 +20,9 @@ Certificates are checked with the system's authorities (or CURL_CA_BUNDLE).
 END
 }
 
+# Servers have a say in what is wrong with them, and none in how a terminal shows it.
 damage() {
-    printf 'Damaged: %s%s\n' "$where" "$1"
+    printf 'Damaged: %s%s\n' "$where" "${1//[[:cntrl:]]/?}"
     damages=$((damages + 1))
 }
 
@@ -78,7 +79,7 @@ check_container() {
     [[ -f $container ]] || return 0
     read_header "$container" || { damage "VestRUM.cud has no header of a container"; return 0; }
     version=${header[2]}
-    announced=$(cat "$scripted/VestRUM-db-version.txt" 2>/dev/null) || announced=nothing
+    announced=$(head -c 99 "$scripted/VestRUM-db-version.txt" 2>/dev/null | tr -d '\0') || announced=nothing
     [[ $announced == "VestRUM:$version" ]] ||
         damage "VestRUM-db-version.txt says \"$announced\", and the container is version $version"
     try_as_installations_do "$container" || case $? in
@@ -152,12 +153,13 @@ check_links() {
     check_link "$tree/Vestrum.database.signature"
 }
 
-# What a served copy and the home itself have in common.
+# What a served copy and the home itself have in common. Of a served version that
+# is newer than what is `here`, no scripts are known.
 check_published() {
     local -A unfit
     verify_signatures
     check_container
-    ((version == 0)) || check_scripts
+    ((version == 0 || version > ${here:-$version})) || check_scripts
     if [[ -e $home/site/VestRUM2/current ]]; then
         check_pair "$tree/Vestrum.database"
     fi
@@ -173,7 +175,7 @@ check_here() {
 }
 
 check_tree() {
-    local damages=0 where='' version oldest withdrawn=published
+    local damages=0 where='' here='' version oldest withdrawn=published
     open_home "$1"
     anything_released || fail "nothing is released yet" "begin with: tarnwick-publish --home $home release FOLDER"
     lock_home

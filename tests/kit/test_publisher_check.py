@@ -124,8 +124,12 @@ SERVED = {
         ["Vestrum.database is dated Thu, 01 Jan 2026 00:00:00 GMT, and here {date}: copy it with its date"],
         answers={"HEAD /VestRUM2/Vestrum.database": {"length": len(definitions_text()), "headers": DATED}}),
     "links unguarded, old version": Served(
-        [*GUARDS, f'{V} says "VestRUM:3", and the container is version 4'],
-        answers={f"GET /VestRUM2/Scripted/{V}": {"body": "VestRUM:3\n", "headers": DATED}}),
+        [*GUARDS, f'{V} says "VestRUM:3?", and the container is version 4'],
+        answers={f"GET /VestRUM2/Scripted/{V}": {"body": "VestRUM:3\033\0\n", "headers": DATED}}),
+    "newer than here": Served(
+        ["VestRUM.cud does not fit its signature", f'{V} says "VestRUM:4", and the container is version 9',
+         "ClamAV cannot load VestRUM.cud", "version 9 is served, and version 4 is published"],
+        answers={"GET /VestRUM2/Scripted/VestRUM.cud": {"body": "ClamAV-VDB:x:9:x", "headers": DATED}}),
     "another secret": Served([f"{V} is answered with status 403"], options=("--link-secret", "Other")),
     "certificate": Served([f"{V} cannot be fetched: SSL certificate problem: self-signed certificate"], links=IMPOSTOR),
 }
