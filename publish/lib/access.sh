@@ -59,7 +59,7 @@ check_patches() {
 check_mirrored() {
     local file name
     [[ -L $mirror/current && -d $mirror/current ]] || {
-        damage "mirror/current is no link to a set; remove it, and fill the mirror again"
+        damage "mirror/current is no link to a set; fill the mirror again"
         return 0
     }
     for file in "$mirror"/current/*; do
@@ -102,6 +102,6 @@ check_mirror() {
             damage "mirror/$name has no header of a container"
         fi
     done
-    [[ ! -L $mirror/current && ! -e $mirror/current ]] || check_mirrored
+    [[ ! -e $mirror/current && ! -L $mirror/dns.txt ]] || check_mirrored
     check_record
 }

@@ -68,6 +68,8 @@ publish_set() {
     mv -T "$work/set" "$mirror/sets/$number"
     mapfile -t missing < <(missing_names "${files[@]}")
     link_names "${missing[@]}"
+    # A folder, which a copy made of the link, would stay in the way for ever.
+    [[ -L $mirror/current ]] || rm -rf -- "$mirror/current"
     switch_link "sets/$number" "$mirror/current"
     link_names "${files[@]}" dns.txt
     sync "$mirror"
@@ -97,7 +99,7 @@ nothing_new() {
     for name in "${!container[@]}"; do
         [[ ${container[$name]} -ef $mirror/current/$name.cvd && -L $mirror/$name.cvd ]] || return 1
     done
-    [[ $(readlink "$mirror/dns.txt") == current/dns.txt ]]
+    [[ -L $mirror/current && $(readlink "$mirror/dns.txt") == current/dns.txt ]]
 }
 
 # What was served until now stays until the next time: somebody may be on the

@@ -61,8 +61,8 @@ DAMAGES = [
     Damage(f"{MIRROR} echo >>daily.cvd", ["mirror/daily.cvd does not fit ClamAV's signature"]),
     Damage(f"{MIRROR} echo x:0:7:0:0:0:0:3 >dns.txt", ["mirror/dns.txt promises daily 7, and there is 6",
                                                        "mirror/dns.txt promises bytecode 3, and there is 0"]),
-    *(Damage(f"{MIRROR} {harm}", ["mirror/current is no link to a set; remove it, and fill the mirror again"])
-      for harm in ("rm -r sets", "rm current; mv sets/1 current")),
+    *(Damage(f"{MIRROR} {harm}", ["mirror/current is no link to a set; fill the mirror again"])
+      for harm in ("rm -r sets", "rm current", "rm current; mv sets/1 current")),
     Damage(": >VestRUM-2.script; sign VestRUM-2.script", ["VestRUM-2.script is empty"], untried_after=2),
 ]
 IN_HOME = ("private.pem", "first.cud", "mirror/", "publishing.lock", "site.settings")

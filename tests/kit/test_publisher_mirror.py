@@ -59,6 +59,8 @@ def test_a_client_follows_step_by_step(world):
     assert mirror(world) == Outcome(0, MIRRORED.format(5), "")
     assert client(world) == ([*zip(names[:3], "533"), ("test.cld", "5")],
                              ["daily.cvd", "daily-5.cdiff", *names, "test-5.cdiff"])
+    # What a copy makes of a link is no set.
+    world.shell("cd /srv/vendor/mirror; cp -rL current copy; rm current; mv copy current; chown -R nobody current")
     offer(world, 6)
     assert mirror(world).stdout == MIRRORED.format(6) and mirror(world).stdout == NOTHING_NEW.format(6)
     # Without freshclam a machine goes by the record, and finds what that promises.
