@@ -33,6 +33,10 @@ killed) exec strace -f -qq -o /dev/null -e "inject=$changes:signal=KILL:when=$mo
 cut) exec "$@" < <(dd bs=1 "count=$moment" status=none) ;;
 nobody) exec setpriv --reuid=nobody --clear-groups "$@" ;;
 silent) exec 3>&1 cat >/dev/null ;;
+chatty)
+    head -c 99999 /dev/zero >&2
+    [ "$(cat /srv/own/work/said/* | wc -c)" -lt 20000 ]
+    ;;
 esac
 exec "$@"
 """

@@ -94,6 +94,12 @@ push_to() {
         copy_public --links --delete-after
 }
 
+# A server may go on and on; the disk here is not for that.
+keep_what_is_said() {
+    head -c 9999 >"$1"
+    cat >/dev/null
+}
+
 # To all at once. Sets `failed` for every server that was not reached to the
 # end, and tells what was said first of it.
 push_to_all() {
@@ -102,7 +108,8 @@ push_to_all() {
     export RSYNC_RSH=${RSYNC_RSH:-"ssh -o BatchMode=yes -o LogLevel=ERROR -o ConnectTimeout=$silence \
 -o ServerAliveInterval=$silence -o ServerAliveCountMax=1"}
     for number in "${!places[@]}"; do
-        push_to "${places[number]}" >/dev/null 2>"$work/said/$number" &
+        # Waited for as one: of the two, only the first can fail.
+        (push_to "${places[number]}" 2>&1 >/dev/null | keep_what_is_said "$work/said/$number") &
         jobs+=($!)
     done
     for number in "${!places[@]}"; do

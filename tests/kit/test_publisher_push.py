@@ -82,7 +82,7 @@ class Push(NamedTuple):
 OUTCOMES = [
     Push("", 0, "Version 5 is on 2 servers.\n",
          done=r"printf '# ours\n\n/srv/vendor=https://127.0.0.1\n/srv/two=https://127.0.0.1' >push.servers"),
-    Push(f"--timeout 3 silent:/srv/x /srv/none/x /srv/two=https://{IMPOSTOR} /srv/vendor=https://127.0.0.1", 1,
+    Push(f"--timeout 3 silent:/srv/x /srv/none/x /srv/two=https://{IMPOSTOR} chatty:/srv/vendor=https://127.0.0.1", 1,
          "Not pushed: silent:/srv/x: [sender] io timeout after 3 seconds -- exiting\n"
          'Not pushed: /srv/none/x: rsync: [Receiver] mkdir "/srv/none/x" failed: No such file or directory (2)\n'
          f"Damaged: {IMPOSTOR}: {CANNOT}\n", "version 5 is on 1 of 4 servers; push again when the others are well\n",
