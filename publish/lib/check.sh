@@ -6,13 +6,13 @@ check_usage() {
 Usage: tarnwick-publish [--home DIR] check [--from URL... [OPTION...]]
 
 Walks the public tree as an installation does and names all damage: keys,
-owners, rights along the whole path, lengths, every signature, and that the
+owners, rights along the whole path, the mirror, every signature, and that the
 scripts lead from the oldest version to the newest.
 
 With --from it asks servers instead, as installations do, through signed links
 over HTTPS: --from https://one.example.org https://two.example.org. A URL that
-names neither host of the installations is a server that stands for both.
-Certificates are checked with the system's authorities (or CURL_CA_BUNDLE).
+names neither host of the installations is a server that stands for both. They
+are not asked for the mirror. Certificates are checked with the system's authorities (or CURL_CA_BUNDLE).
 
   --content-host HOST     these three as given to site; without them,
   --links-host HOST       as they were given to it last

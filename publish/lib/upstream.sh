@@ -55,7 +55,7 @@ run_freshclam() {
 
 # What freshclam said first of what went wrong.
 why_it_failed() {
-    sed -n '/^ERROR: \|file not found\|Unexpected/{s/^[A-Z]*: //;p;q}' "$work/report" | cut -c -200
+    sed -n '/^ERROR: \|file not found\|Unexpected/{s/^[A-Z]*: //;p;q}' "$work/report" | tr -c '[:print:]\n' '?' | cut -c -200
 }
 
 # freshclam calls it a success to be told to come back later.
@@ -105,7 +105,9 @@ choose_containers() {
     local file
     for file in "$mirror"/{main,daily,bytecode}.cvd "$mirror"/current/*.cvd "$upstream"/*.cvd; do
         file=${file##*/}
-        [[ $file == \** || -v served[${file%.cvd}] ]] || choose_container "${file%.cvd}"
+        # Else the name of a patch could be read as that of another database's.
+        [[ $file =~ ^[A-Za-z0-9_]+\.cvd$ ]] || continue
+        [[ -v served[${file%.cvd}] ]] || choose_container "${file%.cvd}"
     done
     ((${#container[@]})) || fail "freshclam fetched no containers" "is ExcludeDatabase in $home/freshclam.conf?"
 }
