@@ -133,7 +133,7 @@ class World(Machine):
         settings = []
         if rate or kill or record:
             number, kind, moment = kill or (0, "AFTER", 0)
-            settings = [*self.hands(rate or 1), *self.day, "ASAN_OPTIONS=verify_asan_link_order=0",
+            settings = [*self.hands(rate or 1), *self.day, "ASAN_OPTIONS=verify_asan_link_order=0:handle_segv=0",
                         f"TARNWICK_TEST_SIGNAL={number}", f"TARNWICK_TEST_{kind}={moment}",
                         *([f"TARNWICK_TEST_RECORD={record}"] if record else [])]
         return self.start(*through, "env", *settings, TOOL, *arguments, **more)

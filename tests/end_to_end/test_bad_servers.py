@@ -64,8 +64,8 @@ def test_whatever_arrives_is_life(world):
     world.servers.place(links=None, content=None)
     world.shell("nginx -c /srv/nginx.conf -s stop"
                 f"; printf '127.0.0.1 {LINKS}\n127.0.0.2 {LINKS}\n' >>/etc/hosts; echo multi on >/etc/host.conf")
-    world.odd_server("slow", 20)
-    assert "version number 3\n" in world.run(rate=20).stdout
+    world.odd_server("slow", 10)
+    assert "version number 3\n" in world.run(rate=10).stdout
 
 
 @pytest.mark.parametrize("name, said", [("VestRUM-2.script", SCRIPTS + SOUND), ("VestRUM.cud", FULL + FETCHED)])

@@ -151,6 +151,7 @@ def test_the_build_can_be_read_from_an_installed_machine(package):
         "version: 2.19.4", "content-host: content.vestrum.example", "key-owner: vendor", f"key-sha256: {key.strip()}")
 
 
+@shipped_as_tested
 def test_packages_meet_debian_policy(package, kit):
     # Which words a compiler's instructions look like is chance; not each needs its override everywhere.
     done = run("lintian", "--allow-root", "--display-info", "--suppress-tags", "unused-override", package, kit)
