@@ -92,7 +92,7 @@ def ask_too_soon(world):
 
 BAD_DAYS = {
     "older": BadDay("", None, an_older_version),
-    "no network": BadDay("Message: Couldn't connect to server", places={"origin": NOBODY}),
+    "no network": BadDay("remote_cvdhead: Download failed (7)", places={"origin": NOBODY}),
     "impostor": BadDay("remote_cvdhead: Download failed (60)", places={"origin": IMPOSTOR}),
     "cut short": BadDay("failed (18)", answers={"GET /daily.cvd": {"body": "ClamAV", "length": 99}}),
     "altered": BadDay("Can't verify database integrity", "freshclam failed with status 7",

@@ -153,15 +153,17 @@ def test_the_build_can_be_read_from_an_installed_machine(package):
 
 @shipped_as_tested
 def test_packages_meet_debian_policy(package, kit):
+    done = run("lintian", "--allow-root", "--display-info", package, kit)
     # Which words a compiler's instructions look like is chance; not each needs its override everywhere.
-    done = run("lintian", "--allow-root", "--display-info", "--suppress-tags", "unused-override", package, kit)
-    assert (done.returncode, done.stdout) == (0, "")
+    found = [line for line in done.stdout.splitlines() if not re.match("N: |I: tarnwick: unused-override ", line)]
+    assert (done.returncode, found) == (0, [])
 
 
 def test_kit_is_found_and_leaves_nothing(kit):
     assert try_out(kit, """dpkg -i --force-depends /tarnwick.deb >/dev/null 2>&1; tarnwick-publish --help | head -n 1
         systemd-analyze verify tarnwick-mirror@srv-vendor.service tarnwick-mirror@srv-vendor.timer
         systemd-analyze security --offline=true --threshold=28 tarnwick-mirror@srv-vendor.service >/dev/null
+        rm -f /run/systemd/systemd-units-load
         ! ls /etc/systemd/system/timers.target.wants 2>&1 | grep mirror
         man -w tarnwick-publish; dpkg -P tarnwick-publish >/dev/null 2>&1""") == (
             ["Usage: tarnwick-publish [--home DIR] COMMAND [ARGUMENT...]", "/usr/share/man/man1/tarnwick-publish.1.gz"],
