@@ -113,7 +113,8 @@ def test_mistakes(home, mistake):
 @pytest.mark.parametrize("words, said", [
     (["init"], "init needs --home DIR: the folder that is to hold the private key"),
     (["--home", "x", "release"], "release takes 1 argument, not 0"),
-    (["--home"], "--home needs a folder")])
+    (["--home"], "--home needs a folder"),
+    (["--home", "x[y", "init"], "the path of a home must not hold any of * ? [ ] \\")])
 def test_what_is_no_command(tmp_path, words, said):
     outcome = publish(None, *words, cwd=tmp_path)
     assert (outcome.returncode, outcome.stdout, outcome.stderr, list(tmp_path.iterdir())) == (
