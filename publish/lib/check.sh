@@ -12,7 +12,8 @@ scripts lead from the oldest version to the newest.
 With --from it asks servers instead, as installations do, through signed links
 over HTTPS: --from https://one.example.org https://two.example.org. A URL that
 names neither host of the installations is a server that stands for both. They
-are not asked for the mirror. Certificates are checked with the system's authorities (or CURL_CA_BUNDLE).
+are not asked for the mirror. Certificates are checked with the system's
+authorities (or CURL_CA_BUNDLE).
 
   --content-host HOST     these three as given to site; without them,
   --links-host HOST       as they were given to it last
