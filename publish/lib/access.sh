@@ -49,7 +49,7 @@ check_patches() {
     local name=$1 newest=$2 number oldest=$2
     while read -r number; do
         ((number >= oldest)) || oldest=$number
-    done < <(compgen -G "$mirror/$name-*.cdiff" | sed -n 's/.*-\([0-9]\+\)\.cdiff$/\1/p')
+    done < <(patches_of "$name")
     for ((number = oldest; 1 < number && number <= newest; number++)); do
         [[ -e $mirror/$name-$number.cdiff ]] || damage "mirror/$name-$number.cdiff is missing"
     done

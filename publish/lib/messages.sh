@@ -40,6 +40,11 @@ leave() {
     exit "$status"
 }
 
+# What others said, fit for a terminal.
+presentable() {
+    tr -d '\r' | tr -c '[:print:]\n' '?' | cut -c -200
+}
+
 # A number and what it counts: 1 script, 2 scripts.
 counted() {
     local plural=s

@@ -84,6 +84,11 @@ publish_patches() {
     sync "$mirror"
 }
 
+# The versions of a database that a patch leads to.
+patches_of() {
+    compgen -G "$mirror/$1-*.cdiff" | sed -n 's/.*-\([0-9]\+\)\.cdiff$/\1/p'
+}
+
 # As many of the newest as are worth fetching instead of the container.
 sweep_patches() {
     local name=$1 number size=0 limit
@@ -91,7 +96,7 @@ sweep_patches() {
     while read -r number; do
         size=$((size + $(stat -c %s "$mirror/$name-$number.cdiff")))
         ((size < limit && number > version[$name] - PATCHES_KEPT)) || rm "$mirror/$name-$number.cdiff"
-    done < <(compgen -G "$mirror/$name-*.cdiff" | sed -n 's/.*-\([0-9]\+\)\.cdiff$/\1/p' | sort -rn)
+    done < <(patches_of "$name" | sort -rn)
 }
 
 nothing_new() {

@@ -116,7 +116,7 @@ push_to_all() {
         wait "${jobs[number]}" || {
             failed[number]=1
             printf 'Not pushed: %s: %s\n' "${places[number]}" \
-                "$(sed -n '/./{p;q}' "$work/said/$number" | tr -d '\r' | tr -c '[:print:]\n' '?' | cut -c -200)"
+                "$(sed -n '/./{p;q}' "$work/said/$number" | presentable)"
         }
     done
 }

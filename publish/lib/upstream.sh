@@ -55,7 +55,7 @@ run_freshclam() {
 
 # What freshclam said first of what went wrong.
 why_it_failed() {
-    sed -n '/^ERROR: \|file not found\|Unexpected/{s/^[A-Z]*: //;p;q}' "$work/report" | tr -c '[:print:]\n' '?' | cut -c -200
+    sed -n '/^ERROR: \|file not found\|Unexpected/{s/^[A-Z]*: //;p;q}' "$work/report" | presentable
 }
 
 # freshclam calls it a success to be told to come back later.
@@ -152,12 +152,7 @@ names_its_version() {
     [[ $(head -c 64 "$1" | tr -d '\0') == "ClamAV-Diff:${number%.cdiff}:"* ]]
 }
 
-# Whether a patch leads on from what was unpacked: signed by ClamAV, and with the
-# result that it promises.
-leads_on() {
-    (cd "$work/$1" && sigtool --run-cdiff="$2") </dev/null >"$work/report" 2>&1
-}
-
+# sigtool applies a patch only if ClamAV signed it, to the result that it promises.
 # What is of no use to clients, such as a patch as large as the container, becomes
 # an empty patch. One that leads to a version before that which is served, or
 # comes after an empty one, cannot be tried here; clients try all of them.
@@ -171,7 +166,7 @@ try_patches() {
     for ((number = to - PATCHES_KEPT + 1; number <= to; number++)); do
         patch=$upstream/$name-$number.cdiff
         if [[ -s $patch ]] && ! { names_its_version "$patch" && (($(stat -c %s "$patch") < limit)) &&
-            { ! $whole || ((number <= from)) || leads_on "$name" "$patch"; }; }; then
+            { ! $whole || ((number <= from)) || apply "$work/$name" "$patch"; }; }; then
             ! disk_is_full || fail "$name-$number.cdiff cannot be tried"
             echo "Left out: $name-$number.cdiff, which is of no use to version $((number - 1))"
             : >"$patch"
