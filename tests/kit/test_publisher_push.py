@@ -12,7 +12,8 @@ from testbed.vendor import publish
 DYING = ["cut.1.90000", *(f"killed.{step}.{moment}" for step, moments in ((1, 11), (2, 5), (3, 3), (4, 11))
                           for moment in range(1, moments)),
          *(f"cut.{step}.{moment}" for step in (1, 2, 3, 4) for moment in range(20, 1800, 360))]
-PUBLIC = "find site mirror -type d -printf '%p %m\n' -o -printf '%p %y %m %l %T@ %s\n' | sort"
+# Without a link's own date: rsync leaves it where it is right to the second, and nobody is given it.
+PUBLIC = "find site mirror -type f -printf '%p %m %T@ %s\n' -o -printf '%p %y %m %l\n' | sort"
 CONTAINER, DEFINITIONS, RECORD = (".cud", ".cud.signature", "-db-version.txt"), ("", ".signature"), ("dns.txt",)
 MIRROR = f"""cd {{}}/mirror; mkdir -p {{}}; cd {{}}
 cp {REPOSITORY}/testbed/clamav/test-{{}}.cvd main.cvd; echo clamav:{{}} >dns.txt"""
