@@ -1,5 +1,5 @@
-/* Preloaded into the tool: lets its steady clock, its pauses and its waits run TARNWICK_TEST_RATE times as fast, and
- * from the second TARNWICK_TEST_SINCE on the time of day too, which it does in nginx as well. It sends the tool
+/* Preloaded into the tool: lets its steady clock, its pauses and its waits run TARNWICK_TEST_RATE times as fast, or,
+ * from the second TARNWICK_TEST_SINCE on, the time of day alone, which it does in nginx as well. It sends the tool
  * TARNWICK_TEST_SIGNAL: TARNWICK_TEST_AFTER microseconds after it was ready for signals, TARNWICK_TEST_SPAWN
  * microseconds after it began to start freshclam, or just before its change number TARNWICK_TEST_STEP to any file. What
  * a loss of power depends on goes to the file TARNWICK_TEST_RECORD: each renaming, deletion and bringing to the disk,
@@ -38,12 +38,11 @@ static long number(const char *name)
 __attribute__((constructor)) static void read_clocks(void)
 {
     const char *text = getenv("TARNWICK_TEST_SINCE");
-    if (number("TARNWICK_TEST_RATE") > 0)
-        rate = number("TARNWICK_TEST_RATE");
     if (text && (is_program("tarnwick") || is_program("nginx"))) {
         since = atol(text);
         rate_of_day = atol(getenv("TARNWICK_TEST_RATE"));
-    }
+    } else if (number("TARNWICK_TEST_RATE") > 0)
+        rate = number("TARNWICK_TEST_RATE");
 }
 
 static struct timespec scaled(const struct timespec *time, long long times, long long divisor)

@@ -33,7 +33,7 @@ def names():
 
 
 class SlowTls:
-    """A TLS server of one connection that is silent for a while before every half of what it sends."""
+    """A TLS server of one connection that is silent for a while before every quarter of what it sends."""
 
     def __init__(self, connection, silence):
         self._connection, self._silence = connection, silence
@@ -54,10 +54,10 @@ class SlowTls:
 
     def _send(self):
         flight = self._sent.read()
-        middle = len(flight) // 2
-        for half in filter(None, (flight[:middle], flight[middle:])):
+        step = -(-len(flight) // 4)
+        for start in range(0, len(flight), max(step, 1)):
             time.sleep(self._silence)
-            self._connection.sendall(half)
+            self._connection.sendall(flight[start:start + step])
 
     def answer(self, *pieces):
         self._until_done(lambda: self._tls.read(9999))
@@ -67,13 +67,13 @@ class SlowTls:
 
 
 def slow(rate):
-    """Its first address never answers; the second is silent for nine seconds, by clocks `rate` times as fast, again
+    """Its first address never answers; the second is silent for four seconds, by clocks `rate` times as fast, again
     and again, and says 3 in the end."""
     listener = socket.create_server(("127.0.0.2", 443))
     full = socket.create_server(("127.0.0.1", 443), backlog=0)
     with full, socket.create_connection(("127.0.0.1", 443)):
         ready()
-        server = SlowTls(listener.accept()[0], 9 / int(rate))
+        server = SlowTls(listener.accept()[0], 4 / int(rate))
         server.answer(b"HTTP/1.1 200 OK\r\nServer: s", b"low\r\nContent-Length: 1\r\n", b"\r\n", b"3")
 
 

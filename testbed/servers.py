@@ -134,9 +134,13 @@ class Servers:
     def _nginx(self, option="", settings=()):
         self._machine.shell(f"env {' '.join(settings)} nginx -c /srv/nginx.conf -e /run/nginx/error.log {option}")
 
+    def stop(self):
+        """Nobody listens where it did."""
+        self._nginx("-s quit; while pidof nginx >/dev/null; do :; done")
+
     def restart(self, *settings):
         """With what the files say now, and with these settings in its environment."""
-        self._nginx("-s quit; while [ -e /run/nginx/pid ]; do :; done")
+        self.stop()
         self._nginx(settings=settings)
 
     def close(self):

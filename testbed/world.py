@@ -155,8 +155,8 @@ class World(Machine):
         return [f"LD_PRELOAD={seen_inside(library)}", f"TARNWICK_TEST_RATE={rate}"]
 
     def hurry(self, rate, since=None):
-        """The time of day, too, runs `rate` times as fast since then (from now on), for the servers and for a tool
-        whose clocks do."""
+        """The time of day, and no other clock, runs `rate` times as fast since then (from now on), for the servers and
+        for a tool that is launched with that rate."""
         self.day = [f"TARNWICK_TEST_SINCE={int(since or time.time())}"]
         self.servers.restart(*self.hands(rate), *self.day)
 

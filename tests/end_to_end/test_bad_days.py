@@ -195,7 +195,7 @@ def test_network_wait(world, route, reachable):
 
 def test_network_that_comes_up_in_the_second_pause(world):
     world.shell("ip route del default")
-    job = world.launch(rate=5)
+    job = world.launch()
     job.read_until(AGAIN + AGAIN)
     world.shell("ip route add default via 192.0.2.1")
     outcome = world.finish(job)
