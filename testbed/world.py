@@ -121,6 +121,11 @@ class World(Machine):
         container = self.path(f"{folder}/VestRUM.cud")
         return int(container.read_bytes().split(b":")[2]) if container.exists() else 0
 
+    def built(self, folder=DATA):
+        """When the container in a database folder was built, as a server's date."""
+        header = self.path(f"{folder}/VestRUM.cud").read_bytes()[:512]
+        return email.utils.formatdate(int(header.split(b":")[8]), usegmt=True)
+
     def litter(self):
         """What lies about that no run should leave."""
         return self.shell(f"find /tmp {PREFIX} /var/lib/tarnwick -mindepth 1 "
