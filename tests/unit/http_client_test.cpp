@@ -19,7 +19,7 @@ std::string ok(const std::string& headers, const std::string& body = "") {
 }
 
 HttpRequest requestFor(const std::string& url) {
-  return {.url = url, .userAgent = "agent ", .idleTimeout = std::chrono::milliseconds(500)};
+  return {.url = url, .userAgent = "agent ", .idleTimeout = std::chrono::seconds(30)};
 }
 
 HttpResult get(HttpClient& client, const std::string& url) {
