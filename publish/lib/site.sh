@@ -20,7 +20,7 @@ END
 
 read_site_options() {
     while (($#)); do
-        [[ $1 != --help ]] || { site_usage; exit 0; }
+        [[ $1 != --help ]] || { usage_of "${command_line[0]}"; exit 0; }
         [[ ${1%%=*} =~ ^--((content|links|mirror)-host|link-secret|certificate(-key)?)$ ]] ||
             misuse "${command_line[0]}: no such option: ${1%%=*}"
         [[ $1 == *=* || $# -gt 1 ]] || misuse "${command_line[0]}: $1 needs a value"

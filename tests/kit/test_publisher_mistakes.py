@@ -121,6 +121,15 @@ def test_what_is_no_command(tmp_path, words, said):
         2, "", f'tarnwick-publish: {said}\nTry "tarnwick-publish --help".\n', [])
 
 
+@pytest.mark.parametrize("words, first", [
+    (["init"], "COMMAND [ARGUMENT...]"), (["release"], "COMMAND [ARGUMENT...]"), (["prune"], "prune [--keep N]"),
+    (["push", "/srv/copy"], "push [--timeout SECONDS] [SERVER...] [OPTION...]")])
+def test_help_is_of_the_command_that_was_named(home, words, first):
+    outcome = publish(home, *words, "--help")
+    assert (outcome.returncode, outcome.stdout.split("\n")[0], outcome.stderr) == (
+        0, f"Usage: tarnwick-publish [--home DIR] {first}", "")
+
+
 @pytest.mark.versions(1)
 def test_nobody_else_can_hold_up_publishing(home):
     hold = f"for file in {home} {home}/*; do exec {{held}}<$file && flock -n $held; done; echo held; read"
