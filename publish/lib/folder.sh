@@ -66,8 +66,7 @@ refuse_signatures() {
     local next=$1 kind line place reason
     kind=$(sed -n 's/.*VestRUM\.\([A-Za-z0-9]*\).*/\1/p;T;q' "$work/report")
     line=$(sed -n 's/.*[Ll]ine \([0-9]\+\).*/\1/p;T;q' "$work/report")
-    reason=$(first_error "$work/report")
-    reason=${reason#LibClamAV Error: }
+    reason=$(first_error "$work/report" | sed 's/^LibClamAV Error: //; s/ at line [0-9]*$//')
     [[ -z $kind || -z $line ]] || place=$(origin_of "$kind" "$line")
     [[ -n ${place:-} ]] || fail "ClamAV refuses these signatures; version $next is not released" "$reason"
     fail "ClamAV refuses $place; version $next is not released" \
