@@ -67,6 +67,10 @@ refuse_signatures() {
     kind=$(sed -n 's/.*VestRUM\.\([A-Za-z0-9]*\).*/\1/p;T;q' "$work/report")
     line=$(sed -n 's/.*[Ll]ine \([0-9]\+\).*/\1/p;T;q' "$work/report")
     reason=$(first_error "$work/report" | sed 's/^LibClamAV Error: //; s/ at line [0-9]*$//')
+    if [[ $kind && ! -s new/VestRUM.$kind ]]; then
+        place=$(origin_of "$kind" 1)
+        fail "ClamAV refuses ${place% line 1}, which is empty; version $next is not released" "remove it from the folder"
+    fi
     [[ -z $kind || -z $line ]] || place=$(origin_of "$kind" "$line")
     [[ -n ${place:-} ]] || fail "ClamAV refuses these signatures; version $next is not released" "$reason"
     fail "ClamAV refuses $place; version $next is not released" \
