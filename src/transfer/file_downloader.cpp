@@ -7,11 +7,10 @@
 #include "base/text_rules.hpp"
 #include "platform/platform.hpp"
 #include "transfer/dsa_verifier.hpp"
+#include "transfer/tool_request.hpp"
 
 namespace tarnwick {
 namespace {
-
-constexpr std::chrono::seconds downloadIdleTimeout(60);
 
 constexpr std::string_view bundleName = "Tarnwick";
 

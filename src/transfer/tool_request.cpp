@@ -12,7 +12,6 @@ std::string toolUserAgent(std::string_view toolVersion) {
 }
 
 HttpRequest toolRequest(std::string url, std::string_view userAgent) {
-  constexpr std::chrono::seconds synchronousIdleTimeout(15);
   return {.url = std::move(url),
           .userAgent = std::string(userAgent),
           .idleTimeout = synchronousIdleTimeout};

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <string_view>
 
@@ -7,10 +8,14 @@
 
 namespace tarnwick {
 
+/// How long nothing at all may arrive: of a small answer, and of a download or its signature.
+inline constexpr std::chrono::seconds synchronousIdleTimeout(15);
+inline constexpr std::chrono::seconds downloadIdleTimeout(60);
+
 /// The "User-Agent" of the tool's own requests. The blank at its end belongs to it.
 std::string toolUserAgent(std::string_view toolVersion);
 
-/// A synchronous request as this tool makes them: the idle limit is 15 seconds.
+/// A synchronous request as this tool makes them.
 HttpRequest toolRequest(std::string url, std::string_view userAgent);
 
 }  // namespace tarnwick
