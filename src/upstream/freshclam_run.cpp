@@ -60,13 +60,13 @@ constexpr std::array configurationError{56};
 constexpr std::array loggerProblem{62};
 
 /// Gone through once, from first to last; each looks at the status that the ones before it left.
-constexpr std::array<Rung, 5> recoveryLadder{{
+constexpr auto recoveryLadder = std::to_array<Rung>({
     {folderProblem, [](RunContext& context) { fixDatabasePermissions(context); }},
     {mirrorProblem, [](RunContext& context) { switchFreshclamMirror(context, false); }},
     {configurationError, [](RunContext&) { restoreSpareConfiguration(); }},
     {configurationError, [](RunContext&) { restoreCleanConfiguration(); }},
     {loggerProblem, killOtherFreshclams},
-}};
+});
 
 int runFreshclam(const RunContext& context) {
   return runInterruptibleShellCommand(context.freshclamCommand);

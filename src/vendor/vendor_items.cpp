@@ -5,7 +5,7 @@
 namespace tarnwick {
 
 std::span<const VendorItem> vendorItems() {
-  static constexpr std::array<VendorItem, 6> items{{
+  static constexpr auto items = std::to_array<VendorItem>({
       {.name = "fp", .inContainer = true},
       {.name = "hdb", .inContainer = true},
       {.name = "ign2", .inContainer = true},
@@ -13,7 +13,7 @@ std::span<const VendorItem> vendorItems() {
       {.name = "ldb", .inContainer = true},
       // ClamAV does not know the kind of this file, so that its verdict on it means nothing.
       {.name = "database", .scannerDecides = false},
-  }};
+  });
   return items;
 }
 

@@ -4,9 +4,9 @@
 
 /// The table of a vendor who publishes one file more. Linked in the place of the program's own.
 std::span<const tarnwick::VendorItem> tarnwick::vendorItems() {
-  static constexpr std::array<VendorItem, 2> items{{
+  static constexpr auto items = std::to_array<VendorItem>({
       {.name = "database", .scannerDecides = false},
       {.name = "second.ndb", .zipped = true},
-  }};
+  });
   return items;
 }
