@@ -81,7 +81,7 @@ def installed_machine(machine):
     machine.write("/srv/next", "Mon 2026-11-23 08:11:05 UTC\n")
     assert ended(machine, SERVICE_RESULT="success", EXIT_CODE="exited", EXIT_STATUS="0") == ""
     yield machine
-    machine.shell("rm -rf /data /etc/default/tarnwick /usr/local/lib/tarnwick")
+    machine.shell(f"rm -rf {BIN} /data /etc/default/tarnwick /usr/local/lib/tarnwick")
 
 
 def long(machine, before="", changes=(), through=(), status=0):
@@ -152,6 +152,10 @@ TROUBLES = {
 - Others than root can change {BIN}/freshclam:
     {LAY_OUT}
 """),
+    "links": Trouble(f"""{UNHEALTHY}\
+- Others than root can change what {BIN}/link leads to:
+    let it lead to what is root's alone, or remove it
+""", f"mkdir -m 777 /data; cp /bin/true /data; cd {BIN}; ln -s /data/true link; ln -s /nowhere gone"),
     "timer": Trouble(before=">/srv/next", told=f"""{UNHEALTHY}\
 - No run is to come:
     switch them on: sudo systemctl enable --now tarnwick.timer
