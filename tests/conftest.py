@@ -1,11 +1,14 @@
-"""Worlds for the tests; the world of a test that failed is kept."""
+"""Worlds and publishing homes for the tests; the world of a test that failed is kept."""
 
+import pathlib
 import re
+import shutil
+import tempfile
 import threading
 
 import pytest
 
-from testbed import REPOSITORY, World
+from testbed import REPOSITORY, World, vendor
 
 LONGEST_TEST = 240  # seconds, on a busy machine; nothing here waits for more than events that come at once
 
@@ -49,3 +52,14 @@ def shared_world():
     """One world for all tests of a file, each of which prepares what it needs. Four versions are out."""
     with World(versions=4) as made:
         yield made
+
+
+@pytest.fixture
+def home(request):
+    """Four versions and a definitions file are out, or as many versions as `@pytest.mark.versions(n)` says. It lies
+    where a server could reach it, which neither pytest's folders nor every $TMPDIR do."""
+    marker = request.node.get_closest_marker("versions")
+    with tempfile.TemporaryDirectory(prefix="publishing-", dir="/tmp") as folder:
+        pathlib.Path(folder).chmod(0o755)
+        made = vendor.home(marker.args[0] if marker else 4)
+        yield pathlib.Path(shutil.copytree(made, f"{folder}/home", symlinks=True))
