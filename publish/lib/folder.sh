@@ -69,7 +69,8 @@ refuse_signatures() {
     reason=$(first_error "$work/report" | sed 's/^LibClamAV Error: //; s/ at line [0-9]*$//')
     if [[ $kind && ! -s new/VestRUM.$kind ]]; then
         place=$(origin_of "$kind" 1)
-        fail "ClamAV refuses ${place% line 1}, which is empty; version $next is not released" "remove it from the folder"
+        fail "ClamAV refuses ${place% line 1}, which is empty; version $next is not released" \
+            "remove it from the folder"
     fi
     [[ -z $kind || -z $line ]] || place=$(origin_of "$kind" "$line")
     [[ -n ${place:-} ]] || fail "ClamAV refuses these signatures; version $next is not released" "$reason"

@@ -66,7 +66,8 @@ build_script() {
     mkdir script
     mv "new/VestRUM-$next.script" script
     # sigtool's word is not enough: on a full disk it says so of an empty script.
-    { replay "$work/script" published $((next - 1)) "$next" && diff -rq -x VestRUM.cud new published; } >/dev/null 2>&1 ||
+    { replay "$work/script" published $((next - 1)) "$next" &&
+        diff -rq -x VestRUM.cud new published; } >/dev/null 2>&1 ||
         fail "the script from version $((next - 1)) to $next does not lead there; it is not released"
     sign "script/VestRUM-$next.script"
 }

@@ -5,14 +5,20 @@ apply() {
     (cd "$1" && sigtool --run-cdiff="$2") </dev/null >"$work/report" 2>&1
 }
 
+# The files here as combine.awk wants them.
+lines_and_names() {
+    # grep finds no line in an empty file and says so; that is no failure here.
+    grep -c '' -- * /dev/null | sed 's/^\(.*\):\([0-9]*\)$/\2 \1/' || true
+    echo -
+}
+
 # Many scripts in a large file are much faster as one. Whatever that does not
 # bear is left as it was, for the joined script, which tells what is wrong.
 apply_combined() {
     local place=$1 to=$2 combined=$work/combined/VestRUM-$2.script
     rm -rf "$work/combined" "$work/tried"
     mkdir "$work/combined"
-    # grep finds no line in an empty file and says so; that is no failure here.
-    { { (cd "$place" && grep -c '' -- * /dev/null | sed 's/^\(.*\):\([0-9]*\)$/\2 \1/') || true; } && echo - && cat "$work/joined/VestRUM-$to.script"; } |
+    { (cd "$place" && lines_and_names) && cat "$work/joined/VestRUM-$to.script"; } |
         awk -f "${program%/*}/lib/combine.awk" >"$combined" || return 1
     cp -r "$place" "$work/tried"
     apply "$work/tried" "$combined" || return 1

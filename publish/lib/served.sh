@@ -60,7 +60,8 @@ expect_refusal() {
 check_guards() {
     local path=$SCRIPTED_PATH/VestRUM-db-version.txt
     expect_refusal 403 "a link without a signature" "https://$links_host$path"
-    expect_refusal 403 "a link signed with another secret" "$(signed_links "$LINK_SECONDS" "not-$link_secret" <<<"$path")"
+    expect_refusal 403 "a link signed with another secret" \
+        "$(signed_links "$LINK_SECONDS" "not-$link_secret" <<<"$path")"
     expect_refusal 410 "a link that has expired" "$(signed_links -60 "$link_secret" <<<"$path")"
 }
 

@@ -68,7 +68,8 @@ recall_site_options() {
 plain_values() {
     local value
     for value in "$content_host" "$links_host" "$mirror_host" "$link_secret"; do
-        [[ $value =~ ^[[:alnum:]._-]+$ ]] || fail "\"$value\" cannot be used as a host name or secret: letters, digits, . _ - only"
+        [[ $value =~ ^[[:alnum:]._-]+$ ]] ||
+            fail "\"$value\" cannot be used as a host name or secret: letters, digits, . _ - only"
     done
     for value in "$home" "$certificate" "$certificate_key"; do
         [[ $value != *[\"\$\\]* ]] || fail "$value holds a character that nginx reads differently"
