@@ -4,6 +4,7 @@ Figures are of this machine and this moment: quote the ratios, and capacities to
 """
 
 import argparse
+import signal
 import sys
 
 import fleet_capacity
@@ -34,6 +35,7 @@ def arguments():
 def main():
     options = arguments()
     if options.simulate:
+        signal.signal(signal.SIGPIPE, signal.SIG_DFL)  # who reads the first line only need not hear of the rest
         fleet_simulation.released_and_worst(options)
     elif options.machines:
         sys.exit(0 if fleet_machines.play(options.machines, options.versions, options.kept) else 1)
