@@ -87,15 +87,17 @@ def one_more_script():
         one, few = (min(run_from(version) for _ in range(ROUNDS * 2)) for version in (FEW, 1))
         alone = min(apply_each(world) for _ in range(ROUNDS * 2)) / FEW
         each = (few - one) / (FEW - 1)
-        print(f"One script more costs a run {each * 1000:.1f} ms: fetched, verified and applied. A sigtool run for each "
-              f"takes {alone * 1000:.1f} ms to apply it only, {alone / each:.1f} times as long (least of {ROUNDS * 2} runs)")
+        print(f"One script more costs a run {each * 1000:.1f} ms: fetched, verified and applied. A sigtool run for "
+              f"each takes {alone * 1000:.1f} ms to apply it only, {alone / each:.1f} times as long "
+              f"(least of {ROUNDS * 2} runs)")
 
 
 def large_container():
     """A container that is mostly a member which ClamAV passes over, so that the scanner stays small."""
     with World(versions=1) as world:
         world.freshclam(1)
-        world.write(f"{BIN}/freshclam", "#!/bin/sh\ngrep VmHWM /proc/$(pgrep -x tarnwick)/status >/srv/peak\nexit 1\n", 0o755)
+        world.write(f"{BIN}/freshclam", "#!/bin/sh\ngrep VmHWM /proc/$(pgrep -x tarnwick)/status >/srv/peak\nexit 1\n",
+                    0o755)
         work = world.path("/srv/large")
         work.mkdir()
         (work / "filling.bin").write_bytes(random.Random(1).randbytes(CONTAINER_MEGABYTES << 20))

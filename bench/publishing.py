@@ -102,7 +102,8 @@ def many_scripts(folder, home):
         ln -sfn ../../releases/{SCRIPTS + 1} {scripted}/current
         cp new/VestRUM.cud {scripted}/current/
         echo VestRUM:{SCRIPTS + 1} >{scripted}/VestRUM-db-version.txt"""], cwd=folder, check=True, capture_output=True)
-    before, after = ((folder / name / "VestRUM.info").read_text(encoding="ascii").splitlines() for name in ("old", "new"))
+    before, after = ((folder / name / "VestRUM.info").read_text(encoding="ascii").splitlines()
+                     for name in ("old", "new"))
     with open(last, "a", encoding="ascii") as script:
         changes = (f"XCHG {place} {old.split()[0]} {now}\n" for place, (old, now) in enumerate(zip(before, after), 1))
         script.writelines(["OPEN VestRUM.info\n", *changes, "CLOSE\n"])
@@ -117,7 +118,8 @@ def one_by_one_and_joined(folder, home):
     taken, results = [], []
     for name, ones in (("single", scripts), ("joined", [folder / f"VestRUM-{JOINED + 1}.script"])):
         (folder / name).mkdir()
-        subprocess.run(["sigtool", f"--unpack={home / 'first.cud'}"], cwd=folder / name, check=True, capture_output=True)
+        subprocess.run(["sigtool", f"--unpack={home / 'first.cud'}"], cwd=folder / name, check=True,
+                       capture_output=True)
         before = resource.getrusage(resource.RUSAGE_CHILDREN)
         for script in ones:
             subprocess.run(["sigtool", f"--run-cdiff={script}"], cwd=folder / name, check=False, capture_output=True)

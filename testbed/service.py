@@ -45,7 +45,8 @@ def command(setting):
 
 def ended(world, **environment):
     """What the service says and does when a run has ended."""
-    world.shell("mkdir -p /usr/local/lib /var/log/tarnwick; ln -sfn /repository/packaging/linux /usr/local/lib/tarnwick")
+    world.shell("mkdir -p /usr/local/lib /var/log/tarnwick; cd /usr/local/lib; "
+                "ln -sfn /repository/packaging/linux tarnwick")
     said = ""
     for setting in AFTERWARDS:
         outcome = world.command(*command(setting), env=environment)

@@ -36,7 +36,8 @@ def give_definitions_for_container(world):
 def give_an_old_container(world):
     no_container(world)
     world.write("/srv/old", world.container(1))
-    world.shell("cd /srv; openssl dgst -sha1 -binary old | openssl dgst -sha1 -sign vendor/private.pem | base64 >old.signature")
+    world.shell("cd /srv; openssl dgst -sha1 -binary old | openssl dgst -sha1 -sign vendor/private.pem | "
+                "base64 >old.signature")
     for end in ("", ".signature"):
         world.servers.answer(f"{SCRIPTED}VestRUM.cud{end}", world.path(f"/srv/old{end}").read_bytes())
 
@@ -53,13 +54,15 @@ ANSWERS = {
         give_definitions_for_container, FULL + WHOLE
         + "VestRUM.cud DB integrity check failed. Deleting the newly downloaded file\n", 0),
     # What signatures without a version cannot prevent.
-    "a genuine container of long ago": Answers(give_an_old_container, FULL + FETCHED.replace("version 3", "version 1"), 1),
+    "a genuine container of long ago": Answers(
+        give_an_old_container, FULL + FETCHED.replace("version 3", "version 1"), 1),
     "a header without end": Answers(lambda world: world.servers.answer(
         SCRIPTED + "VestRUM-2.script", headers=["X: " + "x" * 2_000_000]), NO_SCRIPT),
     "headers without number": Answers(lambda world: world.servers.answer(
         SCRIPTED + "VestRUM-2.script", headers=[f"X-{number}: x" for number in range(100_000)]), NO_SCRIPT),
     "a status of its own": Answers(
-        lambda world: world.servers.answer(SCRIPTED + "VestRUM-2.script", status="99999999999999999999 \x1b[2J"), NO_SCRIPT),
+        lambda world: world.servers.answer(SCRIPTED + "VestRUM-2.script", status="99999999999999999999 \x1b[2J"),
+        NO_SCRIPT),
 }
 
 

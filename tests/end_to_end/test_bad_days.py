@@ -163,7 +163,8 @@ def test_a_disk_with_room_for_one(world):
     outcome = world.run("--datadir=/data")
     assert outcome.stdout == (
         BANNER + CURRENT + INSTALLED.replace(" 108 ", f" {5 * MEBIBYTE // 2} ") + FRESHCLAM.replace(
-            "\nfreshclam ", f"\n{SAVED.format('main.cvd')}Downloaded main.cvd from {MIRROR}\nfreshclam --datadir=/data "))
+            "\nfreshclam ",
+            f"\n{SAVED.format('main.cvd')}Downloaded main.cvd from {MIRROR}\nfreshclam --datadir=/data "))
     assert world.shell("cd /data; stat -c '%s %n' *.cvd Vestrum.database") == (
         f"5 bytecode.cvd\n5 daily.cvd\n{4 * MEBIBYTE} main.cvd\n{5 * MEBIBYTE // 2} Vestrum.database\n")
 

@@ -28,7 +28,8 @@ def test_first_run_then_up_to_date_then_three_scripts(new_world):
     before = new_world.path(CONFIGURATION).read_bytes()
     first = new_world.run()
     assert (first.status, first.stdout, first.stderr) == (1, BANNER + FULL + FETCHED + INSTALLED + FRESHCLAM, "")
-    assert paths(new_world) == [*whole("Scripted/VestRUM.cud"), ("HEAD", "Vestrum.database"), *whole("Vestrum.database")]
+    assert paths(new_world) == [
+        *whole("Scripted/VestRUM.cud"), ("HEAD", "Vestrum.database"), *whole("Vestrum.database")]
     assert new_world.version() == 3
     state = {"database-Last-Modified": new_world.modified("Vestrum.database"),
              "hdb-Last-Modified": new_world.built()}

@@ -46,7 +46,8 @@ def test_what_root_executes_or_believes_becomes_its_own(world):
 
 
 def test_provisioning_says_what_to_do_when_it_cannot(world):
-    for command, message in ((f"setpriv --reuid=1 {PROVISION}", f"only root can lay out {PREFIX}; try: sudo {PROVISION}\n"),
+    for command, message in ((f"setpriv --reuid=1 {PROVISION}",
+                              f"only root can lay out {PREFIX}; try: sudo {PROVISION}\n"),
                              (f"sed -i /clamav/d /etc/group; {PROVISION}", "there is no user and group clamav\n"
                               "provision: they come with: apt-get install clamav-freshclam\n")):
         outcome = world.command("sh", "-c", f"cp /etc/group /tmp; {command}; s=$?; cp /tmp/group /etc; exit $s")

@@ -46,7 +46,8 @@ def test_the_printed_site_guards_what_it_serves(world):
         answer = world.shell(f"printf 'GET {path} HTTP/1.0\\r\\nHost: {host}\\r\\n\\r\\n' | "
                              f"openssl s_client -quiet -connect {host}:443 2>/dev/null").split("\n\n")[0]
         headers = dict(line.partition(": ")[::2] for line in answer.splitlines()[1:])
-        return answer.split()[1], headers["Content-Length"] if answer.split()[1] == "200" else "", "Last-Modified" in headers
+        status = answer.split()[1]
+        return status, headers["Content-Length"] if status == "200" else "", "Last-Modified" in headers
 
     def link(path, expiry, secret="Kesto-Ra"):
         digest = hashlib.md5(f"{secret}{path}{expiry}".encode()).digest()

@@ -65,8 +65,8 @@ MISTAKES = {
     "no signature": Mistake(
         f"echo x >../new/b.hdb; echo {'b' * 32}:68:w >../new/a.hdb", TO_RELEASE, "ClamAV refuses {new}/b.hdb line 1; "
         "version 2 is not released\nthere stands: x\ncli_loadhash: Problem parsing database\n"),
-    "an empty file": Mistake("touch ../new/e.hdb", TO_RELEASE, "ClamAV refuses {new}/e.hdb, which is empty; version 2 is "
-                             "not released\nremove it from the folder\n"),
+    "an empty file": Mistake("touch ../new/e.hdb", TO_RELEASE, "ClamAV refuses {new}/e.hdb, which is empty; version 2 "
+                             "is not released\nremove it from the folder\n"),
     "a reserved kind": Mistake("touch ../new/x.info", TO_RELEASE, "{new}/x.info would be lost: sigtool writes a .info "
                                "of its own; remove it from the folder\n"),
     "an unknown kind": Mistake("echo x >../new/x.txt", TO_RELEASE, "{new}/x.txt cannot be released: ClamAV takes no "

@@ -68,7 +68,8 @@ def test_scripts_that_are_combined_lead_where_they_lead_one_by_one(home, tmp_pat
             for number in range(dice.randrange(1, 9)):
                 body = dice.randbytes(16).hex()
                 known.insert(dice.randrange(len(known) + 1), {
-                    "hdb": f"{body}:77:Sample-{version}-{number}", "ndb": f"Sample-{version}-{number}:0:*:{body}"}[kind])
+                    "hdb": f"{body}:77:Sample-{version}-{number}",
+                    "ndb": f"Sample-{version}-{number}:0:*:{body}"}[kind])
             (signatures / f"x.{kind}").write_text("".join(f"{line}\n" for line in known), encoding="ascii")
         outcome = publish(home, "release", signatures)
         assert outcome.returncode == 0, outcome

@@ -32,7 +32,8 @@ def test_sigtool_applies_a_folder_of_scripts_in_the_order_of_their_versions(worl
             "; cut -d: -f3 VestRUM.info | head -n 1; ls COPYING")
     # 10 comes after 9; what is not newer than the container is passed over; the first that fails is the last.
     for preparation, answer in (("mv VestRUM-2.script scripts", "2\n"), ("mv VestRUM-3.script scripts", "3\n"),
-                                ("touch scripts/VestRUM-10.script; mv VestRUM-4.script scripts/VestRUM-9.script", "4\n"),
+                                ("touch scripts/VestRUM-10.script; mv VestRUM-4.script scripts/VestRUM-9.script",
+                                 "4\n"),
                                 ("cd scripts; rm *9*; echo CLOSE >V-11.script; echo UNLINK COPYING >V-12.script",
                                  "failed\n4\n"), ("rm scripts/V-*; touch scripts/other.script", "failed\n4\n")):
         world.shell(f"cd /tmp; {preparation}")

@@ -10,7 +10,7 @@ README = (REPOSITORY / "README.md").read_text(encoding="utf-8")
 
 
 def plain(source):
-    """The words of a piece of the manual; a macro of two letters joins its arguments, one of a single letter does not."""
+    """The words of a piece of the manual; a macro of two letters joins its arguments, one of a single one does not."""
     words = []
     for line in source.strip().splitlines():
         macro = re.match(r"\.([BIR]{1,2}) (.*)", line)

@@ -144,7 +144,8 @@ def test_the_build_can_be_read_from_an_installed_machine(package):
     output, _ = try_out(package, "dpkg -i /tarnwick.deb >/dev/null 2>&1; cat /usr/lib/tarnwick/build")
     key = run("sh", "-euc", 'openssl pkey -pubin -in "$1" -outform DER | sha256sum | cut -c -64', "sh",
               REPOSITORY / "build/vendor/public.pem").stdout
-    hosts = ("content", "link", "mirror", "older-mirror", "version-record", "upstream-mirror", "upstream-version-record")
+    hosts = ("content", "link", "mirror", "older-mirror", "version-record", "upstream-mirror",
+             "upstream-version-record")
     assert [line.split(":")[0] for line in output] == [
         "version", "release", "maintainer", *(f"{host}-host" for host in hosts), "key-owner", "key-sha256"]
     assert (output[0], output[3], *output[-2:]) == (
@@ -260,7 +261,8 @@ def test_flags_of_a_distribution_are_borne(tmp_path):
     assert (done.returncode, "hosts that do not exist, content.example.org and" in done.stderr) == (0, True)
     done = run("cmake", tmp_path, "-DTARNWICK_LINK_HOST=links.example.org", "-DTARNWICK_LINK_SECRET=Kesto-Ra",
                f"-DTARNWICK_PUBLIC_KEY_FILE={REPOSITORY}/settings/vendor_public_key.pem")
-    assert re.findall("the example (?:key|secret)", " ".join(done.stderr.split())) == ["the example key", "the example secret"]
+    assert re.findall("the example (?:key|secret)", " ".join(done.stderr.split())) == [
+        "the example key", "the example secret"]
     assert "key-owner: example\n" in (tmp_path / "generated/build").read_text(encoding="utf-8")
     changes = (tmp_path / "packaging/changelog").read_text(encoding="utf-8").splitlines()
     assert (changes[0], changes[4], changes[6]) == (
