@@ -2,19 +2,14 @@
 # The definitions file Vestrum.database: published and withdrawn.
 
 publish_pair() {
-    local file=$1 previous=0 number link=$tree/current time
+    local file=$1 previous=0 number link=$tree/current
     [[ ! -L $link ]] || previous=$(readlink "$link")
     number=$((${previous##*/} + 1))
     sweep_others "$site/definitions" "$link"
     mkdir "$work/pair"
     cp --no-preserve=all -- "$file" "$work/pair/Vestrum.database"
     sign "$work/pair/Vestrum.database"
-    # Installations compare times in whole seconds: two publications within
-    # one second would look like one.
-    if [[ -e $link/Vestrum.database ]]; then
-        time=$(($(stat -c %Y "$link/Vestrum.database") + 1))
-        ((time <= $(date +%s))) || touch -d "@$time" "$work/pair/Vestrum.database"
-    fi
+    [[ ! -e $link/Vestrum.database ]] || date_after "$work/pair" "$link"
     sync "$work"/pair/* "$work/pair"
     mv -T "$work/pair" "$site/definitions/$number"
     switch_link "../definitions/$number" "$link"

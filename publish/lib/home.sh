@@ -129,6 +129,15 @@ switch_link() {
     sync "${link%/*}"
 }
 
+# Whoever keeps a copy of a file goes by its date, in whole seconds, and its
+# length: two publications within one second would look like one.
+date_after() {
+    local new=$1 published=$2 first last
+    first=$(stat -c %Y -- "$new"/* | sort -n | sed -n 1p)
+    last=$(stat -c %Y -- "$published"/* | sort -n | tail -n 1)
+    ((first > last)) || touch -d "@$((last + 1))" -- "$new"/*
+}
+
 # Removes every entry of a folder but the one that a link leads to: what was
 # published before, and what an interrupted change left behind.
 sweep_others() {

@@ -80,6 +80,7 @@ put_in_place() {
     mv new/VestRUM.cud release/VestRUM.cud
     sign release/VestRUM.cud
     printf 'VestRUM:%s\n' "$next" >release/VestRUM-db-version.txt
+    ((next == 1)) || date_after release "$scripted/current"
     sync release/* release
     if ((next > 1)); then
         sync script/*

@@ -38,6 +38,18 @@ def test_a_cut_leaves_the_old_set_or_the_new_one(home, tmp_path, command, killed
     assert not (home / "work").exists()
 
 
+def test_what_is_published_is_dated_after_what_was(home, tmp_path):
+    (tmp_path / "new").write_text(vendor.definitions_text(2), encoding="ascii")
+    for path in (home / "site").glob("*s/*/*"):
+        os.utime(path, (0, 4102444800))
+    for command in (["release", vendor.signature_folder(tmp_path / "signatures", 5)], ["definitions", tmp_path / "new"]):
+        publish(home, *command).check_returncode()
+    published = (home / "site").glob("*s/*/*")
+    assert {path.name: path.stat().st_mtime for path in published} == dict.fromkeys(
+        ["Vestrum.database", "Vestrum.database.signature", "VestRUM-db-version.txt", "VestRUM.cud",
+         "VestRUM.cud.signature"], 4102444801)
+
+
 def test_the_printed_site_guards_what_it_serves(world):
     world.publish("withdraw")
 
