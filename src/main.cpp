@@ -1,4 +1,4 @@
-#include "driver/program/run_driver.hpp"
+#include "program/run_driver.hpp"
 
 int main(int argc, char** argv) {
   return tarnwick::runTarnwick(argc, argv);

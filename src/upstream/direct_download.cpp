@@ -11,11 +11,11 @@
 #include "base/files.hpp"
 #include "base/prefix.hpp"
 #include "base/text_rules.hpp"
-#include "driver/run/commands.hpp"
-#include "driver/run/console.hpp"
-#include "driver/run/database_folder.hpp"
-#include "transfer/file_downloader.hpp"
-#include "transfer/tool_request.hpp"
+#include "driver/commands.hpp"
+#include "driver/console.hpp"
+#include "driver/database_folder.hpp"
+#include "transfer/http/file_downloader.hpp"
+#include "transfer/http/tool_request.hpp"
 
 namespace tarnwick {
 namespace {

@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "driver/run/run_context.hpp"
-#include "transfer/http_client.hpp"
+#include "driver/run_context.hpp"
+#include "transfer/http/http_client.hpp"
 
 /// ClamAV's databases fetched whole from the mirror, without `freshclam`.
 namespace tarnwick {

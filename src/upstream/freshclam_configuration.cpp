@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "base/prefix.hpp"
-#include "driver/run/commands.hpp"
+#include "driver/commands.hpp"
 #include "platform/platform.hpp"
 #include "settings/vendor_settings.hpp"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "driver/run/run_context.hpp"
+#include "driver/run_context.hpp"
 
 namespace tarnwick {
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "driver/run/run_context.hpp"
+#include "driver/run_context.hpp"
 #include "vendor/vendor_session.hpp"
 
 namespace tarnwick {

@@ -10,7 +10,7 @@
 #include "base/files.hpp"
 #include "base/prefix.hpp"
 #include "base/text_rules.hpp"
-#include "driver/run/console.hpp"
+#include "driver/console.hpp"
 
 namespace tarnwick {
 namespace {

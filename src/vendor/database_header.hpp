@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "driver/run/run_context.hpp"
+#include "driver/run_context.hpp"
 
 /// The first line of a ClamAV database container: nine fields separated by ":". A bare file name
 /// that does not exist in the working directory is looked for in the product's own database

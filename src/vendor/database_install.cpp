@@ -5,7 +5,7 @@
 
 #include "base/durable_file.hpp"
 #include "base/files.hpp"
-#include "driver/run/commands.hpp"
+#include "driver/commands.hpp"
 
 namespace tarnwick {
 namespace {

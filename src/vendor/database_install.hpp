@@ -2,7 +2,7 @@
 
 #include <filesystem>
 
-#include "driver/run/run_context.hpp"
+#include "driver/run_context.hpp"
 
 namespace tarnwick {
 

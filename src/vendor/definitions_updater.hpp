@@ -3,8 +3,8 @@
 #include <optional>
 #include <string>
 
-#include "driver/run/run_context.hpp"
-#include "driver/run/update_state.hpp"
+#include "driver/run_context.hpp"
+#include "driver/update_state.hpp"
 #include "vendor/vendor_session.hpp"
 
 namespace tarnwick {

@@ -8,7 +8,7 @@
 
 #include "base/text_rules.hpp"
 #include "settings/vendor_settings.hpp"
-#include "transfer/file_hash.hpp"
+#include "transfer/signing/file_hash.hpp"
 
 namespace tarnwick {
 namespace {

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "transfer/file_downloader.hpp"
+#include "transfer/http/file_downloader.hpp"
 
 namespace tarnwick {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "driver/run/run_context.hpp"
-#include "driver/run/update_state.hpp"
+#include "driver/run_context.hpp"
+#include "driver/update_state.hpp"
 #include "vendor/vendor_session.hpp"
 
 namespace tarnwick {

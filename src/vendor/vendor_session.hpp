@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "transfer/http_client.hpp"
+#include "transfer/http/http_client.hpp"
 
 namespace tarnwick {
 

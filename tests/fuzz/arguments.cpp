@@ -1,8 +1,8 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "driver/program/command_line.hpp"
 #include "fuzz.hpp"
+#include "program/command_line.hpp"
 
 namespace tarnwick::fuzz {
 

@@ -5,7 +5,7 @@
 #include "base/text_rules.hpp"
 #include "fuzz.hpp"
 #include "testbed/loopback_server.hpp"
-#include "transfer/file_downloader.hpp"
+#include "transfer/http/file_downloader.hpp"
 
 namespace tarnwick::fuzz {
 

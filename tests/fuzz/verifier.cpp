@@ -5,7 +5,7 @@
 #include <bitset>
 
 #include "fuzz.hpp"
-#include "transfer/dsa_verifier.hpp"
+#include "transfer/signing/dsa_verifier.hpp"
 
 namespace tarnwick::fuzz {
 

@@ -1,10 +1,10 @@
-#include "driver/run/commands.hpp"
+#include "driver/commands.hpp"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include "base/text_rules.hpp"
-#include "driver/run/database_folder.hpp"
+#include "driver/database_folder.hpp"
 #include "testbed/scratch.hpp"
 
 namespace tarnwick {

@@ -1,4 +1,4 @@
-#include "driver/run/console.hpp"
+#include "driver/console.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "transfer/dsa_verifier.hpp"
+#include "transfer/signing/dsa_verifier.hpp"
 
 #include <gtest/gtest.h>
 

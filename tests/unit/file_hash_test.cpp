@@ -1,4 +1,4 @@
-#include "transfer/file_hash.hpp"
+#include "transfer/signing/file_hash.hpp"
 
 #include <gtest/gtest.h>
 

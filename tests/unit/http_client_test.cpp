@@ -1,10 +1,10 @@
-#include "transfer/http_client.hpp"
+#include "transfer/http/http_client.hpp"
 
 #include <gtest/gtest.h>
 
 #include "testbed/loopback_server.hpp"
 #include "testbed/scratch.hpp"
-#include "transfer/file_downloader.hpp"
+#include "transfer/http/file_downloader.hpp"
 
 namespace tarnwick {
 namespace {

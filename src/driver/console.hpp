@@ -1,0 +1,27 @@
+#pragma once
+
+#include <fmt/format.h>
+
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "driver/run_context.hpp"
+
+namespace tarnwick {
+
+/// Writes a finished line where lines of this format go. `format` is the format string itself:
+/// it, and not the line made from it, decides what stays out of the log.
+void writeMessage(const RunContext& context, std::string_view format, const std::string& line);
+
+/// Reports one line: to standard output unless the run is quiet, and to the log when there is
+/// one. Appends the line feed. Cannot fail.
+template <typename... Arguments>
+void printMessage(const RunContext& context, fmt::format_string<Arguments...> format,
+                  Arguments&&... arguments) {
+  const fmt::string_view text = format;
+  writeMessage(context, {text.data(), text.size()},
+               fmt::format(format, std::forward<Arguments>(arguments)...) + '\n');
+}
+
+}  // namespace tarnwick

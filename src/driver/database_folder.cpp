@@ -1,0 +1,41 @@
+#include "driver/database_folder.hpp"
+
+#include <fmt/format.h>
+#include <sys/stat.h>
+
+#include "base/text_rules.hpp"
+#include "driver/commands.hpp"
+
+namespace tarnwick {
+
+std::filesystem::path inDataDirectory(const RunContext& context, std::string_view name) {
+  return std::filesystem::path(context.dataDirectory) / name;
+}
+
+DataDirectoryUse dataDirectoryUse(const RunContext& context) {
+  if (context.dataDirectory.empty()) return DataDirectoryUse::nothing;
+  struct stat root = {};
+  struct stat directory = {};
+  if (!isPlainShellWord(context.dataDirectory) || ::stat("/", &root) != 0) {
+    return DataDirectoryUse::files;
+  }
+  const bool found = ::stat(context.dataDirectory.c_str(), &directory) == 0;
+  const bool isRoot = found && directory.st_dev == root.st_dev && directory.st_ino == root.st_ino;
+  return isRoot ? DataDirectoryUse::files : DataDirectoryUse::commands;
+}
+
+void fixDatabasePermissions(const RunContext& context) {
+  // A mistaken argument must not turn into a command on the whole file system.
+  if (dataDirectoryUse(context) == DataDirectoryUse::commands) {
+    runShellCommand(fmt::format("chown -R clamav:clamav {}", context.dataDirectory));
+    runShellCommand(fmt::format("chmod 0775 {}", context.dataDirectory));
+    runShellCommand(fmt::format("chmod 0664 {}/*", context.dataDirectory));
+  }
+  if (!context.logEnabled || !context.logPath) return;
+  // Where a link can be put between the commands, root must not be led to another file by it.
+  if (othersCanPlaceLink(*context.logPath)) return openLogToAll(*context.logPath);
+  runShellCommand(fmt::format("touch {}", *context.logPath));
+  runShellCommand(fmt::format("chmod a+rw {}", *context.logPath));
+}
+
+}  // namespace tarnwick

@@ -1,0 +1,98 @@
+#include "driver/termination.hpp"
+
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <csignal>
+#include <string_view>
+
+#include "base/termination_signals.hpp"
+#include "driver/process_family.hpp"
+#include "platform/platform.hpp"
+
+namespace tarnwick {
+namespace {
+
+// The one global of the program: a signal handler is handed nothing but a number.
+struct {
+  std::atomic<const RunContext*> run{nullptr};  ///< all are set before any handler is
+  std::atomic<const posix_spawnattr_t*> childAttributes{nullptr};
+  std::atomic<pid_t> command{0};
+} interrupted;
+
+/// A reader that has stopped reading must not keep the run from ending.
+void writeIfReady(int descriptor, std::string_view line) {
+  constexpr int patience = 200;  // milliseconds
+  pollfd watched{descriptor, POLLOUT, 0};
+  if (descriptor < 0 || ::poll(&watched, 1, patience) <= 0) return;
+  [[maybe_unused]] const ssize_t written = ::write(descriptor, line.data(), line.size());
+}
+
+/// What printMessage does, by means that are safe here.
+void announce() {
+  constexpr std::string_view line = "killling...\n";
+  const RunContext* const run = interrupted.run;
+  if (!run->quietMode) writeIfReady(STDOUT_FILENO, line);
+  if (run->logEnabled) writeIfReady(run->logFile.descriptor(), line);
+}
+
+void runShellCommandSafely(const char* commandLine) {
+  const pid_t child =
+      platform::spawnShellInSignalHandler(commandLine, *interrupted.childAttributes.load());
+  if (child > 0) ::waitpid(child, nullptr, 0);
+}
+
+void killEveryFreshclam() {
+  std::array<pid_t, 1024> processes{};
+  std::array<char, 4096> path;  // NOLINT(*-member-init): filled for each process
+  const std::size_t count = platform::listProcesses(processes);
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::string_view executable = platform::executablePathOf(processes[i], path);
+    if (executable.find("freshclam") == std::string_view::npos) continue;
+    // Once for each process found, although the first command reaches them all.
+    runShellCommandSafely("killall freshclam");
+  }
+}
+
+}  // namespace
+
+void killFreshclamAndExit(int /*signalNumber*/) {
+  announce();
+  // Ours may be too young to have the name that the others are found by.
+  const ProcessFamily ours(interrupted.command);
+  killEveryFreshclam();
+  ours.end();
+  ::_exit(255);
+}
+
+TerminationHandlers::TerminationHandlers(const RunContext& context) {
+  interrupted.run = &context;
+  interrupted.childAttributes = &childAttributes_.get();
+  struct sigaction action = {};
+  action.sa_handler = killFreshclamAndExit;
+  // No second signal may cut the first one's work short.
+  sigfillset(&action.sa_mask);
+  for (const int number : terminationSignals) ::sigaction(number, &action, nullptr);
+  // The caller may have started us with some of them blocked.
+  maskTerminationSignals(SIG_UNBLOCK);
+  struct sigaction ignore = {};
+  ignore.sa_handler = SIG_IGN;
+  ::sigaction(SIGPIPE, &ignore, nullptr);
+  // A caller that ignores it would otherwise keep us from learning how our children ended.
+  struct sigaction standard = {};
+  standard.sa_handler = SIG_DFL;
+  ::sigaction(SIGCHLD, &standard, nullptr);
+}
+
+TerminationHandlers::~TerminationHandlers() {
+  maskTerminationSignals(SIG_BLOCK);
+}
+
+void endWithThisRun(pid_t command) {
+  interrupted.command = command;
+}
+
+}  // namespace tarnwick

@@ -1,0 +1,349 @@
+#include "transfer/http/http_client.hpp"
+
+#include <curl/curl.h>
+
+#include <algorithm>
+#include <array>
+#include <functional>
+
+#include "base/termination_signals.hpp"
+#include "base/text_rules.hpp"
+#include "transfer/http/destination_file.hpp"
+
+namespace tarnwick {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+struct FreeEasy {
+  void operator()(CURL* easy) const { curl_easy_cleanup(easy); }
+};
+struct FreeMulti {
+  void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
+};
+struct FreeShare {
+  void operator()(CURLSH* share) const { curl_share_cleanup(share); }
+};
+struct FreeList {
+  void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+};
+
+std::string lowerCase(std::string_view text) {
+  std::string result(text);
+  std::ranges::transform(result, result.begin(), [](char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  });
+  return result;
+}
+
+}  // namespace
+
+std::optional<std::string> HttpResponse::header(std::string_view name) const {
+  const auto found = headers.find(std::string(name));
+  return found == headers.end() ? std::nullopt : textFromUtf8(found->second);
+}
+
+struct HttpClient::Session {
+  Session() {
+    curl_global_init(CURL_GLOBAL_DEFAULT);
+    multi.reset(curl_multi_init());
+    share.reset(curl_share_init());
+    curl_share_setopt(share.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+  }
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+  ~Session() {
+    multi.reset();
+    share.reset();
+    curl_global_cleanup();
+  }
+
+  std::unique_ptr<CURLM, FreeMulti> multi;   ///< keeps connections and names between requests
+  std::unique_ptr<CURLSH, FreeShare> share;  ///< keeps the TLS sessions
+};
+
+namespace {
+
+/// One request on its way. Bytes of the body go to `takeBody`, which says whether it took them, and
+/// none at the end, so that it is called for an empty body too.
+class Exchange {
+ public:
+  using TakeBody = std::function<bool(const HttpResponse&, std::string_view)>;
+
+  Exchange(CURLM* multi, CURLSH* share, const HttpRequest& request, std::uint64_t largestBody,
+           const TakeBody& takeBody)
+      : multi_(multi), request_(request), bodyLeft_(largestBody), takeBody_(takeBody) {
+    if (!easy_) return;
+    set(CURLOPT_SHARE, share);
+    setAddressAndMethod();
+    setPolicy(largestBody);
+    setReceivers();
+  }
+  Exchange(const Exchange&) = delete;
+  Exchange& operator=(const Exchange&) = delete;
+  ~Exchange() = default;
+
+  /// Takes everything up to the end of the connection for the body, whatever its declared length.
+  void readToEndOfConnection() {
+    set(CURLOPT_IGNORE_CONTENT_LENGTH, 1L);
+    curl_slist_append(headers_.get(), "Connection: close");
+  }
+
+  void run() {
+    wasMade_ = easy_ && curl_multi_add_handle(multi_, easy_.get()) == CURLM_OK;
+    if (!wasMade_) fail(CURLE_FAILED_INIT, "The request could not be made");
+    while (!result_) {
+      perform();
+      takeResult();
+      if (!result_) waitForLife();
+    }
+    if (wasMade_) curl_multi_remove_handle(multi_, easy_.get());
+  }
+
+  [[nodiscard]] bool hasUnreadableHeaders() const {
+    return result_ == CURLE_WEIRD_SERVER_REPLY && !headersAreWhole_;
+  }
+
+  [[nodiscard]] HttpResult result() const {
+    if (result_ == CURLE_OK) return response_;
+    return HttpError{.description = description(), .url = failingUrl(), .requestWasMade = wasMade_};
+  }
+
+ private:
+  void perform() {
+    // The resolver is a thread. No termination signal may ever be handled there.
+    const TerminationDelay whileThreadsMayStart;
+    int running = 0;
+    curl_multi_perform(multi_, &running);
+  }
+
+  template <typename Value>
+  void set(CURLoption option, Value value) {
+    curl_easy_setopt(easy_.get(), option, value);
+  }
+
+  void setAddressAndMethod() {
+    set(CURLOPT_URL, request_.url.c_str());
+    set(CURLOPT_PROTOCOLS_STR, "http,https");
+    set(CURLOPT_FOLLOWLOCATION, 1L);
+    set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+    set(CURLOPT_MAXREDIRS, 16L);
+    set(CURLOPT_NOBODY, request_.method == "HEAD" ? 1L : 0L);
+    // The blank at the end of our user agents is no legal header value in HTTP/2.
+    constexpr long version = CURL_HTTP_VERSION_1_1;
+    set(CURLOPT_HTTP_VERSION, version);
+    set(CURLOPT_USERAGENT, request_.userAgent.c_str());
+    // A cache on the way must not answer for the origin.
+    headers_.reset(curl_slist_append(nullptr, "Cache-Control: no-cache"));
+    curl_slist_append(headers_.get(), "Pragma: no-cache");
+    // Signatures are over the file itself. As an option of libcurl's it would also decode.
+    curl_slist_append(headers_.get(), "Accept-Encoding: identity");
+    set(CURLOPT_HTTPHEADER, headers_.get());
+  }
+
+  void setPolicy(std::uint64_t largestBody) {
+    grantTimeToConnect();
+    if (request_.method != "HEAD") {
+      set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(largestBody));
+    }
+    set(CURLOPT_NOSIGNAL, 1L);
+    set(CURLOPT_QUICK_EXIT, 1L);  // a name server that does not answer must not outlast the limit
+    set(CURLOPT_SSL_VERIFYPEER, 1L);
+    set(CURLOPT_SSL_VERIFYHOST, 2L);
+    set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+  }
+
+  void setReceivers() {
+    set(CURLOPT_ERRORBUFFER, errorText_.data());
+    set(CURLOPT_HEADERFUNCTION, &Exchange::takeHeaderLine);
+    set(CURLOPT_HEADERDATA, this);
+    set(CURLOPT_WRITEFUNCTION, &Exchange::takeBodyBytes);
+    set(CURLOPT_WRITEDATA, this);
+  }
+
+  static std::size_t takeHeaderLine(const char* bytes, std::size_t, std::size_t count,
+                                    void* exchange) {
+    static_cast<Exchange*>(exchange)->noteHeaderLine({bytes, count});
+    return count;
+  }
+
+  void noteHeaderLine(std::string_view line) {
+    lastLife_ = Clock::now();
+    // Interim answers and redirects come first; only the last set of headers is the response's.
+    if (line.starts_with("HTTP/") && (!headersAreWhole_ || wasRedirected())) {
+      response_.headers.clear();
+      headersAreWhole_ = false;
+    }
+    if (headersAreWhole_) return;  // a trailer, behind the body
+    if (line == "\r\n" || line == "\n") return endHeaders();
+    const std::size_t colon = line.find(':');
+    if (colon == std::string_view::npos) return;
+    response_.headers.insert_or_assign(lowerCase(line.substr(0, colon)),
+                                       std::string(stripped(line.substr(colon + 1), " \t\r\n")));
+  }
+
+  /// Whether another request was made since the last whole set of headers. If not, what looks like
+  /// the first line of an answer is a trailer.
+  bool wasRedirected() {
+    const long before = redirects_;
+    curl_easy_getinfo(easy_.get(), CURLINFO_REDIRECT_COUNT, &redirects_);
+    return redirects_ != before;
+  }
+
+  void endHeaders() {
+    constexpr long firstFinalStatus = 200;
+    curl_easy_getinfo(easy_.get(), CURLINFO_RESPONSE_CODE, &response_.status);
+    headersAreWhole_ = response_.status >= firstFinalStatus;
+    begun_ = lastLife_;  // of the request to which a redirect leads
+    grantTimeToConnect();
+  }
+
+  static std::size_t takeBodyBytes(const char* bytes, std::size_t, std::size_t count,
+                                   void* exchange) {
+    return static_cast<Exchange*>(exchange)->take({bytes, count}) ? count : CURL_WRITEFUNC_ERROR;
+  }
+
+  bool take(std::string_view bytes) {
+    lastLife_ = Clock::now();
+    if (bytes.size() > bodyLeft_) {
+      failure_ = "The answer is larger than allowed";
+      return false;
+    }
+    bodyLeft_ -= bytes.size();
+    const TerminationWindow whileOutputMayWait;
+    return takeBody_(response_, bytes);
+  }
+
+  void takeResult() {
+    int waiting = 0;
+    while (const CURLMsg* const message = curl_multi_info_read(multi_, &waiting)) {
+      if (message->msg == CURLMSG_DONE) result_ = message->data.result;
+    }
+    // libcurl takes this for an answer without a body.
+    if (result_ == CURLE_OK && !headersAreWhole_) {
+      fail(CURLE_RECV_ERROR, "The connection ended within the headers");
+    }
+    if (result_ == CURLE_OK && !takeBody_(response_, {})) {
+      fail(CURLE_WRITE_ERROR, curl_easy_strerror(CURLE_WRITE_ERROR));
+    }
+  }
+
+  /// Waits until something arrives, or libcurl may have something else to do.
+  void waitForLife() {
+    // libcurl does not ask to be called when it is time for a host's next address.
+    constexpr milliseconds longestWait(1000);
+    const auto left = lastLife_ + request_.idleTimeout - Clock::now();
+    if (left <= Clock::duration::zero()) {
+      fail(CURLE_OPERATION_TIMEDOUT, curl_easy_strerror(CURLE_OPERATION_TIMEDOUT));
+      return;
+    }
+    const auto wait = std::min(std::chrono::ceil<milliseconds>(left), longestWait);
+    // Counts connections made, bytes of a handshake and halves of lines, of which libcurl itself
+    // tells nothing.
+    int readySockets = 0;
+    curl_multi_poll(multi_, nullptr, 0, static_cast<int>(wait.count()), &readySockets);
+    if (readySockets == 0) return;
+    lastLife_ = Clock::now();
+    grantTimeToConnect();
+  }
+
+  /// libcurl's own limit for a connection is made to end where ours does. It is needed for what
+  /// libcurl does with it: to give each of a host's addresses its share of the time.
+  void grantTimeToConnect() {
+    const auto untilLimit = lastLife_ + request_.idleTimeout - begun_;
+    set(CURLOPT_CONNECTTIMEOUT_MS,
+        static_cast<long>(std::chrono::ceil<milliseconds>(untilLimit).count()));
+  }
+
+  void fail(CURLcode result, const char* why) {
+    result_ = result;
+    failure_ = why;
+  }
+
+  [[nodiscard]] std::string description() const {
+    if (!failure_.empty()) return failure_;
+    return errorText_.front() != '\0' ? errorText_.data()
+                                      : curl_easy_strerror(result_.value_or(CURLE_OK));
+  }
+
+  [[nodiscard]] std::string failingUrl() const {
+    const char* url = nullptr;
+    if (easy_) curl_easy_getinfo(easy_.get(), CURLINFO_EFFECTIVE_URL, &url);
+    return url != nullptr && *url != '\0' ? url : request_.url;
+  }
+
+  // A new one for each request: libcurl 7.88 reads freed memory when an answer on a used handle
+  // begins with a header line that continues no other.
+  std::unique_ptr<CURL, FreeEasy> easy_{curl_easy_init()};
+  CURLM* multi_;
+  const HttpRequest& request_;
+  std::uint64_t bodyLeft_;
+  const TakeBody& takeBody_;
+  std::unique_ptr<curl_slist, FreeList> headers_;
+  std::array<char, CURL_ERROR_SIZE> errorText_{};
+  std::string failure_;  ///< what failed it where that was not libcurl
+  HttpResponse response_;
+  Clock::time_point begun_ = Clock::now();
+  Clock::time_point lastLife_ = begun_;
+  std::optional<CURLcode> result_;
+  long redirects_ = 0;
+  bool headersAreWhole_ = false;
+  bool wasMade_ = false;
+};
+
+HttpResult exchange(CURLM* multi, CURLSH* share, const HttpRequest& request,
+                    std::uint64_t largestBody, const Exchange::TakeBody& takeBody) {
+  Exchange first(multi, share, request, largestBody, takeBody);
+  first.run();
+  if (!first.hasUnreadableHeaders()) return first.result();
+  // Above all a length that is no number, with which libcurl goes no further.
+  Exchange second(multi, share, request, largestBody, takeBody);
+  second.readToEndOfConnection();
+  second.run();
+  return second.result();
+}
+
+}  // namespace
+
+HttpClient::HttpClient(std::uint64_t largestDownload)
+    : session_(std::make_unique<Session>()), largestDownload_(largestDownload) {}
+
+HttpClient::~HttpClient() = default;
+
+HttpResult HttpClient::sendSynchronousRequest(const HttpRequest& request) {
+  std::string body;
+  HttpResult result = exchange(session_->multi.get(), session_->share.get(), request, largestText,
+                               [&body](const HttpResponse&, std::string_view bytes) {
+                                 body += bytes;
+                                 return true;
+                               });
+  if (auto* const response = std::get_if<HttpResponse>(&result)) response->body = std::move(body);
+  return result;
+}
+
+std::optional<std::string> HttpClient::fetchText(const HttpRequest& request) {
+  const auto result = sendSynchronousRequest(request);
+  const auto* const response = std::get_if<HttpResponse>(&result);
+  return response != nullptr ? textFromUtf8(response->body) : std::nullopt;
+}
+
+HttpResult HttpClient::download(const HttpRequest& request,
+                                const std::filesystem::path& destination,
+                                const DownloadProgress& progress) {
+  DestinationFile file(destination);
+  bool announced = false;
+  HttpResult result =
+      exchange(session_->multi.get(), session_->share.get(), request, largestDownload_,
+               [&](const HttpResponse& response, std::string_view bytes) {
+                 if (!announced) progress.didReceiveResponse(response);
+                 announced = true;
+                 if (!file.append(bytes)) return false;
+                 if (!bytes.empty()) progress.didReceiveDataOfLength(bytes.size());
+                 return true;
+               });
+  if (std::holds_alternative<HttpResponse>(result)) file.complete();
+  return result;
+}
+
+}  // namespace tarnwick

@@ -1,0 +1,79 @@
+#include "upstream/recovery_ladder.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <span>
+#include <string_view>
+
+#include "base/prefix.hpp"
+#include "driver/commands.hpp"
+#include "driver/database_folder.hpp"
+#include "upstream/freshclam_configuration.hpp"
+
+namespace tarnwick {
+namespace {
+
+void copyConfiguration(std::string_view from, std::string_view to) {
+  runShellCommand(fmt::format("cp -Rp {0}/{1} {0}/{2}", inPrefix("etc"), from, to));
+}
+
+void restoreSpareConfiguration() {
+  copyConfiguration("freshclam.conf", "freshclamFAULTY.conf");
+  copyConfiguration("freshclamBAK.conf", "freshclam.conf");
+}
+
+void restoreCleanConfiguration() {
+  copyConfiguration("freshclamCLEAN.conf", "freshclam.conf");
+}
+
+void killOtherFreshclams(RunContext& context) {
+  context.logFile.close();
+  runShellCommand("killall freshclam");
+}
+
+/// What is done about an exit status of `freshclam` before it is run once more.
+struct Rung {
+  std::span<const int> statuses;
+  void (*repair)(RunContext& context);
+};
+
+// Cannot enter the database folder, delete a file there, create one.
+constexpr std::array folderProblem{50, 53, 57};
+// No connection, a database altered, the mirror unreadable, mirrors not in step.
+constexpr std::array mirrorProblem{52, 54, 58, 59};
+constexpr std::array configurationError{56};
+constexpr std::array loggerProblem{62};
+
+/// Gone through once, from first to last; each looks at the status that the ones before it left.
+constexpr auto recoveryLadder = std::to_array<Rung>({
+    {folderProblem, [](RunContext& context) { fixDatabasePermissions(context); }},
+    {mirrorProblem, [](RunContext& context) { switchFreshclamMirror(context, false); }},
+    {configurationError, [](RunContext&) { restoreSpareConfiguration(); }},
+    {configurationError, [](RunContext&) { restoreCleanConfiguration(); }},
+    {loggerProblem, killOtherFreshclams},
+});
+
+int runFreshclam(const RunContext& context) {
+  return runInterruptibleShellCommand(context.freshclamCommand);
+}
+
+}  // namespace
+
+int shiftedStatus(int rawStatus) {
+  return rawStatus >> 8;
+}
+
+int runFreshclamWithRepairs(RunContext& context) {
+  int rawStatus = runFreshclam(context);
+  for (const Rung& rung : recoveryLadder) {
+    const int status = shiftedStatus(rawStatus);
+    if (std::ranges::find(rung.statuses, status) == rung.statuses.end()) continue;
+    rung.repair(context);
+    rawStatus = runFreshclam(context);
+  }
+  return rawStatus;
+}
+
+}  // namespace tarnwick

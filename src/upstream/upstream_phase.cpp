@@ -1,0 +1,67 @@
+#include "upstream/upstream_phase.hpp"
+
+#include <string>
+#include <string_view>
+
+#include "base/files.hpp"
+#include "base/prefix.hpp"
+#include "driver/commands.hpp"
+#include "driver/console.hpp"
+#include "driver/database_folder.hpp"
+#include "driver/update_state.hpp"
+#include "upstream/direct_download.hpp"
+#include "upstream/freshclam_configuration.hpp"
+#include "upstream/recovery_ladder.hpp"
+
+namespace tarnwick {
+namespace {
+
+constexpr int connectionProblem = 52;
+
+void runProxyHelper(const RunContext& context) {
+  const std::string helper = inPrefix("bin/VestrumProxyHelper");
+  if (!fileExists(helper)) return;
+  printMessage(context, "Checking proxy settings");
+  runShellCommand(helper);
+}
+
+void fetchMissingDatabases(const RunContext& context, HttpClient& http) {
+  for (const std::string_view name : databaseNames) {
+    if (!databaseIsInstalled(context, name)) downloadFullDatabase(context, http, name);
+  }
+}
+
+/// Runs `freshclam` with the log left to it alone.
+int bringUpstreamForward(RunContext& context, HttpClient& http) {
+  context.logFile.close();
+  const int rawStatus = runFreshclamWithRepairs(context);
+  if (context.logEnabled && context.logPath) context.logFile.open(*context.logPath);
+  if (shiftedStatus(rawStatus) != connectionProblem) return rawStatus;
+  printMessage(context, "Still failing with network issues. Download full file.");
+  return updateByVersionRecord(context, http).value_or(rawStatus);
+}
+
+/// A vendor file that changed turns "nothing done" into "something done", as the caller reads it.
+int toolExitStatus(const RunContext& context, int rawStatus) {
+  const int status = shiftedStatus(rawStatus);
+  const bool freshclamWasContent = static_cast<unsigned>(status) < 2;
+  return freshclamWasContent && context.definitionsChanged ? 1 : status;
+}
+
+}  // namespace
+
+int updateUpstreamDatabases(RunContext& context, HttpClient& http) {
+  runProxyHelper(context);
+  printMessage(context, "\nChecking ClamAV definitions");
+  // By now the vendor phase has taken over what earlier releases left there, and it must not be
+  // found once more.
+  UpdateState::retireOlderDomain();
+  fetchMissingDatabases(context, http);
+  const int rawStatus = bringUpstreamForward(context, http);
+  context.logFile.close();
+  fixDatabasePermissions(context);
+  switchFreshclamMirror(context, false);
+  return toolExitStatus(context, rawStatus);
+}
+
+}  // namespace tarnwick

@@ -1,0 +1,13 @@
+#pragma once
+
+#include "driver/run_context.hpp"
+#include "transfer/http/http_client.hpp"
+
+namespace tarnwick {
+
+/// The upstream phase: runs `freshclam`, repairs what its exit status complains of and runs it
+/// again, fetches whole databases when the network keeps failing it, and points its configuration
+/// back at ClamAV's own mirror. Returns the tool's exit status.
+int updateUpstreamDatabases(RunContext& context, HttpClient& http);
+
+}  // namespace tarnwick
