@@ -1,7 +1,7 @@
 # shellcheck shell=bash
-# What a person sees of a long job: one line that says how far it is, and everything only when it failed.
+# The output of a long job: one progress line, and the log only if the job fails.
 
-# One line that is overwritten, from lines "DONE ALL" on standard input. Where nobody watches, the label alone.
+# Reads lines "DONE ALL" and overwrites one progress line. Prints only the label if this is not a terminal.
 show_progress() {
     local label=$1 finished all shown=''
     [[ -t 1 ]] || echo "$label"
@@ -13,14 +13,14 @@ show_progress() {
     [[ ! $shown ]] || printf '\r%s.      \n' "$label"
 }
 
-# The end of a log, which tells what went wrong, and where all of it is.
+# Prints the end of a log, and the path of the whole log.
 show_failure() {
     tail -n 40 "$1" >&2
-    printf '\nAll that was said is in %s\n' "$1" >&2
+    printf '\nThe whole output is in %s\n' "$1" >&2
 }
 
-# What sudo made root of somebody wrote below build/ becomes theirs, so that they can build and delete there too. The
-# bare systems of scripts/on are whole systems, in which everything has its owner.
+# After a run under sudo, gives the files below build/ to the calling user, who can then build and delete there too.
+# Leaves out the bare systems of scripts/on, whose files need their owners.
 give_back() {
     [[ ! ${SUDO_UID-} || ! -d build ]] ||
         find build -path build/on -prune -o ! -user "$SUDO_UID" -exec chown -h "$SUDO_UID:${SUDO_GID-}" {} +

@@ -1,4 +1,4 @@
-"""What a person sees of a demonstration: pace, colour and the lines that matter. All the rest is in a transcript."""
+"""Prints a demonstration: its pace, its colours and the lines that matter. A transcript gets everything."""
 
 import atexit
 import os
@@ -14,15 +14,15 @@ STYLES = {"strong": "1", "command": "36", "good": "32", "bad": "31", "faint": "2
 
 
 class Refuted(Exception):
-    """Something that was promised did not come true."""
+    """A step did not do what it announced."""
 
 
 class Ended(Exception):
-    """The person has seen enough."""
+    """The person pressed the key that ends the demonstration."""
 
 
-class Stage:
-    """Waits for a key between steps where a terminal is on both sides, unless `fast`."""
+class Screen:
+    """Waits for a key between steps if standard input and output are terminals, unless `fast`."""
 
     def __init__(self, transcript, fast):
         self._terminal = sys.stdout.isatty()
@@ -32,15 +32,15 @@ class Stage:
         self._transcript = open(transcript, "w", encoding="utf-8")  # pylint: disable=consider-using-with
         self._number = 0
         if self._pace:
-            # Keys are taken as they come, and what an impatient one types shows nowhere.
+            # Read each key at once and do not echo it.
             atexit.register(termios.tcsetattr, sys.stdin, termios.TCSADRAIN, termios.tcgetattr(sys.stdin))
             tty.setcbreak(sys.stdin)
 
     def _style(self, name, text):
         return f"\033[{STYLES[name]}m{text}\033[0m" if self._colour else text
 
-    def _screen(self, name, first, text, later=None):
-        """Text in a style, folded to the terminal behind its `first` words; what follows is in line with `later`."""
+    def _print(self, name, first, text, later=None):
+        """Prints text in a style, folded to the terminal: `first` precedes the first line, `later` the others."""
         later = " " * len(first) if later is None else later
         for line in textwrap.wrap(text, self._width, initial_indent=first, subsequent_indent=later,
                                   break_on_hyphens=False):
@@ -48,30 +48,30 @@ class Stage:
 
     def say(self, text):
         self._transcript.write(text + "\n")
-        self._screen(None, "", text)
+        self._print(None, "", text)
 
     def step(self, promise):
-        """The next step and what it promises, once the person has read the one before it."""
+        """Announces the next step, after the person has read the one before it."""
         self.wait()
         self._number += 1
         self._transcript.write(f"\n=== {self._number}. {promise}\n")
         print()
-        self._screen("strong", f"{self._number:3}. ", promise)
+        self._print("strong", f"{self._number:3}. ", promise)
 
     def command(self, text):
         self._transcript.write(f"\n$ {text}\n")
-        self._screen("command", MARGIN + "$ ", text, MARGIN + "    ")
+        self._print("command", MARGIN + "$ ", text, MARGIN + "    ")
 
     def aside(self, text):
-        """What the lines that follow are, where no command tells."""
+        """Prints a heading for lines that no command has printed."""
         self._transcript.write(f"\n{text}:\n")
-        self._screen("command", MARGIN, text + ":")
+        self._print("command", MARGIN, text + ":")
 
     def show(self, lines, keep):
-        """Of these lines, as they come, those that one of the patterns finds; returns all of them as one text."""
+        """Prints the lines that match one of the patterns, as they come; returns all lines as one text."""
         everything = []
         for line in lines:
-            # What a carriage return has overwritten nobody would see on a terminal either.
+            # Drop what a terminal would overwrite after a carriage return.
             line = re.sub(r"[^\r\n]*\r(?=.)", "", line.rstrip("\n"))
             everything.append(line + "\n")
             self._transcript.write(line + "\n")
@@ -88,18 +88,18 @@ class Stage:
     def verdict(self, fact, truth):
         if not truth:
             raise Refuted(fact)
-        self._transcript.write(f"Made sure: {fact}.\n")
-        self._screen("good", MARGIN + "✓ ", fact)
+        self._transcript.write(f"Checked: {fact}.\n")
+        self._print("good", MARGIN + "✓ ", fact)
 
     def refute(self, fact):
-        self._screen("bad", MARGIN + "✗ ", f"this did not come true: {fact}")
+        self._print("bad", MARGIN + "✗ ", f"this is not true: {fact}")
 
     def wait(self):
-        """Until a key is pressed; "q" is the end."""
+        """Waits for a key; "q" ends the demonstration."""
         self._transcript.flush()
         if not self._pace:
             return
-        print(self._style("faint", "\nA key goes on, q ends."), end="", flush=True)
+        print(self._style("faint", "\nPress a key to go on, q to end."), end="", flush=True)
         termios.tcflush(sys.stdin, termios.TCIFLUSH)
         key = os.read(sys.stdin.fileno(), 16)
         print("\r\033[K\033[A", end="", flush=True)
