@@ -1,6 +1,6 @@
-"""What a run costs, measured in a private machine and beside what one would use instead.
+"""Measures what a run costs in a private machine, beside the alternatives.
 
-Figures are of this machine and this moment: quote the ratios.
+The figures depend on the computer and its load: quote the ratios.
 """
 
 import os
@@ -15,7 +15,7 @@ FEW = 50
 ROUNDS = 5
 CONTAINER_MEGABYTES = 200
 
-# What a script of one's own would do: one curl for each file, each with a connection of its own.
+# A plain shell script for the same files: one curl, and so one connection, for each file.
 CURL_LOOP = f"""
 link() {{
     expiry=$(($(date +%s) + 60))
@@ -39,7 +39,7 @@ def timed(action):
 
 
 def without_applying(world):
-    """Programs that answer at once, so that only the fetching and checking is timed."""
+    """Replaces sigtool and clamscan by programs that do nothing, to time only fetching and verifying."""
     world.program("sigtool", "exit 0")
     world.program("clamscan", "exit 0")
 
@@ -77,7 +77,7 @@ def apply_each(world):
 
 
 def one_more_script():
-    """What a script adds to a run, all told, beside what applying it with a sigtool run of its own would."""
+    """Compares what one more script adds to a run with a sigtool process for each script."""
     with World(versions=FEW + 1) as world:
         def run_from(version):
             world.install(version)
@@ -87,13 +87,13 @@ def one_more_script():
         one, few = (min(run_from(version) for _ in range(ROUNDS * 2)) for version in (FEW, 1))
         alone = min(apply_each(world) for _ in range(ROUNDS * 2)) / FEW
         each = (few - one) / (FEW - 1)
-        print(f"One script more costs a run {each * 1000:.1f} ms: fetched, verified and applied. A sigtool run for "
-              f"each takes {alone * 1000:.1f} ms to apply it only, {alone / each:.1f} times as long "
-              f"(least of {ROUNDS * 2} runs)")
+        print(f"Each further script takes a run {each * 1000:.1f} ms to fetch, verify and apply. A sigtool process for "
+              f"each script takes {alone * 1000:.1f} ms only to apply it, {alone / each:.1f} times as long "
+              f"(fastest of {ROUNDS * 2} runs)")
 
 
 def large_container():
-    """A container that is mostly a member which ClamAV passes over, so that the scanner stays small."""
+    """Measures the peak memory for a container with one large member, which ClamAV ignores when it loads."""
     with World(versions=1) as world:
         world.freshclam(1)
         world.write(f"{BIN}/freshclam", "#!/bin/sh\ngrep VmHWM /proc/$(pgrep -x tarnwick)/status >/srv/peak\nexit 1\n",

@@ -1,7 +1,7 @@
-"""What one core of a server carries, by the processor time that nginx takes for the requests of one run.
+"""Measures what one core of a server carries, from nginx's processor time for the requests of one run.
 
-A run of the tool costs its own machine far more than the server. So its requests are taken from nginx's log and
-repeated by a light client, and real runs are compared with that.
+A run costs its own machine far more than the server. A light client therefore repeats the requests that nginx has
+logged, and real runs are compared with that.
 """
 
 import hashlib
@@ -25,7 +25,7 @@ SIGNATURES, ADDED, VERSIONS = 100_000, 200, 51
 SECRET = "Kesto-Ra"
 REAL_RUNS, ROUNDS, SECONDS, THREADS = 30, 5, 2, 8
 SERVER_CORE, LOAD_CORE = 0, 1
-# Which version is installed where VERSIONS are out; the fourth has none.
+# The installed version when VERSIONS are published; 0 means no container.
 SITUATIONS = {"nothing new": VERSIONS, "one script behind": VERSIONS - 1, "fifty behind": VERSIONS - 50,
               "a new machine": 0}
 
@@ -54,11 +54,11 @@ def make_replay(folder):
 
 
 def install(site, version):
-    """What an earlier run would have left; without a container, a new machine."""
+    """Leaves what an earlier run would have left; version 0 leaves a new machine."""
     site.shell(f"rm -rf {DATA}/Ves* {STATE}")
     if version:
         site.write(f"{DATA}/VestRUM.cud", site.container(version))
-        # A run brings the definitions file, which then is the same for all versions.
+        # The definitions file and the state of an earlier run; they are the same for all versions.
         site.shell(f"cp -L /srv/vendor/site/VestRUM2/Vestrum.database* {DATA}; cp /srv/state {STATE}")
 
 
@@ -68,10 +68,10 @@ def run(site):
 
 
 def plan_of(requests):
-    """For the replay: the same requests in the same order, over connections as they were, with links that last."""
+    """The input of the replay: the same requests in the same order and connections, with links that do not expire."""
     plan = b""
     for request in requests:
-        # The tool's user agent ends in a blank, which nginx leaves out.
+        # The tool's user agent ends in a blank, which nginx does not log.
         path = signed(request.path) if request.host == LINKS else request.path
         text = (f"{request.method} {path} HTTP/1.1\r\nHost: {request.host}\r\nUser-Agent: {request.agent} \r\n"
                 "Accept: */*\r\nCache-Control: no-cache\r\nPragma: no-cache\r\nAccept-Encoding: identity\r\n\r\n")
@@ -89,12 +89,12 @@ def signed(path):
 
 
 def wire_bytes(site):
-    """Everything that went over the machine's only interface, both ways, headers of TCP and IP included."""
+    """All bytes over the machine's only interface, in both directions, with the headers of TCP and IP."""
     return int(re.search(r" lo: *(\d+)", site.shell("cat /proc/net/dev"))[1])
 
 
 def measured(site, server, action):
-    """Processor time of the server's and bytes on the wire that something costs."""
+    """Result and requests of an action, with the server's processor time and the bytes on the wire that it cost."""
     server.requests()
     processor, wire = server.processor_seconds(), wire_bytes(site)
     result = action()
@@ -103,7 +103,7 @@ def measured(site, server, action):
 
 
 def recorded(site, server, version):
-    """The requests of a real run, in order."""
+    """Runs the tool and returns its requests, in order."""
     install(site, version)
     return measured(site, server, lambda: run(site))[1]
 
@@ -113,8 +113,8 @@ def replay_command(server, program, seconds, threads):
 
 
 def real_to_replayed(site, server, version, program):
-    """How much more processor time of nginx's and how many more bytes a real run takes than a replayed one, which comes
-    as lonely: a server that has nothing else to do is slower for each, since its memory is not at hand."""
+    """Ratios of a real run to a replayed one: nginx's processor time and bytes. Both come alone, because an idle
+    server is slower for each run: its caches are cold."""
     totals = [0, 0, 0, 0]
     for _ in range(REAL_RUNS):
         install(site, version)
@@ -126,8 +126,8 @@ def real_to_replayed(site, server, version, program):
 
 
 def replayed(site, server, program):
-    """The median of some rounds: processor seconds, share of its core that nginx had, bytes sent and received, each of
-    one run."""
+    """For one run, the median of some rounds: processor seconds, nginx's share of its core, bytes sent, bytes
+    received."""
     rounds = []
     for _ in range(ROUNDS):
         command = replay_command(server, program, SECONDS, THREADS)
@@ -138,7 +138,7 @@ def replayed(site, server, program):
 
 
 def signing_seconds():
-    """What one signature with the servers' kind of key takes on that core: a measure for other computers."""
+    """Seconds for one signature with the servers' kind of key on that core, to compare computers."""
     said = subprocess.run(["taskset", "-c", str(SERVER_CORE), "openssl", "speed", "-seconds", "2", "ecdsap256"],
                           capture_output=True, text=True, check=True).stdout
     return 1 / float(re.findall(r"(?m)nistp256.* ([0-9.]+) +[0-9.]+$", said)[0])
@@ -152,8 +152,8 @@ def measure_situation(site, server, program, name, signing):
     print(f"{name}: {len(requests)} requests over {len({request.connection for request in requests})} connections, in "
           f"{sent / 1e3:.1f} kB, out {received / 1e3:.1f} kB; {spent * 1e6:.0f} µs of a core, so {1 / spent:.0f} runs "
           f"a second; as much as {spent / signing:.1f} signatures of openssl speed ecdsap256\n"
-          f"  (that core was {busy:.0%} busy; a lonely real run takes it {more_time:.2f} times as long as a lonely "
-          f"replayed one, with {more_bytes:.2f} times as many bytes on the wire)", flush=True)
+          f"  (that core was {busy:.0%} busy; on an idle server a real run takes {more_time:.2f} times the processor "
+          f"time of a replayed one, with {more_bytes:.2f} times the bytes on the wire)", flush=True)
 
 
 def measure():
@@ -162,7 +162,7 @@ def measure():
     with Site(home) as site:
         server = Server(site, "/srv/vendor", ADDRESSES[0], SERVER_CORE)
         site.write("/etc/hosts", hosts_file(ADDRESSES[0]))
-        # The requests do not depend on it, and loading the container takes a core for seconds.
+        # The requests do not depend on the scanner, which takes seconds to load the container.
         site.shell(f"ln -sf /bin/true {BIN}/clamscan; ip link set lo mtu 1500")
         run(site)
         site.shell(f"cp {STATE} /srv/state")

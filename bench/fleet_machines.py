@@ -1,7 +1,7 @@
-"""Real runs by many machines against two servers, one of which dies while a release is pushed; beside the simulation.
+"""Runs the tool on many machines against two servers, one of which dies during a push, and compares the simulation.
 
-Each machine has a prefix, a state and a temporary folder of its own in one mount namespace for each run, and tries one
-of the two servers first.
+Each machine has its own prefix, state and temporary folder, mounted in a namespace for each run. Half of the machines
+try one server first, half the other.
 """
 
 import concurrent.futures
@@ -17,8 +17,8 @@ from testbed.world import PREFIX, TOOL
 BEHIND, NEW = 0.35, 0.1  # shares of the machines
 AT_ONCE = 8
 NAMES = ("one", "two")
-# What stands for ssh. When it is asked for a server the second time, the scripts are there and the new version comes
-# next: server one then takes it, and server two's computer is gone. Whoever waits at the pipe is told.
+# Replaces ssh. The second call for a server comes after the scripts and switches to the new version: server one then
+# switches, and server two dies. Each event is written to a pipe.
 TRANSPORT = """#!/bin/sh
 while :; do case $1 in -l) shift 2 ;; -*) shift ;; *) break ;; esac; done
 host=$1
@@ -44,7 +44,7 @@ exec {TOOL}
 
 
 class Machines:
-    """So many installations at these versions, 0 for none yet."""
+    """Installations at these versions; 0 means no container."""
 
     def __init__(self, site, versions):
         self._site = site
@@ -65,7 +65,7 @@ class Machines:
         return [int(path.read_bytes().split(b":")[2]) if path.exists() else 0 for path in containers]
 
     def run_all(self, before=lambda number: None):
-        """Each once, in their order, some at a time; something may come before each."""
+        """Runs each machine once, in order, AT_ONCE at a time; calls `before` ahead of each run."""
         def run(number):
             before(number)
             self.under_way.add(number)
@@ -77,9 +77,9 @@ class Machines:
             return list(pool.map(run, range(self.count)))
 
 
-class Drama:
-    """A push begins when a quarter of the machines have had their turn; the last quarter comes after server one has
-    taken the new version and server two has died. What is between runs into that."""
+class Failure:
+    """Starts a push after a quarter of the machines have run, and holds the last quarter back until server one has
+    switched and server two has died. The runs in between meet these events."""
 
     def __init__(self, site, fleet, server):
         self._site, self._fleet, self._server = site, fleet, server
@@ -88,8 +88,8 @@ class Drama:
         self._events = os.open(site.path("/srv/events"), os.O_RDWR)
         self._over = threading.Event()
         self._threads = [threading.Thread(target=act) for act in (self._push, self._watch)]
-        self.said = None  # by the push
-        self.caught = {"died": set(), "switching": set(), "switched": set()}  # the runs under way at these moments
+        self.said = None  # output of the push
+        self.caught = {"died": set(), "switching": set(), "switched": set()}  # runs under way at these moments
 
     def __call__(self, number):
         if number == self._fleet.count // 4:
@@ -132,13 +132,13 @@ def push(site):
 
 
 def containers_in(requests):
-    """Those that machines fetched; a push asks for one, too."""
+    """Counts the whole containers that machines fetched; a push asks for one, too."""
     return sum((request.method, request.host) == ("GET", LINKS) and request.path.endswith("/VestRUM.cud")
                and request.agent.startswith("Tarnwick/") for request in requests)
 
 
 def simulated(versions, newest, kept):
-    """How many whole containers it takes with the same release and the same death, and in how many hours."""
+    """The number of whole containers, and of hours, in a simulation of the same release and failure."""
     servers = [simulation.Server(newest, newest - kept) for _ in NAMES]
 
     def release(servers):
@@ -152,8 +152,8 @@ def simulated(versions, newest, kept):
 
 
 def lost_half_way(versions, newest, kept, caught):
-    """How many more it can take for runs that were under way at these moments: a script that is cut short leads to the
-    container, and a container that is cut short, or has been replaced before its signature came, is fetched again."""
+    """The most whole containers that the runs under way at these moments can add. A run whose script is cut off fetches
+    the container; a container that is cut off, or replaced before its signature is fetched, is fetched again."""
     server = simulation.Server(newest, newest - kept)
     dying = [number for number in caught["died"] if number % len(NAMES) == 1]
     staying = [number for number in caught["switching"] | caught["switched"] if number % len(NAMES) == 0]
@@ -162,7 +162,7 @@ def lost_half_way(versions, newest, kept, caught):
 
 
 def prepare(site, newest, kept):
-    """Two servers that serve version `newest`, while the home has one more."""
+    """Starts two servers with version `newest`, and releases one more version in the home."""
     site.kit("/srv/vendor", "prune", "--keep", kept)
     for name in NAMES:
         site.shell(f"mkdir /srv/{name}; cp -a /srv/vendor/site /srv/{name}")
@@ -172,10 +172,10 @@ def prepare(site, newest, kept):
     return servers
 
 
-def hours_pass(fleet, drama, hours):
-    """The first of them with everything in it."""
-    outcomes = fleet.run_all(drama)
-    drama.wait()
+def run_hours(fleet, failure, hours):
+    """Runs all machines once an hour; the failure happens in the first hour."""
+    outcomes = fleet.run_all(failure)
+    failure.wait()
     for _ in range(1, hours):
         outcomes += fleet.run_all()
     odd = [outcome for outcome in outcomes if outcome.status not in (0, 1)]
@@ -183,7 +183,7 @@ def hours_pass(fleet, drama, hours):
 
 
 def revive(site, newest):
-    """Server two comes back with what it had, and is pushed to again."""
+    """Restarts server two with its old files and pushes again; returns the last line of the push."""
     Server(site, "/srv/two", ADDRESSES[1])
     site.shell("rm /srv/dead")
     again = push(site)
@@ -192,7 +192,7 @@ def revive(site, newest):
 
 
 def play(machines, newest, kept):
-    """Tells what happened; whether all ended well."""
+    """Prints what happens; returns whether all machines are current with no more containers than expected."""
     versions = simulation.mixed_versions(machines, newest, BEHIND, NEW, newest - 1)
     expected, hours = simulated(versions, newest, kept)
     print(f"{machines} machines, {AT_ONCE} at a time: {versions.count(newest)} up to date, {versions.count(0)} "
@@ -201,13 +201,13 @@ def play(machines, newest, kept):
     with Site(vendor.home(newest)) as site:
         servers = prepare(site, newest, kept)
         fleet = Machines(site, versions)
-        drama = Drama(site, fleet, servers[1])
-        hours_pass(fleet, drama, hours)
+        failure = Failure(site, fleet, servers[1])
+        run_hours(fleet, failure, hours)
         fetched = containers_in(request for server in servers for request in server.requests())
         current = fleet.versions().count(newest + 1)
-        lost = lost_half_way(versions, newest, kept, drama.caught)
+        lost = lost_half_way(versions, newest, kept, failure.caught)
         print(f"Server two died while version {newest + 1} was pushed. The push said:")
-        print("  " + (drama.said.stdout + drama.said.stderr).strip().replace("\n", "\n  "))
+        print("  " + (failure.said.stdout + failure.said.stderr).strip().replace("\n", "\n  "))
         print(f"After {hours} hours {current} of {machines} machines are at version {newest + 1}.\n"
               f"Whole containers: {fetched}. The simulation says {expected}, and at most {lost} more for the runs that "
               f"were under way when server one changed and server two died.")

@@ -1,12 +1,11 @@
-// Repeats the requests that a run makes, for some seconds and by some threads at a time: every run
-// with connections of its own, which are full TLS handshakes. It checks nothing but statuses and
-// lengths, so that it costs little.
+// Repeats the requests of a run for some seconds, on several threads. Every repetition opens its
+// own connections, with full TLS handshakes. Checks only HTTP status and length, to cost little.
 //
 //     fleet_replay ADDRESS SECONDS THREADS <PLAN
 //
-// A plan holds for each request a line "CONNECTION HOST STATUS LENGTH" and then the request, LENGTH
-// bytes as they go out. Prints: runs, seconds, and how many bytes a run sends and receives, TLS
-// included.
+// For each request, a plan has a line "CONNECTION HOST STATUS LENGTH" and then LENGTH bytes, the
+// request as sent. Prints the number of runs, the seconds, and the bytes that one run sends and
+// receives, including TLS.
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -173,7 +172,7 @@ int main(int count, char** arguments) {
       } while (Clock::now() - start < wanted);
     });
   }
-  threads.clear();  // each is waited for
+  threads.clear();  // joins each
   const std::chrono::duration<double> taken = Clock::now() - start;
   const auto runs = static_cast<double>(totals.runs);
   std::printf("%.0f %.6f %.1f %.1f\n", runs, taken.count(), static_cast<double>(totals.sent) / runs,

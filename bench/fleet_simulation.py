@@ -1,4 +1,4 @@
-"""What a fleet asks of its servers, hour by hour: every machine at its own moment, by the rules of the tool."""
+"""Simulates the requests of a fleet hour by hour: every machine runs at its own moment, by the rules of the tool."""
 
 import array
 import collections
@@ -12,12 +12,12 @@ HOUR = 3600
 TIMER = (REPOSITORY / "packaging/systemd/tarnwick.timer").read_text(encoding="ascii")
 SPREAD = 60 * int(re.search(r"RandomizedDelaySec=(\d+)min", TIMER)[1])
 PATIENCE = 15  # seconds that a run waits for the answer to its first request
-LONGEST = 48  # hours; what is not over by then is said to be so
+LONGEST = 48  # hours of simulation; the report names what is not finished by then
 
 
 @dataclasses.dataclass
 class Costs:
-    """What runs cost a server, in bytes out and seconds of a core, as bench/fleet has measured it."""
+    """What a run costs a server, in bytes sent and seconds of a core, as measured by bench/fleet."""
     script: float = 13_000  # without headers, signature and the like
     container: float = 2_500_000
     every_bytes: float = 2_600
@@ -29,14 +29,14 @@ class Costs:
     def of(self, scripts, container):
         pairs = self.pair_bytes * (scripts + container)
         files = self.script * scripts + self.container * container
-        # Ciphers and record headers, which come to half a percent.
+        # TLS adds half a percent.
         size = self.every_bytes + pairs + files * 1.005
         return size, self.every_seconds + self.pair_seconds * (scripts + container) + self.byte_seconds * files
 
 
 class Server:
-    """Publishes the scripts after version `oldest` up to `version`, but for those `missing`. Runs are served in the
-    order in which they come, so many at a time: what would have to wait longer than it is patient goes away."""
+    """Publishes the scripts after version `oldest` up to `version`, except those in `missing`. Serves runs in the order
+    in which they come, `places` at a time; a run that would wait longer than PATIENCE gives up."""
 
     def __init__(self, version, oldest, rate=float("inf"), cores=1.0, places=1 << 30):
         self.version, self.oldest, self.missing, self.alive = version, oldest, frozenset(), True
@@ -45,8 +45,7 @@ class Server:
         self._ends = collections.deque()
 
     def serve(self, moment, size, seconds):
-        """When a run that starts at that moment has what it needs, and when the network was done with it; None if it
-        was not let in."""
+        """Returns when a run that starts at `moment` ends, and when its last byte is sent; None if the run gives up."""
         ends = self._ends
         while ends and ends[0] <= moment:
             ends.popleft()
@@ -63,7 +62,7 @@ class Server:
 
 
 def needed(version, server):
-    """What a machine at that version (0: without a container) fetches: how many scripts, and whether the container."""
+    """What a machine at that version (0: no container) fetches: the number of scripts, and whether the container."""
     if version == 0:
         return 0, True
     if server.version <= version:
@@ -81,15 +80,15 @@ class Hour:
     scripts: int = 0
     containers: int = 0
     turned_away: int = 0
-    still_at_it: int = 0  # whose last run was not over
+    still_running: int = 0  # machines whose last run had not ended
     most_at_once: int = 0
     size: float = 0.0
     outdated: int = 0
 
 
 class Fleet:
-    """Machines with these versions; the timer gives each its moment of the hour. Machine n tries server n first, then
-    the next."""
+    """Machines with these versions, each with its own moment of the hour from the timer. Machine n tries server n
+    first, then the next one."""
 
     def __init__(self, versions, servers, costs=Costs(), seed=1):
         dice = random.Random(seed)
@@ -98,10 +97,10 @@ class Fleet:
         self._busy_until = array.array("d", bytes(8 * len(self.versions)))
         self._servers, self._costs = servers, costs
         self._events = collections.deque()
-        self._minutes = collections.Counter()  # bytes out in each, from all servers
+        self._minutes = collections.Counter()  # bytes sent in each minute by all servers
 
     def at(self, moment, action):
-        """Something happens to the servers, in the order in which it is told here."""
+        """Calls `action` with the servers at this moment. Requires ascending moments."""
         self._events.append((moment, action))
 
     def _server_for(self, number):
@@ -117,7 +116,7 @@ class Fleet:
         if server is None:
             return
         if self._busy_until[number] > moment:
-            hour.still_at_it += 1
+            hour.still_running += 1
             return
         scripts, container = needed(self.versions[number], server)
         size, seconds = self._costs.of(scripts, container)
@@ -145,15 +144,15 @@ class Fleet:
         return result
 
     def last_end(self):
-        """In seconds, when the last run was over that fetched anything."""
+        """The second in which the last run ended that fetched anything."""
         return max(self._busy_until)
 
     def peak(self):
-        """Bytes a second, in the minute with the most."""
+        """Bytes a second in the busiest minute."""
         return max(self._minutes.values()) / 60
 
     def until_current(self):
-        """The hours until no machine is outdated."""
+        """Simulates hours until no machine is outdated; returns them."""
         hours = []
         while (not hours or hours[-1].outdated) and len(hours) < LONGEST:
             hours.append(self.hour(len(hours)))
@@ -161,8 +160,8 @@ class Fleet:
 
 
 def mixed_versions(count, newest, behind, new, furthest, seed=2):
-    """Versions of so many machines: these shares of them are behind, by up to so many versions, and new; the others
-    are at the newest."""
+    """Versions of `count` machines: the share `behind` is up to `furthest` versions behind, the share `new` has no
+    container, and the others have the newest version."""
     dice = random.Random(seed)
     versions = [newest - dice.randint(1, furthest) for _ in range(round(count * behind))] + [0] * round(count * new)
     versions += [newest] * (count - len(versions))
@@ -171,7 +170,7 @@ def mixed_versions(count, newest, behind, new, furthest, seed=2):
 
 
 def released_and_worst(options):
-    """A release that all goes well with, and one whose script is missing on every server."""
+    """Simulates a good release, and a release whose script is missing on every server."""
     newest = options.furthest + options.scripts
     for title, missing in (("A release", frozenset()), ("A release whose script is missing", frozenset({newest}))):
         versions = mixed_versions(options.simulate, newest - 1, options.behind, options.new, options.furthest)

@@ -1,4 +1,4 @@
-"""A private machine with the vendor's home, any number of plain servers for it, and the tool."""
+"""A private machine with the vendor's home, the tool, and any number of servers."""
 
 import http.client
 import os
@@ -15,7 +15,7 @@ from testbed.world import DATA, EXECUTABLE, TOOL, UPSTREAM_DATABASES
 
 KIT = "/repository/publish/tarnwick-publish"
 ADDRESSES = ("198.51.100.1", "203.0.113.1")
-# As Debian lays it out, with a log of what the figures need and a door through which to ask whether it is written.
+# Debian's layout, with a log for the figures and a socket; an answer on it means that the log is complete.
 NGINX = """
 user www-data; worker_processes 1; pid {run}/pid; error_log {run}/error.log; daemon off;
 worker_rlimit_nofile 8192;
@@ -45,7 +45,8 @@ class Request(typing.NamedTuple):
 
 
 class Server:
-    """nginx at an address of its own, serving `folder`/site as the kit's `site` says. Ready when made."""
+    """nginx at its own address, with the configuration that the kit's `site` prints for `folder`. The constructor
+    returns when it is ready."""
 
     def __init__(self, machine, folder, address, processor=None):
         self._machine = machine
@@ -64,18 +65,18 @@ class Server:
         self._worker = only_child(self._job.pid)
 
     def die(self):
-        """At once, with everything that is under way."""
+        """Kills nginx, and with it all requests under way."""
         for process in (self._job.pid, self._worker):
             os.kill(process, 9)
         self._job.end()
         self._machine.shell(f"rm -f {self._run}/fence")
 
     def processor_seconds(self):
-        """What the worker has used so far; the kernel counts in nanoseconds."""
+        """The worker's processor time so far; the kernel counts in nanoseconds."""
         return int(pathlib.Path(f"/proc/{self._worker}/schedstat").read_text(encoding="ascii").split()[0]) / 1e9
 
     def _fence(self):
-        """Its worker is there, and has logged all that it answered."""
+        """Returns when the worker has logged every request it has answered."""
         fence = http.client.HTTPConnection("fence")
         fence.sock = socket.socket(socket.AF_UNIX)
         fence.sock.connect(str(self._machine.path(f"{self._run}/fence")))
@@ -84,7 +85,7 @@ class Server:
         fence.close()
 
     def requests(self):
-        """What it has answered so far; forgets it."""
+        """Takes the requests since the last call out of the log."""
         if self._machine.path(f"{self._run}/fence").exists():
             self._fence()
         log = self._machine.path(f"{self._run}/requests")
@@ -94,8 +95,8 @@ class Server:
 
 
 class Site(Machine):
-    """The home is /srv/vendor. ClamAV's own databases are dummies and their updater is content, so that what a run
-    asks for is the vendor's alone."""
+    """The home is /srv/vendor. ClamAV's databases are dummies and freshclam always succeeds, so a run only sends the
+    vendor's requests."""
 
     def __init__(self, home):
         super().__init__()
@@ -120,5 +121,5 @@ class Site(Machine):
 
 
 def hosts_file(*addresses):
-    """The vendor's hosts at these addresses, of which the first is tried first."""
+    """The content of /etc/hosts: the vendor's hosts at these addresses, tried in this order."""
     return "".join(f"{address} {host}\n" for host in HOSTS for address in addresses)

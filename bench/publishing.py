@@ -1,6 +1,6 @@
-"""What publishing costs with very many signatures, and which programs the time goes to.
+"""Measures publishing with very many signatures, and how much of the time each program takes.
 
-Figures are of this machine and this moment: quote the ratios.
+The figures depend on the computer and its load: quote the ratios.
 """
 
 import collections
@@ -40,7 +40,7 @@ def succeed(home, *arguments, **more):
 
 
 def shares(folder, home, *arguments):
-    """Does that, and tells which program took how much of the processor time."""
+    """Runs a command of the kit and prints each program's share of the processor time."""
     programs = folder / "programs"
     programs.mkdir(exist_ok=True)
     for name in "sigtool clamscan openssl sed diff cp sync awk tar md5sum".split():
@@ -74,7 +74,7 @@ def releases(folder, home):
 
 
 def many_scripts(folder, home):
-    """A home in which a thousand scripts lead from a million signatures on; their releases are not made one by one."""
+    """Builds a home with a million signatures and a thousand scripts, without making each release."""
     dice = random.Random(1)
     lines = [line(number) for number in range(SIGNATURES)]
     scripted, new = home / "site/VestRUM2/Scripted", folder / "new"
@@ -112,7 +112,7 @@ def many_scripts(folder, home):
 
 
 def one_by_one_and_joined(folder, home):
-    """Applies some scripts in as many runs of sigtool, and in one."""
+    """Applies some scripts with one sigtool process each, then with one process for all."""
     scripts = [home / f"site/VestRUM2/Scripted/VestRUM-{version}.script" for version in range(2, JOINED + 2)]
     (folder / f"VestRUM-{JOINED + 1}.script").write_bytes(b"".join(script.read_bytes() for script in scripts))
     taken, results = [], []
