@@ -6,7 +6,8 @@ namespace tarnwick {
 
 void writeMessage(const RunContext& context, std::string_view format, const std::string& line) {
   if (!context.quietMode) writeToStandardOutput(line);
-  // Fetching a definitions file is of interest while it lasts, to whoever looks on.
+  // Callers rely on this rule, although no message of this program begins so: the progress of a
+  // definitions file is written by the downloader, past this function.
   const bool belongsInLog = !format.starts_with("Downloading Vestrum");
   if (context.logEnabled && belongsInLog) context.logFile.append(line);
 }

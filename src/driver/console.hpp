@@ -10,12 +10,12 @@
 
 namespace tarnwick {
 
-/// Writes a finished line where lines of this format go. `format` is the format string itself:
-/// it, and not the line made from it, decides what stays out of the log.
+/// Writes a formatted line to standard output and the log. The format string, not the line made
+/// from it, decides whether the line stays out of the log.
 void writeMessage(const RunContext& context, std::string_view format, const std::string& line);
 
-/// Reports one line: to standard output unless the run is quiet, and to the log when there is
-/// one. Appends the line feed. Cannot fail.
+/// Prints one line to standard output, unless the run is quiet, and to the log, if there is one.
+/// Appends the line feed. Ignores write errors.
 template <typename... Arguments>
 void printMessage(const RunContext& context, fmt::format_string<Arguments...> format,
                   Arguments&&... arguments) {

@@ -4,10 +4,10 @@
 
 namespace tarnwick {
 
-/// One test: whether the machine has a usable default route. Sends nothing.
+/// Whether the machine has a usable default route. Sends no packet.
 bool isNetworkReachable();
 
-/// Tests up to four times, five seconds apart, and says so. False when there is still no network.
+/// Tests up to four times, five seconds apart, and prints each failure. False if every test fails.
 bool waitForNetwork(const RunContext& context);
 
 }  // namespace tarnwick

@@ -15,7 +15,7 @@
 namespace tarnwick::platform {
 namespace {
 
-// The span of time that ICU's calendars can hold.
+// The earliest and latest moment of ICU's calendars.
 constexpr UDate earliestMilliseconds = -184303902528000000.0;
 constexpr UDate latestMilliseconds = 183882168921600000.0;
 
@@ -27,8 +27,8 @@ std::string formatted(const icu::DateFormat& format, UDate moment) {
   return result;
 }
 
-/// Whether a name has the form that locales have: language, script, region, code set, modifier.
-/// The library can crash at others, such as one with a language of twelve letters.
+/// Whether a name has the form of a locale: language, script, region, code set, modifier. ICU can
+/// crash on other names, for example on a language of twelve letters.
 bool isLocaleName(std::string_view name) {
   constexpr std::size_t longest = 40;  // bounds the matching
   static const std::regex form(
@@ -36,19 +36,19 @@ bool isLocaleName(std::string_view name) {
   return name.size() <= longest && std::regex_match(name.begin(), name.end(), form);
 }
 
-/// The locale for dates, by the order in which POSIX reads the environment.
+/// The locale for dates, from the environment in POSIX's order.
 icu::Locale dateLocale() {
   for (const char* const variable : {"LC_ALL", "LC_TIME", "LANG"}) {
     const char* const name = std::getenv(variable);  // NOLINT(concurrency-mt-unsafe)
     if (name == nullptr || *name == '\0') continue;
-    if (!isLocaleName(name)) break;  // "C" and "POSIX" among them
+    if (!isLocaleName(name)) break;  // for example "C" or "POSIX"
     return icu::Locale::createCanonical(name);
   }
   return icu::Locale::createCanonical("en_US_POSIX");
 }
 
-/// Otherwise the library reads the environment by itself, whatever locale it is asked for, and
-/// that of Debian 13 crashes at what is no locale's name there.
+/// Without a default, ICU reads the environment itself, whichever locale the caller names, and
+/// Debian 13's ICU crashes if the environment names no locale.
 void setDefaultLocale() {
   UErrorCode status = U_ZERO_ERROR;
   icu::Locale::setDefault(dateLocale(), status);

@@ -33,18 +33,18 @@ namespace fs = std::filesystem;
 struct Release {
   void operator()(CFTypeRef object) const { CFRelease(object); }
 };
-/// Owns what a Core Foundation function with "Create" or "Copy" in its name returned.
+/// Owns the result of a Core Foundation function with "Create" or "Copy" in its name.
 template <typename Reference>
 using Owned = std::unique_ptr<std::remove_pointer_t<Reference>, Release>;
 
-/// None where the bytes are not valid UTF-8.
+/// Null if the bytes are not valid UTF-8.
 Owned<CFStringRef> makeString(std::string_view text) {
   return Owned<CFStringRef>(
       CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
                               static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8, false));
 }
 
-/// Empty where the object is absent or no string.
+/// Empty if the object is absent or not a string.
 std::string textOf(CFTypeRef object) {
   if (object == nullptr || CFGetTypeID(object) != CFStringGetTypeID()) return {};
   const auto string = static_cast<CFStringRef>(object);
@@ -81,7 +81,7 @@ std::string operatingSystemVersion() {
   return version.empty() ? "unknown" : version;
 }
 
-// The system gives each user a temporary folder that is closed to all others already.
+// macOS gives each user a temporary folder that other users cannot open.
 fs::path makeTemporaryDirectory() {
   std::array<char, 1024> parent{};  // PATH_MAX here
   const std::size_t length = ::confstr(_CS_DARWIN_USER_TEMP_DIR, parent.data(), parent.size());
@@ -89,7 +89,7 @@ fs::path makeTemporaryDirectory() {
   const fs::path usual = fs::path(known ? parent.data() : "/tmp") / "tarnwick";
   if (known && (::mkdir(usual.c_str(), 0700) == 0 || errno == EEXIST)) return usual;
   std::string spare = "/tmp/tarnwick-XXXXXX";
-  // Nothing at all, rather than a name that others can guess.
+  // Never use a name that others can guess.
   return ::mkdtemp(spare.data()) != nullptr ? fs::path(spare) : unmakeablePath(usual);
 }
 
@@ -97,8 +97,8 @@ void releaseTemporaryDirectory(const fs::path& directory) {
   ::rmdir(directory.c_str());
 }
 
-// Deprecated by 14.4 in favour of an interface that answers later, on a queue of its own. This one
-// still answers at once, and that is what a run without an event loop needs.
+// macOS 14.4 deprecates this interface in favour of an asynchronous one with its own queue. A run
+// has no event loop, so it needs the synchronous answer.
 #pragma clang diagnostic push
 #pragma clang diagnostic ignored "-Wdeprecated-declarations"
 bool defaultRouteIsUsable() {
@@ -114,7 +114,7 @@ bool defaultRouteIsUsable() {
 }
 #pragma clang diagnostic pop
 
-// The kernel lists the newest first and stops when the buffer is full.
+// The kernel lists the newest processes first and stops when the buffer is full.
 std::size_t listProcesses(std::span<pid_t> processes) {
   const int bytes =
       ::proc_listpids(PROC_ALL_PIDS, 0, processes.data(), static_cast<int>(processes.size_bytes()));
@@ -122,7 +122,7 @@ std::size_t listProcesses(std::span<pid_t> processes) {
 }
 
 std::string_view executablePathOf(pid_t process, std::span<char> buffer) {
-  // The kernel refuses a buffer that is larger than it needs.
+  // The kernel refuses a buffer that is larger than this.
   const auto size = std::min<std::size_t>(buffer.size(), PROC_PIDPATHINFO_MAXSIZE);
   const int length = ::proc_pidpath(process, buffer.data(), static_cast<std::uint32_t>(size));
   return length > 0 ? std::string_view(buffer.data(), static_cast<std::size_t>(length))
@@ -146,9 +146,9 @@ void closeOtherDescriptors(posix_spawn_file_actions_t& actions, posix_spawnattr_
   }
 }
 
-// sigaction(2) names fork as safe in a handler and this not. But fork runs hooks of the system's
-// own libraries, which take locks that the interrupted code may hold, malloc's among them; this is
-// one system call and runs none.
+// sigaction(2) lists fork as safe in a handler, and not posix_spawn. But fork runs hooks of the
+// system's libraries, which take locks (malloc's for one) that the interrupted code may hold.
+// posix_spawn is one system call and runs no hook.
 pid_t spawnShellInSignalHandler(const char* commandLine, const posix_spawnattr_t& attributes) {
   std::array<char, 3> shell{"sh"};
   std::array<char, 3> option{"-c"};
@@ -162,7 +162,7 @@ pid_t spawnShellInSignalHandler(const char* commandLine, const posix_spawnattr_t
 
 namespace {
 
-/// The keys stored for a domain; none when no such domain exists.
+/// The keys stored for a domain; null if the domain does not exist.
 Owned<CFArrayRef> keysOf(CFStringRef domain) {
   return Owned<CFArrayRef>(
       CFPreferencesCopyKeyList(domain, kCFPreferencesCurrentUser, kCFPreferencesAnyHost));
@@ -224,7 +224,7 @@ std::string formatDate(double secondsSince1970, std::string_view pattern, TimeZo
   const Owned<CFStringRef> wanted = makeString(pattern);
   if (!format || !wanted) return {};
   CFDateFormatterSetFormat(format.get(), wanted.get());
-  if (zone == TimeZone::gmt) {  // local is where it starts from
+  if (zone == TimeZone::gmt) {  // a new formatter has the local zone
     const Owned<CFTimeZoneRef> gmt(CFTimeZoneCreateWithTimeIntervalFromGMT(kCFAllocatorDefault, 0));
     CFDateFormatterSetProperty(format.get(), kCFDateFormatterTimeZone, gmt.get());
   }
@@ -238,12 +238,12 @@ std::string currentDateAndTime() {
   return format ? formatted(format.get(), CFAbsoluteTimeGetCurrent()) : std::string();
 }
 
-// The empty word says that no spare copy is kept; this sed takes it as an argument of its own.
+// This sed takes the suffix of the spare copy as a separate argument; empty means no copy.
 std::string_view inPlaceEditCommand() {
   return "sed -i ''";
 }
 
-// This sed puts the name of the edited file into that of its temporary one: it needs no note.
+// The name of this sed's temporary file contains the edited file's name, so no note is needed.
 void beginInPlaceEdits(const fs::path& /*file*/) {}
 
 void endInPlaceEdits() {}

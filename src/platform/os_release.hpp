@@ -5,8 +5,8 @@
 
 namespace tarnwick::platform {
 
-/// The version that a text of os-release's form gives the system; "unknown" when it gives none, or
-/// one that is no UTF-8.
+/// The value of VERSION_ID in a text of the form of os-release; "unknown" if there is none, or if
+/// it is not UTF-8.
 std::string versionInRelease(std::istream& release);
 
 }  // namespace tarnwick::platform

@@ -7,12 +7,12 @@
 
 namespace tarnwick::platform {
 
-/// The texts of an XML property list whose root is a dictionary, by key. Anything else in it is
-/// passed over, and a text that is no such property list holds nothing.
+/// The texts of an XML property list, by key. Ignores values that are not texts. Empty if `xml` is
+/// not a property list with a dictionary as its root.
 Preferences parsePropertyList(std::string_view xml);
 
-/// The XML property list that holds these texts, but for those that would not come back as they
-/// are: with control characters, or not UTF-8.
+/// The XML property list of these texts. Leaves out texts that parsePropertyList would not return
+/// unchanged: those with control characters, and those that are not UTF-8.
 std::string formatPropertyList(const Preferences& values);
 
 }  // namespace tarnwick::platform

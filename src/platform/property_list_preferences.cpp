@@ -42,16 +42,16 @@ void takeText(Preferences& values, const char* key, plist_t item) {
   if (text != nullptr) values.insert_or_assign(key, text);
 }
 
-/// Whether the library can hold this text and give it back as it was: XML has no place for most
-/// control characters, and line ends of its own.
+/// Whether the library returns this text unchanged: XML excludes most control characters and
+/// converts line ends.
 bool comesBackAsItIs(std::string_view text) {
   const auto isControl = [](unsigned char c) { return (c < ' ' && c != '\t') || c == 0x7F; };
   return textFromUtf8(text) && std::ranges::none_of(text, isControl);
 }
 
-/// The library aborts at a NUL byte within a text, and reads past its tables for an odd date.
+/// libplist aborts on a NUL byte inside a text, and reads past its tables for some dates.
 bool canBeParsed(std::string_view xml) {
-  // A state of ours is far smaller; the library's recursion does not bear every size.
+  // A real state is far smaller; the library's recursion overflows the stack on some large ones.
   constexpr std::size_t largest = 65536;
   return !xml.empty() && xml.size() <= largest && xml.find('\0') == std::string_view::npos &&
          xml.find("<date") == std::string_view::npos;

@@ -11,7 +11,8 @@ namespace {
 constexpr std::string_view removeOldFirst = "--remove-old-first";
 constexpr std::string_view dataDirectoryWord = "datadir";
 
-/// Always six characters are cut, so that "--logfile=/x" names the log "ile=/x".
+/// Callers rely on cutting six characters, whatever they are: "--logfile=/x" names the log
+/// "ile=/x".
 void takeLog(RunContext& context, const std::string& argument) {
   constexpr std::size_t cut = 6;
   const std::string_view path = dropCharacters(argument, cut);
@@ -21,7 +22,7 @@ void takeLog(RunContext& context, const std::string& argument) {
   context.logEnabled = true;
 }
 
-/// Always eight characters are cut, for the word and the "=" behind it.
+/// Cuts eight characters, whatever they are: the word and the "=" after it.
 void takeDataDirectory(RunContext& context, std::string_view fromWordOn) {
   if (fromWordOn == dataDirectoryWord) return;
   context.dataDirectory = dropCharacters(fromWordOn, dataDirectoryWord.size() + 1);

@@ -13,12 +13,13 @@ using Arguments = std::vector<std::string>;
 /// Whether the first argument asks for the version report.
 bool asksForVersionReport(const Arguments& arguments);
 
-/// Whether the first argument asks to wipe the old databases. Elsewhere it asks for nothing.
+/// Whether the first argument asks to wipe the old databases. The same text in another position has
+/// no effect.
 bool asksToRemoveOldFirst(const Arguments& arguments);
 
-/// Builds `freshclamCommand` from the arguments, and takes from them the log, the quiet mode and
-/// the data directory. They are `freshclam`'s arguments: this program only reads along, by plain
-/// text, and one argument can mean several things to it.
+/// Builds `freshclamCommand` from the arguments, and sets the log, the quiet mode and the data
+/// directory. The arguments are `freshclam`'s; this program searches each for a few words, so one
+/// argument can have several effects.
 void readArguments(RunContext& context, const Arguments& arguments);
 
 }  // namespace tarnwick

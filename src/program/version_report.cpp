@@ -35,7 +35,7 @@ void writeVersionReport(const RunContext& context) {
   const std::optional<double> built = databaseBuildDateOfFile(context, container);
   const std::int64_t version = databaseVersionOfFile(context, container);
   writeToStandardOutput(fmt::format("{} (v{}) updated {}\n", container, version, describe(built)));
-  // Always the product's own folder, as nothing on the command line is looked at.
+  // Always the fixed folder: this mode reads no argument after the first.
   for (const VendorItem& item : vendorItems()) {
     const std::string name = item.fileName();
     const auto date = modificationDate(fmt::format("{}/{}", fixedDatabaseDirectory(), name));

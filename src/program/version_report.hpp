@@ -4,8 +4,8 @@
 
 namespace tarnwick {
 
-/// Writes the tool's version and, for each of the vendor's databases, when it was last updated.
-/// Needs no super-user rights; knows neither quiet mode nor log.
+/// Writes the tool's version, and the version or date of each vendor database, to standard output.
+/// Needs no root rights; ignores quiet mode and log.
 void writeVersionReport(const RunContext& context);
 
 }  // namespace tarnwick

@@ -42,12 +42,12 @@ Group takeGroup(std::string_view& text) {
 }
 
 std::string_view withoutLineFeedsAtEnd(std::string_view text) {
-  // Line feeds only: a carriage return stays, and costs the decoded text its last byte.
+  // Only line feeds: a carriage return stays and makes the decoder drop its last byte.
   while (text.ends_with('\n')) text.remove_suffix(1);
   return text;
 }
 
-/// The vendor signs the 20 digest bytes of the content, and DSA with SHA-1 digests them again.
+/// The vendor signs the 20 bytes of the content's SHA-1 digest; DSA with SHA-1 digests them again.
 bool digestIsSigned(const crypto::Bytes& digest, std::string_view encodedSignature,
                     std::string_view publicKey) {
   const std::vector<unsigned char> key = derOfPublicKeyText(publicKey);
@@ -69,8 +69,9 @@ std::vector<unsigned char> decodeSignatureBase64(std::string_view text) {
     if (size >= 2) put(0, values[0] << 2 | values[1] >> 4);
     if (size >= 3) put(1, values[1] << 4 | values[2] >> 2);
     if (size >= 4) put(2, values[2] << 6 | values[3]);
-    // A group without a value takes the last byte back off, so that junk behind a signature makes
-    // it fail. Where nothing was decoded at all the end wraps round and the zeros stay.
+    // Vendors' signatures rely on this end: a group without a value drops the last byte, so junk
+    // after a signature invalidates it. If nothing was decoded, `end` wraps round and the zeros
+    // stay.
     end += size - 1;
   }
   if (end < output.size()) output.resize(end);
@@ -78,7 +79,7 @@ std::vector<unsigned char> decodeSignatureBase64(std::string_view text) {
 }
 
 std::vector<unsigned char> derOfPublicKeyText(std::string_view keyText) {
-  // The dashes go first: what is then left of the markers is their words.
+  // Remove the dashes first; the markers are then plain words.
   std::string body = replaced(keyText, "-", "");
   body = replaced(body, "BEGIN PUBLIC KEY", "");
   body = replaced(body, "END PUBLIC KEY", "");
@@ -89,7 +90,7 @@ std::vector<unsigned char> derOfPublicKeyText(std::string_view keyText) {
     joined += stripped(line, " \t");
     joined += '\n';
   }
-  joined.pop_back();  // no line feed behind the last
+  joined.pop_back();  // no line feed after the last line
   return decodeSignatureBase64(joined);
 }
 

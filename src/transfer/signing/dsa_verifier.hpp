@@ -7,18 +7,18 @@
 
 namespace tarnwick {
 
-/// Whether the file or text carries a valid signature of whoever holds the private half of the key.
-/// Every failure is the result false.
+/// Whether the signature is a valid one for the file or text, made with the private half of the
+/// key. False on every failure, such as a file that cannot be read.
 ///
-/// The signature text is the Base64 of a DER DSA signature; line feeds at its end do not count.
-/// The key text is PEM: markers and a Base64 body, on one line or many.
-bool fileIsSigned(const std::filesystem::path& path, std::string_view encodedSignature,
-                  std::string_view publicKey);
-bool textIsSigned(std::string_view text, std::string_view encodedSignature,
-                  std::string_view publicKey);
+/// `encodedSignature` is the Base64 text of a DER DSA signature; line feeds at its end are ignored.
+/// `publicKey` is PEM: markers and a Base64 body, on one line or many.
+[[nodiscard]] bool fileIsSigned(const std::filesystem::path& path,
+                                std::string_view encodedSignature, std::string_view publicKey);
+[[nodiscard]] bool textIsSigned(std::string_view text, std::string_view encodedSignature,
+                                std::string_view publicKey);
 
-/// The same as an interface that is kept whole, though this program has no text to verify. An
-/// absent argument, too, is the result false. Never prints.
+/// The same operations under the class's published names, which other callers rely on. False also
+/// for an absent argument. Never prints.
 class DVSUDSAVerifier {
  public:
   static bool validatePathWithEncodedDSASignatureWithPublicDSAKey(
@@ -32,11 +32,11 @@ class DVSUDSAVerifier {
       const std::optional<std::string_view>& publicKey);
 };
 
-/// The DER bytes of a PEM public key; empty when there are none.
+/// The DER bytes of a PEM public key; empty if the text holds none.
 std::vector<unsigned char> derOfPublicKeyText(std::string_view keyText);
 
-/// The verifier's own Base64 decoder, which differs from the usual ones in how it ends; see the
-/// comments in its body.
+/// The verifier's own Base64 decoder. It treats the end of the text differently from other
+/// decoders; the comments in its body say how.
 std::vector<unsigned char> decodeSignatureBase64(std::string_view text);
 
 }  // namespace tarnwick

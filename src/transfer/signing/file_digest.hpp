@@ -10,13 +10,14 @@
 
 namespace tarnwick {
 
-/// Hands over what is left of an open file in small pieces, so that memory does not grow with it.
-/// False when reading failed on the way.
-bool readInPieces(int descriptor, const std::function<void(std::span<const char>)>& take);
+/// Reads an open file from its position to its end and passes it to `take` in small pieces. False
+/// if a read fails; `take` has then had the pieces before.
+[[nodiscard]] bool readInPieces(int descriptor,
+                                const std::function<void(std::span<const char>)>& take);
 
-/// None when the file cannot be opened or read to its end.
-std::optional<crypto::Bytes> digestOfFile(const std::filesystem::path& path,
-                                          crypto::DigestAlgorithm algorithm);
+/// None if the file cannot be opened or read to its end.
+[[nodiscard]] std::optional<crypto::Bytes> digestOfFile(const std::filesystem::path& path,
+                                                        crypto::DigestAlgorithm algorithm);
 
 /// Two lower-case digits for each byte.
 std::string hexadecimal(std::span<const unsigned char> bytes);

@@ -8,9 +8,9 @@
 
 namespace tarnwick {
 
-/// An algorithm of the caller's own for hashOfFileAtPathWithComputationContext, and its state.
-/// Lives for a single call.
-// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl*): the name that the class has always had
+/// The caller's own algorithm for hashOfFileAtPathWithComputationContext, and its state. Must live
+/// until that call returns.
+// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl*): callers rely on the name
 struct _FileHashComputationContext {
   void (*initFunction)(void* state);
   void (*updateFunction)(void* state, const void* bytes, std::uint32_t length);
@@ -19,10 +19,11 @@ struct _FileHashComputationContext {
   void* hashObjectPointer;     ///< the algorithm's state, owned by the caller
 };
 
-/// Digests of files and short texts, as text. None when a file cannot be opened or read to its end.
+/// Hashes of files and short texts: their digests as text. None if a file cannot be opened or read
+/// to its end.
 ///
-/// The class is an interface that is kept whole: of its operations this program itself calls
-/// md5HashOfFileAtPath and md5HashAsBase64OfString.
+/// Other callers rely on the whole class; this program only calls md5HashOfFileAtPath and
+/// md5HashAsBase64OfString.
 class FileHash {
  public:
   static std::optional<std::string> hashOfFileAtPathWithComputationContext(
@@ -32,11 +33,10 @@ class FileHash {
   static std::optional<std::string> sha1HashOfFileAtPath(const std::filesystem::path& path);
   static std::optional<std::string> sha512HashOfFileAtPath(const std::filesystem::path& path);
 
-  /// 32 lower-case hexadecimal digits, or with `rawDigest` the 16 digest bytes, one a character.
+  /// 32 lower-case hexadecimal digits; with `rawDigest`, the 16 bytes of the digest.
   static std::string md5HashOfStringRawDigest(std::string_view text, bool rawDigest);
 
-  /// 25 characters: the Base64 text of the MD5 digest and a line feed, which the caller keeps or
-  /// trims.
+  /// 25 characters: the Base64 text of the MD5 digest and a line feed.
   static std::string md5HashAsBase64OfString(std::string_view text);
 
   static std::string sha1OfString(std::string_view text);
