@@ -1,7 +1,6 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -14,40 +13,18 @@
 #include <cstring>
 #include <fstream>
 #include <sstream>
-#include <system_error>
 
 #include "base/file_descriptor.hpp"
-#include "base/files.hpp"
-#include "base/text_rules.hpp"
 #include "platform/os_release.hpp"
 #include "platform/platform.hpp"
 #include "platform/property_list.hpp"
 
 namespace tarnwick::platform {
-namespace {
 
 namespace fs = std::filesystem;
 
-/// The value of NAME=value among shell assignments, quotes removed.
-std::string assignedValue(std::istream& stream, std::string_view name) {
-  for (std::string line; std::getline(stream, line);) {
-    if (!line.starts_with(name) || line.size() <= name.size() || line[name.size()] != '=') continue;
-    std::string value = line.substr(name.size() + 1);
-    std::erase_if(value, [](unsigned char c) { return c == '"' || c == '\'' || c < ' '; });
-    return value;
-  }
-  return {};
-}
-
-}  // namespace
-
-std::string versionInRelease(std::istream& release) {
-  const std::string version = assignedValue(release, "VERSION_ID");
-  return version.empty() || !textFromUtf8(version) ? "unknown" : version;
-}
-
 std::string operatingSystemVersion() {
-  // An administrator can put this file in place to say which system the servers are to be told of.
+  // An administrator can create this file to choose the version that the servers see.
   constexpr auto systemVersion = "/System/Library/CoreServices/SystemVersion.plist";
   const std::ifstream stream(systemVersion);
   if (stream) {
@@ -233,16 +210,6 @@ pid_t spawnShellInSignalHandler(const char* commandLine, const posix_spawnattr_t
 std::string unzipCommand(const fs::path& archive, const fs::path& directory) {
   // On a full disk it would ask whether to go on.
   return fmt::format("unzip -o -q {} -d {} </dev/null", archive.string(), directory.string());
-}
-
-bool engineSignatureIsSound(const fs::path& engine) {
-  std::error_code error;
-  const fs::path resolved = fs::canonical(engine, error);
-  if (error) return false;
-  struct stat program = {};
-  if (::stat(resolved.c_str(), &program) != 0) return false;
-  return S_ISREG(program.st_mode) && (program.st_mode & S_IXUSR) != 0 &&
-         belongsToRootAlone(resolved) && belongsToRootAlone(resolved.parent_path());
 }
 
 }  // namespace tarnwick::platform

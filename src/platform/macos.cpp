@@ -7,7 +7,6 @@
 #include <sys/proc.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -238,47 +237,8 @@ std::string currentDateAndTime() {
   return format ? formatted(format.get(), CFAbsoluteTimeGetCurrent()) : std::string();
 }
 
-// This sed takes the suffix of the spare copy as a separate argument; empty means no copy.
-std::string_view inPlaceEditCommand() {
-  return "sed -i ''";
-}
-
-// The name of this sed's temporary file contains the edited file's name, so no note is needed.
-void beginInPlaceEdits(const fs::path& /*file*/) {}
-
-void endInPlaceEdits() {}
-
-void removeUnfinishedEdits(const fs::path& file) {
-  constexpr std::string_view start = ".!";
-  const std::string end = "!" + file.filename().string();
-  for (const std::string& name : namesIn(file.parent_path()).value_or(std::vector<std::string>{})) {
-    if (name.size() <= start.size() + end.size()) continue;
-    if (!name.starts_with(start) || !name.ends_with(end)) continue;
-    const std::string process = name.substr(start.size(), name.size() - start.size() - end.size());
-    const bool isNumber = process.find_first_not_of("0123456789") == std::string::npos;
-    if (isNumber) ::unlink((file.parent_path() / name).c_str());
-  }
-}
-
 std::string unzipCommand(const fs::path& archive, const fs::path& directory) {
   return fmt::format("ditto -xk {} {}", archive.string(), directory.string());
-}
-
-bool engineSignatureIsSound(const fs::path& engine) {
-  std::string program = "/usr/bin/codesign";
-  std::string verify = "--verify";
-  std::string path = engine.string();
-  const std::array<char*, 4> arguments{program.data(), verify.data(), path.data(), nullptr};
-  pid_t child = 0;
-  if (::posix_spawn(&child, program.c_str(), nullptr, nullptr, arguments.data(), environ) != 0) {
-    return false;
-  }
-  int status = 0;
-  pid_t ended = 0;
-  do {
-    ended = ::waitpid(child, &status, 0);
-  } while (ended < 0 && errno == EINTR);
-  return ended == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 }  // namespace tarnwick::platform
