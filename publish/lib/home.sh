@@ -66,18 +66,19 @@ lock_to_publish() {
     require_key
 }
 
-# What root leaves in somebody's home would shut its owner out.
+# What root leaves in a home would shut its owner out. Whoever owns the folder could
+# also put a link where root is about to write.
 work_as_owner() {
-    local owner group groups=--clear-groups
-    owner=$(stat -c %u "$home")
+    local folder=${1:-$home} owner group groups=--clear-groups
+    owner=$(stat -c %u "$folder")
     ((EUID != owner)) || return 0
     ((EUID == 0)) || fail "$home belongs to $(stat -c %U "$home"); only its owner can publish"
-    group=$(id -g "$owner" 2>/dev/null) || group=$(stat -c %g "$home")
+    group=$(id -g "$owner" 2>/dev/null) || group=$(stat -c %g "$folder")
     ! getent passwd "$owner" >/dev/null || groups=--init-groups
     # Root may stand where the owner cannot be, and have no rights of its own to the home.
     cd /
     set -- setpriv --reuid "$owner" --regid "$group" "$groups"
-    "$@" test -r "$program" || fail "$(stat -c %U "$home"), whose home this is, cannot read $program" \
+    "$@" test -r "$program" || fail "$(stat -c %U "$folder"), to whom $folder belongs, cannot read $program" \
         "put the publishing kit where everybody can read it"
     exec "$@" "$program" --home "$home" "${command_line[@]}"
 }
@@ -148,8 +149,24 @@ sweep_others() {
     done
 }
 
+# Whose work a new home is: that of the owner of what this names, which is the last
+# folder on the way to it that is there, or a link on the way that is not root's.
+last_on_the_way() {
+    local path part parts=() reached=
+    path=$(realpath -ms -- "$1")
+    IFS=/ read -r -a parts <<<"${path#/}"
+    for part in "${parts[@]}"; do
+        [[ -e $reached/$part || -L $reached/$part ]] || break
+        reached+=/$part
+        [[ ! -L $reached || $(stat -c %u "$reached") == 0 ]] || break
+    done
+    echo "${reached:-/}"
+}
+
 make_home() {
     need_programs
+    home=$(readlink -m -- "$1")
+    ((EUID)) || work_as_owner "$(last_on_the_way "$1")"
     mkdir -p "$1" || fail "$1 cannot be made; choose another folder with --home" \
         "or let root make it yours first: install -d -o $(id -un) $1"
     locate "$1"

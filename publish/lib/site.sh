@@ -40,14 +40,18 @@ read_site_options() {
 # What `site` was told, for whoever asks the servers later. Its presence tells
 # that the tree is served from this computer.
 remember_site_options() {
-    local name owner
-    owner=$(stat -c %u "$home")
-    ((EUID == 0 || EUID == owner)) || return 0
+    local name
+    rm -f -- "$site_settings.new"
     (umask 077; for name in content_host links_host mirror_host link_secret; do
         printf '%s=%s\n' "$name" "${!name}"
     done >"$site_settings.new")
-    chown "$owner" "$site_settings.new"
     mv "$site_settings.new" "$site_settings"
+}
+
+# Only what is certainly missing: the owner of the home may have no right to look
+# at the certificates, which nginx reads as root.
+is_missing() {
+    [[ $(stat -L -- "$1" 2>&1 >/dev/null) == *"No such file"* ]]
 }
 
 # As remembered, or else as Tarnwick is built when nobody says otherwise.
@@ -128,12 +132,13 @@ END
 print_site() {
     local content_host links_host mirror_host link_secret certificate certificate_key
     locate "$1"
+    [[ ! -d $home ]] || work_as_owner
     shift
     recall_site_options
     read_site_options "$@"
     plain_values
     [[ ! -f $private_key ]] || remember_site_options
-    [[ -r $certificate && -r $certificate_key ]] ||
+    ! is_missing "$certificate" && ! is_missing "$certificate_key" ||
         echo "tarnwick-publish: nginx will need $certificate and $certificate_key; see site --help" >&2
     echo "# Include this file from nginx's http block."
     print_server "$content_host" "$site" "$(content_locations)"

@@ -160,6 +160,16 @@ def test_only_the_owner_publishes(shared_world):
     assert (closed.status, closed.stderr) == (
         1, "tarnwick-publish: /srv/closed/file is not a file that can be read by nobody\n")
     assert world.command(*as_nobody, *kit.split(), "withdraw").status == 0
+    # What the owner puts in root's way.
+    world.shell("cd /srv/owned; echo roots | tee /srv/roots >/srv/closed/key.pem; mkdir /srv/roots.d"
+                "; ln -s ../roots site.settings.new; ln -s ../roots.d theirs; chown -h nobody site.settings.new theirs")
+    printed = world.command("sh", "-c", f"umask 077; {kit} site --link-secret Other --certificate /srv/vendor/tls/"
+                            "certificate.pem --certificate-key /srv/closed/key.pem")
+    assert (printed.status, printed.stderr, "Other$path" in printed.stdout) == (0, "", True), printed
+    assert world.command("sh", "-c", f"{kit}/theirs/new init").status == 1
+    assert world.command("sh", "-c", f"{kit}/own/new init").status == 0
+    assert world.shell(f"cd /srv; stat -c %U roots owned/site.settings; cat roots; ls roots.d; {foreign}"
+                       "; sed -n 4p owned/site.settings; rm -r owned/own") == "root\nnobody\nroots\nlink_secret=Other\n"
     world.shell("chown daemon /srv/owned/site/releases/5")
     for command in ("withdraw", "check"):
         refused = world.command(*as_nobody, *kit.split(), command)
