@@ -5,37 +5,45 @@ readonly SCRIPTED_PATH=/VestRUM2/Scripted DATABASE_PATH=/VestRUM2/Vestrum.databa
 # So many files are asked for in one go; the links must not expire meanwhile.
 readonly BATCH=200 LINK_SECONDS=600
 
-# Fetches "URL FILE" lines over one connection into $served; prints a line for
-# each: status, Content-Length, Last-Modified, file, and why it failed, if it did.
-# A tab stands between them, and a "-" where there is nothing.
+# Fetches "URL FILE" lines over one connection into $served; prints four lines for
+# each, which `read_answer` reads. No line names the file: what a server answers
+# must not choose it.
 fetch() {
     local url file
     while read -r url file; do
         printf 'url = "%s"\noutput = "%s"\n' "$url" "$served/$file"
     done >"$work/requests"
     curl -sS --create-dirs --connect-timeout 15 --speed-limit 1 --speed-time 60 "${connect[@]}" "$@" \
-        -w '%{http_code}\t-%header{content-length}\t-%header{last-modified}\t%{filename_effective}\t-%{errormsg}\n' \
+        -w '%{http_code}\n%header{content-length}\n%header{last-modified}\n%{errormsg}\n' \
         -K "$work/requests" 2>/dev/null || true
+}
+
+read_answer() {
+    status='' length='' modified='' error=''
+    IFS= read -r status && IFS= read -r length && IFS= read -r modified && IFS= read -r error
 }
 
 # What must be there, with a length and a date, under a name of ours. A file
 # that is refused is not kept, so that it counts as missing.
 fetch_published() {
-    local status length modified file error
-    while IFS=$'\t' read -r status length modified file error; do
-        if [[ $error != - ]]; then
-            damage "${file##*/} cannot be fetched: ${error#-}"
+    local requests status length modified error number=0 file
+    mapfile -t requests
+    while ((number < ${#requests[@]})) && read_answer; do
+        file=${requests[number]##* }
+        number=$((number + 1))
+        if [[ -n $error ]]; then
+            damage "${file##*/} cannot be fetched: $error"
         elif [[ $status != 200 ]]; then
             damage "${file##*/} is answered with status $status"
-        elif [[ $length == - ]]; then
+        elif [[ -z $length ]]; then
             damage "${file##*/} comes without a length"
-        elif [[ $modified == - ]]; then
+        elif [[ -z $modified ]]; then
             damage "${file##*/} comes without a date"
         else
             continue
         fi
-        rm -f "$file"
-    done < <(fetch)
+        rm -f "$served/$file"
+    done < <(printf '%s\n' "${requests[@]}" | fetch)
 }
 
 # Files of the links host, in as many goes as their links stay good for.
@@ -52,8 +60,8 @@ fetch_scripted() {
 
 # One request that must be refused with this status.
 expect_refusal() {
-    local wanted=$1 what=$2 url=$3 status
-    IFS=$'\t' read -r status _ < <(fetch <<<"$url refused")
+    local wanted=$1 what=$2 url=$3 status length modified error
+    read_answer < <(fetch <<<"$url refused") || true
     [[ $status == "$wanted" ]] || damage "$what is answered with status $status, and should be with $wanted"
 }
 
@@ -67,13 +75,13 @@ check_guards() {
 
 # Installations compare dates, so that servers must not differ in them.
 check_database_date() {
-    local status length modified file error here
+    local status length modified error here
     here=$(date -u -d "@$(stat -Lc %Y "$home/site$DATABASE_PATH")" '+%a, %d %b %Y %H:%M:%S GMT')
-    IFS=$'\t' read -r status length modified file error < <(fetch -I <<<"https://$content_host$DATABASE_PATH headers")
-    [[ $status != 200 || ${modified#-} == "$here" ]] ||
-        damage "Vestrum.database is dated ${modified#-}, and here $here: copy it with its date"
-    [[ $status != 200 || ${length#-} == "$(stat -Lc %s "$home/site$DATABASE_PATH")" ]] ||
-        damage "Vestrum.database is announced with ${length#-} bytes, which is not its length here"
+    read_answer < <(fetch -I <<<"https://$content_host$DATABASE_PATH headers") || true
+    [[ $status != 200 || $modified == "$here" ]] ||
+        damage "Vestrum.database is dated $modified, and here $here: copy it with its date"
+    [[ $status != 200 || $length == "$(stat -Lc %s "$home/site$DATABASE_PATH")" ]] ||
+        damage "Vestrum.database is announced with $length bytes, which is not its length here"
 }
 
 # What one server gives out, into a tree of its own that is checked like ours.

@@ -123,6 +123,13 @@ SERVED = {
     "another date": Served(
         ["Vestrum.database is dated Thu, 01 Jan 2026 00:00:00 GMT, and here {date}: copy it with its date"],
         answers={"HEAD /VestRUM2/Vestrum.database": {"length": len(definitions_text()), "headers": DATED}}),
+    "a date with tabs and a name of ours": Served(
+        ["Vestrum.database does not fit its signature"], answers={"GET /VestRUM2/Vestrum.database.signature": {
+            "body": "x", "headers": ("Last-Modified: x\t/srv/vendor/private.pem\t-y",)}}),
+    "a date with tabs, asked for alone": Served(
+        ["Vestrum.database is dated x?-200?/srv/vendor/private.pem, and here {date}: copy it with its date"], answers={
+            "HEAD /VestRUM2/Vestrum.database": {"length": len(definitions_text()), "headers": (
+                "Last-Modified: x\t-200\t/srv/vendor/private.pem",)}}),
     "links unguarded, old version": Served(
         [*GUARDS, f'{V} says "VestRUM:3?", and the container is version 4'],
         answers={f"GET /VestRUM2/Scripted/{V}": {"body": "VestRUM:3\033\0\n", "headers": DATED}}),
@@ -158,6 +165,7 @@ def test_check_asks_servers_as_installations_do(world, served):
     assert (outcome.status, said, outcome.stderr) == ((
         1, damaged, f"{found(served.named)}copy the public tree to that server again\n") if damaged else (
             0, "All is well: version 4 from 1 server.\n", ""))
+    assert world.shell("cd /srv/vendor; ls private.pem") == "private.pem\n"
 
 
 def test_check_asks_each_of_many_servers_for_the_hosts_that_installations_know(world):
