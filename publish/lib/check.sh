@@ -57,6 +57,12 @@ verify_signatures() {
     done | unfitting)
 }
 
+# Whether ClamAV's programs may read a file: of a server's only what fits its
+# signature, because sigtool writes wherever a script says.
+may_be_tried() {
+    [[ -z $where || -f $1 && -f $1.signature && -z ${unfit[$1]:-} ]]
+}
+
 # A published file and its signature, which are of no use without each other.
 check_pair() {
     local file=$1 name=${1##*/}
@@ -83,6 +89,7 @@ check_container() {
     announced=$(head -c 99 "$scripted/VestRUM-db-version.txt" 2>/dev/null | tr -d '\0') || announced=nothing
     [[ $announced == "VestRUM:$version" ]] ||
         damage "VestRUM-db-version.txt says \"$announced\", and the container is version $version"
+    may_be_tried "$container" || return 0
     try_as_installations_do "$container" || case $? in
         1) damage "VestRUM.cud: $(why_refused)" ;;
         *) damage "ClamAV cannot load VestRUM.cud" ;;
@@ -93,10 +100,11 @@ check_container() {
 # whole container; all of them follow the scripts to the newest, so one walk
 # from the oldest meets each of their steps.
 check_scripts() {
-    local number gap=0
+    local number script gap=0
     for ((number = oldest + 1; number <= version; number++)); do
-        check_pair "$scripted/VestRUM-$number.script"
-        [[ -s $scripted/VestRUM-$number.script ]] || ((gap)) || gap=$number
+        script=$scripted/VestRUM-$number.script
+        check_pair "$script"
+        { [[ -s $script ]] && may_be_tried "$script"; } || ((gap)) || gap=$number
     done
     if ! unpack "$first_container" "$work/replay"; then
         damage "first.cud cannot be unpacked, so no script can be tried"
@@ -111,6 +119,7 @@ check_scripts() {
         ((gap == version)) || echo "Not tried: the scripts after VestRUM-$gap.script, which need its result"
         return 0
     fi
+    may_be_tried "$scripted/VestRUM.cud" || return 0
     { unpack "$scripted/VestRUM.cud" "$work/published" && diff -r "$work/replay" "$work/published"; } >/dev/null 2>&1 ||
         damage "the scripts lead to something else than VestRUM.cud"
 }

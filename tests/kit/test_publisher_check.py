@@ -95,6 +95,7 @@ V = "VestRUM-db-version.txt"
 GUARDS = [f"{what} is answered with status 200, and should be with {status}" for what, status in (
     ("a link without a signature", 403), ("a link signed with another secret", 403), ("a link that has expired", 410))]
 DATED = ("Last-Modified: Thu, 01 Jan 2026 00:00:00 GMT",)
+ELSEWHERE = "MOVE VestRUM.ndb ../../moved 1 Vestrum 1 Vestrum\n"
 
 
 class Served(NamedTuple):
@@ -110,8 +111,15 @@ SERVED = {
     "script missing": Served(
         ["VestRUM-3.script is answered with status 404", "VestRUM-3.script is missing, and its signature is there"], 3,
         answers={"GET /VestRUM2/Scripted/VestRUM-3.script": {"status": "404 Gone"}}),
+    "script that writes elsewhere": Served(
+        ["VestRUM-4.script does not fit its signature"],
+        answers={"GET /VestRUM2/Scripted/VestRUM-4.script": {"body": ELSEWHERE, "headers": DATED}}),
+    "script that writes elsewhere, unsigned": Served(
+        ["VestRUM-3.script.signature is answered with status 404", "VestRUM-3.script has no signature"], 3, answers={
+            "GET /VestRUM2/Scripted/VestRUM-3.script": {"body": ELSEWHERE, "headers": DATED},
+            "GET /VestRUM2/Scripted/VestRUM-3.script.signature": {"status": "404 Gone"}}),
     "another script": Served(
-        ["VestRUM-4.script does not fit its signature", "VestRUM-4.script does not apply to version 3"],
+        ["VestRUM-4.script does not fit its signature"],
         answers={"GET /VestRUM2/Scripted/VestRUM-4.script": {"body": "x\n", "headers": DATED}}),
     "cut short": Served(
         ["Vestrum.database cannot be fetched: transfer closed with 8 bytes remaining to read",
@@ -135,7 +143,7 @@ SERVED = {
         answers={f"GET /VestRUM2/Scripted/{V}": {"body": "VestRUM:3\033\0\n", "headers": DATED}}),
     "newer than here": Served(
         ["VestRUM.cud does not fit its signature", f'{V} says "VestRUM:4", and the container is version 9',
-         "ClamAV cannot load VestRUM.cud", "version 9 is served, and version 4 is published"],
+         "version 9 is served, and version 4 is published"],
         answers={"GET /VestRUM2/Scripted/VestRUM.cud": {"body": "ClamAV-VDB:x:9:x", "headers": DATED}}),
     "another secret": Served([f"{V} is answered with status 403"], options=("--link-secret", "Other")),
     "certificate": Served([f"{V} cannot be fetched: SSL certificate problem: self-signed certificate"], links=IMPOSTOR),
@@ -156,7 +164,7 @@ def check(world, *options):
 @pytest.mark.parametrize("served", SERVED.values(), ids=SERVED)
 def test_check_asks_servers_as_installations_do(world, served):
     world.servers.place(links=served.links)
-    world.spoil("true", served.answers)
+    world.spoil(": >/srv/vendor/moved", served.answers)
     outcome = check(world, "--from", f"https://{LINKS}", *served.options)
     # Newer versions of curl word it so.
     said = outcome.stdout.replace("end of response with 8 bytes missing",
@@ -165,7 +173,7 @@ def test_check_asks_servers_as_installations_do(world, served):
     assert (outcome.status, said, outcome.stderr) == ((
         1, damaged, f"{found(served.named)}copy the public tree to that server again\n") if damaged else (
             0, "All is well: version 4 from 1 server.\n", ""))
-    assert world.shell("cd /srv/vendor; ls private.pem") == "private.pem\n"
+    assert world.shell("cd /srv/vendor; ls private.pem; cat moved") == "private.pem\n"
 
 
 def test_check_asks_each_of_many_servers_for_the_hosts_that_installations_know(world):
