@@ -11,10 +11,13 @@ read_header() {
     [[ ${header[0]:-} == ClamAV-VDB && ${header[2]:-} =~ ^[1-9][0-9]{0,17}$ ]]
 }
 
-# Takes a container apart into a new folder.
+# Takes a container apart into a new folder, and refuses one that brings more than
+# plain files: what scripts write through a hard link reaches any file.
 unpack() {
+    local odd
     mkdir "$2"
-    (cd "$2" && sigtool --unpack="$1") </dev/null >/dev/null 2>&1
+    (cd "$2" && sigtool --unpack="$1") </dev/null >/dev/null 2>&1 &&
+        odd=$(find "$2" -mindepth 1 ! \( -type f -links 1 \) -print -quit) && [[ -z $odd ]]
 }
 
 # What every installation does with a file before it takes it: the scanner gets

@@ -5,7 +5,7 @@ from typing import NamedTuple
 
 import pytest
 
-from testbed import CONTENT, HERE, IMPOSTOR, LINKS, REPOSITORY, definitions_text
+from testbed import CONTENT, HERE, IMPOSTOR, LINKS, REPOSITORY, definitions_text, stand_ins, vendor
 from testbed.vendor import publish
 
 SIGN = "sign() { openssl dgst -sha1 -binary $1 | openssl dgst -sha1 -sign private.pem | base64 -w0 >$1.signature; };"
@@ -89,6 +89,24 @@ def test_check_names_what_is_wrong(home, damage):
     assert (outcome.returncode, outcome.stdout, outcome.stderr) == (
         1, report(damage.named, damage.untried_after).format(S=home / S, home=home, above=home.parent),
         f"{found(damage.named)}put right from a copy of {home} what cannot be published anew\n")
+
+
+LINKING = """#!/bin/sh
+/usr/bin/sigtool "$@" || exit
+case $1 in --unpack*) ln $OPTION {home}/private.pem linked ;; esac
+"""
+
+
+@pytest.mark.parametrize("option", ["", "-s"])
+def test_a_container_that_brings_a_link_is_not_used(home, tmp_path, option):
+    environment = stand_ins.before("sigtool", LINKING.format(home=home), tmp_path, OPTION=option)
+    new = vendor.signature_folder(tmp_path / "new", 5)
+    for command, said in ((["check"], "first.cud cannot be unpacked, so no script can be tried"),
+                          (["release", new], "the published container cannot be unpacked"),
+                          (["prune", "--keep", "1"], "first.cud cannot be unpacked; see: ")):
+        outcome = publish(home, *command, env=environment)
+        assert outcome.returncode == 1 and said in outcome.stdout + outcome.stderr, outcome
+    assert publish(home, "check").stdout.startswith("All is well: version 4, 3 scripts")
 
 
 V = "VestRUM-db-version.txt"
