@@ -10,6 +10,7 @@ import re
 import shutil
 import statistics
 import subprocess
+import tempfile
 import time
 
 from fleet_site import ADDRESSES, Server, Site, hosts_file
@@ -38,15 +39,17 @@ def signature_lines(count):
 def make_home(folder):
     shutil.copytree(HOME, folder, symlinks=True, dirs_exist_ok=True)
     (folder / "containers").mkdir()
-    (folder / "signatures").mkdir()
-    for version in range(1, VERSIONS + 1):
-        lines = signature_lines(SIGNATURES + ADDED * version)
-        (folder / "signatures/threats.hdb").write_text(lines, encoding="ascii")
-        publish(folder, "release", folder / "signatures").check_returncode()
-        if version in SITUATIONS.values():
-            shutil.copy(folder / "site/VestRUM2/Scripted/VestRUM.cud", folder / f"containers/{version}.cud")
-    (folder / "definitions").write_text(definitions_text(), encoding="ascii")
-    publish(folder, "definitions", folder / "definitions").check_returncode()
+    with tempfile.TemporaryDirectory(prefix="fleet-home-") as name:
+        sources = pathlib.Path(name)
+        (sources / "signatures").mkdir()
+        for version in range(1, VERSIONS + 1):
+            lines = signature_lines(SIGNATURES + ADDED * version)
+            (sources / "signatures/threats.hdb").write_text(lines, encoding="ascii")
+            publish(folder, "release", sources / "signatures").check_returncode()
+            if version in SITUATIONS.values():
+                shutil.copy(folder / "site/VestRUM2/Scripted/VestRUM.cud", folder / f"containers/{version}.cud")
+        (sources / "definitions").write_text(definitions_text(), encoding="ascii")
+        publish(folder, "definitions", sources / "definitions").check_returncode()
 
 
 def make_replay(folder):

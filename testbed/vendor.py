@@ -6,6 +6,7 @@ import pathlib
 import shutil
 import subprocess
 import tarfile
+import tempfile
 
 from .cache import made_once
 from .machine import REPOSITORY
@@ -75,11 +76,14 @@ def home(versions):
     def make(folder):
         shutil.copytree(HOME, folder, symlinks=True, dirs_exist_ok=True)
         (folder / "containers").mkdir()
-        for version in range(1, versions + 1):
-            _publish(folder, "release", signature_folder(folder / "signatures", version))
-            shutil.copy(folder / "site/VestRUM2/Scripted/VestRUM.cud", folder / "containers" / f"{version}.cud")
-        (folder / "definitions").write_text(definitions_text(), encoding="ascii")
-        _publish(folder, "definitions", folder / "definitions")
+        # The kit publishes nothing that lies in the home.
+        with tempfile.TemporaryDirectory(prefix="vendor-") as name:
+            sources = pathlib.Path(name)
+            for version in range(1, versions + 1):
+                _publish(folder, "release", signature_folder(sources / "signatures", version))
+                shutil.copy(folder / "site/VestRUM2/Scripted/VestRUM.cud", folder / "containers" / f"{version}.cud")
+            (sources / "definitions").write_text(definitions_text(), encoding="ascii")
+            _publish(folder, "definitions", sources / "definitions")
 
     sources = [HOME / "public.pem", pathlib.Path(__file__), *PUBLISHER.parent.rglob("*")]
     return made_once(f"vendor-{versions}", make, sources)

@@ -26,30 +26,33 @@ published_already() {
 # An installation takes Vestrum.database whatever the scanner says, because its
 # extension tells ClamAV nothing. The name it has here may tell.
 try_definitions() {
-    local file=$1 kind=${1##*.}
+    local name=$1 file=$2 kind=${1##*.}
     case $kind in
     db | hdb | hdu | hsb | hsu | mdb | mdu | msb | msu | ndb | ndu | ldb | ldu | sdb | fp | sfp | idb | cdb | \
         crb | gdb | pdb | wdb | ign | ign2 | ftm | cbc | yar | yara | cud | cvd) ;;
     *) return 1 ;;
     esac
     cp --no-preserve=all -- "$file" "$work/definitions.$kind"
-    try_as_installations_do "$work/definitions.$kind" || fail "$file is not published: $(why_refused)"
+    try_as_installations_do "$work/definitions.$kind" || fail "$name is not published: $(why_refused)"
     rm "$work/definitions.$kind"
 }
 
 publish_definitions() {
     local tried="tried with ClamAV as a .${2##*.} file"
     open_home "$1"
+    [[ ! -L $2 ]] || fail "$2 is a link; name the file itself"
     [[ -f $2 && -r $2 ]] || fail "$2 is not a file that can be read by $(id -un)"
-    [[ -s $2 ]] || fail "$2 is empty, and an empty definitions file means withdrawal" \
-        "if that is meant: tarnwick-publish --home $1 withdraw"
+    refuse_home "$2"
     lock_to_publish
-    if published_already "$2"; then
+    take_copy "$2" "$work/given"
+    [[ -s $work/given ]] || fail "$2 is empty, and an empty definitions file means withdrawal" \
+        "if that is meant: tarnwick-publish --home $1 withdraw"
+    if published_already "$work/given"; then
         echo "Nothing new: this definitions file is published already."
         return 0
     fi
-    try_definitions "$2" || tried="not tried: its name tells no kind that ClamAV knows"
-    publish_pair "$2"
+    try_definitions "$2" "$work/given" || tried="not tried: its name tells no kind that ClamAV knows"
+    publish_pair "$work/given"
     printf 'Published Vestrum.database, %s, %s.\n' "$(counted "$(stat -Lc %s "$tree/Vestrum.database")" byte)" "$tried"
 }
 

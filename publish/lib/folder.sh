@@ -1,13 +1,26 @@
 # shellcheck shell=bash disable=SC2154
 # The vendor's folder of signature files, on its way into a container.
 
+# What is published is read by everybody. So nothing of the home is, and of a file
+# that could be exchanged at any moment a copy is judged, and published.
+refuse_home() {
+    [[ $1/ != "$home"/* ]] || fail "$1 lies in the publishing home, of which nothing is published; keep it elsewhere"
+}
+
+take_copy() {
+    dd if="$1" of="$2" iflag=nofollow,nonblock bs=1M status=none || fail "$1 cannot be copied"
+    ! cmp -s -- "$2" "$private_key" || fail "$1 is the private key, which is never published"
+}
+
 # A container takes one file of each kind, named like itself. Files of the same
 # kind are joined, so that a folder may hold any number of them. The array
 # `origins` keeps which lines came from where: kind, first line, file.
 gather() {
     local folder=$1 file files=()
+    refuse_home "$folder"
     shopt -s nullglob
     for file in "$folder"/*; do
+        [[ ! -L $file ]] || fail "$file is a link; put the file itself there"
         [[ -f $file ]] || fail "$file is not a file; a release is made of the files of one folder"
         [[ ${file##*/} == COPYING ]] || files+=("$file")
     done
@@ -16,7 +29,7 @@ gather() {
     for file in "${files[@]}"; do
         take_in "$file"
     done
-    if [[ -f $folder/COPYING ]]; then cp "$folder/COPYING" new/COPYING; else : >new/COPYING; fi
+    if [[ -f $folder/COPYING ]]; then take_copy "$folder/COPYING" new/COPYING; else : >new/COPYING; fi
 }
 
 take_in() {
@@ -31,7 +44,9 @@ take_in() {
     origins+=("$kind $((lines + 1)) $file")
     # sigtool compares no lines that end in a carriage return; and a last line
     # without a line feed would swallow the first of the next file.
-    sed -e 's/\r$//' -e "\$a\\" "$file" >>"$joined"
+    take_copy "$file" taken
+    sed -e 's/\r$//' -e "\$a\\" taken >>"$joined"
+    rm taken
 }
 
 # The vendor's file and line that became this line of the joined file.

@@ -31,6 +31,7 @@ put back the pair that Tarnwick was built with: installations trust no other
 RELEASED = "Released version 2 with 5 signatures.\n"
 TO_RELEASE, TO_DEFINE = "release ../new", "definitions ../new/a.ndb"
 ANOTHER = f"{vendor.PUBLISHER} --home ../other init"
+IN_HOME = "{{home}}/{} lies in the publishing home, of which nothing is published; keep it elsewhere\n"
 
 
 class Mistake(NamedTuple):
@@ -53,10 +54,32 @@ MISTAKES = {
                          "Put back version 1, which was complete and out of sight.\n" + RELEASED, 0),
     "container lost": Mistake("rm -r site/VestRUM2/Scripted/current site/releases/1", TO_RELEASE,
                               "the published container is lost; put it back from a copy of {home}\n"),
-    "nothing changed": Mistake("cp signatures/Vestrum.ndb ../new/a.ndb", TO_RELEASE,
+    "nothing changed": Mistake("sed -i 1q ../new/a.ndb", TO_RELEASE,
                                "Nothing new: version 1 holds exactly these signatures.\n", 0),
-    "definitions unchanged": Mistake("true", "definitions definitions",
+    "definitions unchanged": Mistake("cp site/VestRUM2/Vestrum.database ../same", "definitions ../same",
                                      "Nothing new: this definitions file is published already.\n", 0),
+    "a link to the key among the signatures": Mistake(
+        "ln -s ../home/private.pem ../new/COPYING", TO_RELEASE,
+        "{new}/COPYING is a link; put the file itself there\n"),
+    "a link among the signatures": Mistake(
+        "cp ../new/a.ndb ../b; ln -s ../b ../new/b.ndb", TO_RELEASE,
+        "{new}/b.ndb is a link; put the file itself there\n"),
+    "the key among the signatures": Mistake(
+        "ln private.pem ../new/x.ndb", TO_RELEASE, "{new}/x.ndb is the private key, which is never published\n"),
+    "the key as COPYING": Mistake(
+        "cp private.pem ../new/COPYING", TO_RELEASE, "{new}/COPYING is the private key, which is never published\n"),
+    "signatures in the home": Mistake("mv ../new signatures", "release signatures", IN_HOME.format("signatures")),
+    "signatures in the home, by a link": Mistake(
+        "rm -r ../new; mkdir s; ln -s home/s ../new", TO_RELEASE, IN_HOME.format("s")),
+    "a link to definitions": Mistake("ln -s a.ndb ../new/b.ndb", "definitions ../new/b.ndb",
+                                     "{new}/b.ndb is a link; name the file itself\n"),
+    "a link to the key as definitions": Mistake("ln -sf ../home/private.pem ../new/a.ndb", TO_DEFINE,
+                                                "{new}/a.ndb is a link; name the file itself\n"),
+    "the key as definitions": Mistake("ln private.pem ../new/key", "definitions ../new/key",
+                                      "{new}/key is the private key, which is never published\n"),
+    "definitions in the home": Mistake("true", "definitions private.pem", IN_HOME.format("private.pem")),
+    "definitions in the home, by a link above them": Mistake(
+        "ln -s ../home ../new/in", "definitions ../new/in/public.pem", IN_HOME.format("public.pem")),
     "a malformed line": Mistake(
         f"printf 'x\\ny\\nz\\n' | sed 's/.*/{'a' * 32}:68:&/; 3s/:68/:?/' >../new/b.hdb; "
         f"echo {'b' * 32}:68:w >../new/a.hdb", TO_RELEASE,
