@@ -114,6 +114,8 @@ GUARDS = [f"{what} is answered with status 200, and should be with {status}" for
     ("a link without a signature", 403), ("a link signed with another secret", 403), ("a link that has expired", 410))]
 DATED = ("Last-Modified: Thu, 01 Jan 2026 00:00:00 GMT",)
 ELSEWHERE = "MOVE VestRUM.ndb ../../moved 1 Vestrum 1 Vestrum\n"
+NO_NAME, UNKNOWN = "/VestRUM2/Scripted/VestRUM-0.script", "a name that does not exist is answered with"
+LIKE_A_VERSION = 'that installations read as a version: ":" and a number behind it'
 
 
 class Served(NamedTuple):
@@ -156,6 +158,12 @@ SERVED = {
         ["Vestrum.database is dated x?-200?/srv/vendor/private.pem, and here {date}: copy it with its date"], answers={
             "HEAD /VestRUM2/Vestrum.database": {"length": len(definitions_text()), "headers": (
                 "Last-Modified: x\t-200\t/srv/vendor/private.pem",)}}),
+    "error page like a version": Served([f"{UNKNOWN} a page {LIKE_A_VERSION}"], answers={
+        f"GET {NO_NAME}": {"status": "404 Gone", "body": "<h1>Sorry</h1> Error: 0404.<style>a:b</style>"}}),
+    "error page with a colon": Served(answers={
+        f"GET {NO_NAME}": {"status": "404 Gone", "body": "<a href='https://x:80'>404</a>"}}),
+    "page in the place of an error": Served([f"{UNKNOWN} status 200, and should be with 404"], answers={
+        f"GET {NO_NAME}": {"body": "<h1>Sorry</h1>"}}),
     "links unguarded, old version": Served(
         [*GUARDS, f'{V} says "VestRUM:3?", and the container is version 4'],
         answers={f"GET /VestRUM2/Scripted/{V}": {"body": "VestRUM:3\033\0\n", "headers": DATED}}),
