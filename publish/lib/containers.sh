@@ -5,7 +5,7 @@
 read_header() {
     local text
     header=()
-    [[ -r $1 ]] || return 1
+    [[ -f $1 && -r $1 ]] || return 1
     text=$(head -c 512 "$1" | tr -d '\0')
     IFS=: read -r -a header <<<"$text"
     [[ ${header[0]:-} == ClamAV-VDB && ${header[2]:-} =~ ^[1-9][0-9]{0,17}$ ]]

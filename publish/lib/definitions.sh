@@ -2,9 +2,8 @@
 # The definitions file Vestrum.database: published and withdrawn.
 
 publish_pair() {
-    local file=$1 previous=0 number link=$tree/current
-    [[ ! -L $link ]] || previous=$(readlink "$link")
-    number=$((${previous##*/} + 1))
+    local file=$1 number link=$tree/current
+    number=$(($(number_behind "$link") + 1))
     sweep_others "$site/definitions" "$link"
     mkdir "$work/pair"
     cp --no-preserve=all -- "$file" "$work/pair/Vestrum.database"

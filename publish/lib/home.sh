@@ -139,6 +139,15 @@ date_after() {
     ((first > last)) || touch -d "@$((last + 1))" -- "$new"/*
 }
 
+# The number of the set that a link leads to, 0 without one. Others may write in
+# mirror/, and bash would carry out commands in what it takes for a number.
+number_behind() {
+    local target
+    target=$(readlink "$1") || true
+    [[ $target =~ ^(|.*/)([1-9][0-9]{0,17})$ ]] || target=0
+    echo "${target##*/}"
+}
+
 # Removes every entry of a folder but the one that a link leads to: what was
 # published before, and what an interrupted change left behind.
 sweep_others() {

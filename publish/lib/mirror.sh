@@ -55,7 +55,7 @@ missing_names() {
 }
 
 publish_set() {
-    local name files=() missing number=0
+    local name files=() missing number
     for name in "${!container[@]}"; do
         # Somebody else's file can be copied only.
         ln -L "${container[$name]}" "$work/set/$name.cvd" 2>/dev/null ||
@@ -63,8 +63,7 @@ publish_set() {
         files+=("$name.cvd")
     done
     sync "$work"/set/* "$work/set"
-    [[ ! -L $mirror/current ]] || number=$(readlink "$mirror/current")
-    number=$((${number##*/} + 1))
+    number=$(($(number_behind "$mirror/current") + 1))
     mv -T "$work/set" "$mirror/sets/$number"
     mapfile -t missing < <(missing_names "${files[@]}")
     link_names "${missing[@]}"

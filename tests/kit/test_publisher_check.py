@@ -52,6 +52,8 @@ DAMAGES = [
     Damage("chmod o+w VestRUM-4.script", ["{S}/VestRUM-4.script can be changed by anybody; chmod o-w it"]),
     Damage(": >mirror/main.cvd", ["mirror/main.cvd is empty"]),
     Damage("echo no >mirror/daily.cvd", ["mirror/daily.cvd has no header of a container"]),
+    Damage("mkfifo mirror/daily.cvd; echo x:0:6:0:0:0:0:0 >mirror/dns.txt",
+           ["mirror/dns.txt promises daily 6, and there is 0"]),
     Damage("chmod o+r publishing.lock", ["{home}/publishing.lock can be held by others; chmod 600 it"]),
     Damage("chmod 700 .. && touch site.settings", ["{above} is closed to nginx, and all below it; chmod o+x it"]),
     Damage(f"{MIRROR} cp --remove-destination current/daily.cvd .", ["daily.cvd is no link to current/daily.cvd"]),
@@ -85,7 +87,7 @@ def test_check_names_what_is_wrong(home, damage):
     (home / S / "private.pem").symlink_to(home / "private.pem")
     subprocess.run(["sh", "-euc", SIGN + damage.harm], cwd=folder, check=True)
     (home / S / "private.pem").unlink()
-    outcome = publish(home, "check")
+    outcome = publish(home, "check", timeout=120)
     assert (outcome.returncode, outcome.stdout, outcome.stderr) == (
         1, report(damage.named, damage.untried_after).format(S=home / S, home=home, above=home.parent),
         f"{found(damage.named)}put right from a copy of {home} what cannot be published anew\n")

@@ -63,6 +63,9 @@ def test_a_client_follows_step_by_step(world):
     world.shell("cd /srv/vendor/mirror; cp -rL current copy; rm current; mv copy current; chown -R nobody current")
     offer(world, 6)
     assert mirror(world).stdout == MIRRORED.format(6) and mirror(world).stdout == NOTHING_NEW.format(6)
+    # What somebody else's link names is no command.
+    world.shell("cd /srv/vendor/mirror; ln -sfn 'x[$(cd tmp; touch ran)]' current; chown -h nobody current")
+    assert (mirror(world).stdout, world.shell("ls /tmp")) == (MIRRORED.format(6), "")
     # Without freshclam a machine goes by the record, and finds what that promises.
     world.freshclam(52, 52)
     outcome = world.run()
