@@ -2,6 +2,8 @@
 # What is said when something goes wrong, and how every command ends.
 
 explained=false
+# Not the caller's variables: what `work` names is removed in the end.
+home='' work=''
 
 # Says what is wrong and what to do about it, then gives up. On a full disk
 # anything goes wrong somehow, and what the programs say of it misleads.

@@ -144,9 +144,11 @@ def test_mistakes(home, mistake):
     (["--home"], "--home needs a folder"),
     (["--home", "x[y", "init"], "the path of a home must not hold any of * ? [ ] \\")])
 def test_what_is_no_command(tmp_path, words, said):
-    outcome = publish(None, *words, cwd=tmp_path)
+    mine = tmp_path / "mine"
+    mine.mkdir()
+    outcome = publish(None, *words, cwd=tmp_path, env=os.environ | {"work": str(mine)})
     assert (outcome.returncode, outcome.stdout, outcome.stderr, list(tmp_path.iterdir())) == (
-        2, "", f'tarnwick-publish: {said}\nTry "tarnwick-publish --help".\n', [])
+        2, "", f'tarnwick-publish: {said}\nTry "tarnwick-publish --help".\n', [mine])
 
 
 @pytest.mark.parametrize("words, first", [
