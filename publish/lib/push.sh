@@ -8,7 +8,8 @@ Usage: tarnwick-publish [--home DIR] push [--timeout SECONDS] [SERVER...] [OPTIO
 Copies site/ and mirror/ to every SERVER at once, with rsync over ssh, and then
 asks each as check --from does. Nothing else of the home goes there; an empty
 mirror/ is left as it is there. Whenever a copy is cut short, the server serves
-the old set or the new one, and the next push goes on from there.
+the old set or the new one, and the next push goes on from there. If a server
+loses power within a minute after a push, push again: it may lack new names.
 
 A SERVER is [USER@]HOST:FOLDER or a local /FOLDER, which becomes the home there.
 It is asked at https://HOST, or where SERVER=https://HOST[:PORT] says; a local
