@@ -198,7 +198,9 @@ def test_error_pages_of_the_mirror_do_not_reach_a_scanner(world):
     world.shell(f"rm {DATA}/*.cvd")
     world.write("/srv/sample", sample(3))
     assert world.run().status == 0
-    assert world.shell(f"cd {DATA}; grep -l 404 *") == "bytecode.cvd_download\ndaily.cvd_download\nmain.cvd_download\n"
+    # Not anywhere in a file: a container's checksum may hold a 404.
+    pages = world.shell(f"cd {DATA}; for file in *; do [ $(head -c 6 $file) != '<html>' ] || echo $file; done")
+    assert pages == "bytecode.cvd_download\ndaily.cvd_download\nmain.cvd_download\n"
     scan = world.command("clamscan", "--no-summary", "-d", DATA, "/srv/sample")
     assert (scan.status, scan.stdout, scan.stderr) == (1, "/srv/sample: Vestrum.Sample-3.UNOFFICIAL FOUND\n", "")
 
