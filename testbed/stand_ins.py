@@ -2,11 +2,6 @@
 
 import os
 
-# Notes what it was called with.
-NOTING = """#!/bin/sh
-echo "${0##*/}" "$@" >>"${0%/*}/notes"
-exec "/usr/bin/${0##*/}" "$@"
-"""
 # The end of its caller at one of the moments in which it is called, so many of which are left: of everything at once,
 # or of the caller alone, with the program living on.
 KILLING = """#!/bin/sh

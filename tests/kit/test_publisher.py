@@ -4,6 +4,7 @@ import base64
 import hashlib
 import itertools
 import os
+import time
 
 import pytest
 
@@ -48,6 +49,23 @@ def test_what_is_published_is_dated_after_what_was(home, tmp_path):
     assert {path.name: path.stat().st_mtime for path in published} == dict.fromkeys(
         ["Vestrum.database", "Vestrum.database.signature", "VestRUM-db-version.txt", "VestRUM.cud",
          "VestRUM.cud.signature"], 4102444801)
+
+
+@pytest.mark.versions(1)
+def test_two_publications_within_one_second_have_two_dates(home, tmp_path):
+    """Until a file that was made in the second of the one before tells that this was tried."""
+    published = home / "site/VestRUM2/Vestrum.database"
+    for attempt in range(60):
+        (tmp_path / "new").write_text(vendor.definitions_text(attempt + 2), encoding="ascii")
+        before = int(time.time()) + attempt % 5
+        for path in published.parent.glob("current/*"):
+            os.utime(path, (before, before))
+        publish(home, "definitions", tmp_path / "new").check_returncode()
+        dates = {int(path.stat().st_mtime) for path in published.parent.glob("current/*")}
+        assert min(dates) > before, attempt
+        if int(published.stat().st_ctime) == before:
+            return
+    pytest.fail("no two publications fell into one second")
 
 
 def test_the_printed_site_guards_what_it_serves(world):

@@ -40,6 +40,8 @@ DAMAGES = [
     Damage("head -c 700 VestRUM.cud >cut; cat cut >VestRUM.cud; rm cut; sign VestRUM.cud",
            ["ClamAV cannot load VestRUM.cud", "the scripts lead to something else than VestRUM.cud"]),
     Damage("cp VestRUM.cud x; rm VestRUM.cud; mv x VestRUM.cud", ["VestRUM.cud is no link to current/VestRUM.cud"]),
+    Damage("cp VestRUM.cud.signature x; rm VestRUM.cud.signature; mv x VestRUM.cud.signature",
+           ["VestRUM.cud.signature is no link to current/VestRUM.cud.signature"]),
     Damage("touch VestRUM-9.script", ["VestRUM-9.script belongs to no version up to 4"]),
     Damage("rm ../Vestrum.database.signature ../current/*.signature",
            ["Vestrum.database.signature is no link to current/Vestrum.database.signature",

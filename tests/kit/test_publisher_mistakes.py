@@ -2,12 +2,13 @@
 
 import os
 import pathlib
+import re
 import subprocess
 from typing import NamedTuple
 
 import pytest
 
-from testbed import stand_ins, vendor
+from testbed import vendor
 from testbed.vendor import publish
 
 MATCHING = "printf '%s:%s:Vestrum.Oops\\n' $(md5sum </usr/bin/clamscan | cut -c -32) $(stat -Lc %s /usr/bin/clamscan)"
@@ -207,30 +208,69 @@ def test_only_the_owner_publishes(shared_world):
         1, "tarnwick-publish: /srv/owned belongs to nobody; only its owner can publish\n")
 
 
-@pytest.mark.parametrize("command", ["init", "release first", "release", "definitions"])
-def test_what_a_link_leads_to_is_on_the_disk_before_the_link(home, tmp_path, command):
-    """Every name that is given before `current` is switched, or before the end, lies in a folder that was synced
-    since."""
+def system_calls(trace):
+    """Each call and what it is given, when it has returned without an error."""
+    begun = {}
+    for line in trace.read_text(encoding="utf-8").splitlines():
+        pid, call = line.split(None, 1)
+        if call.endswith(" <unfinished ...>"):
+            begun[pid] = call.removesuffix(" <unfinished ...>")
+            continue
+        if call.startswith("<... "):
+            call = begun.pop(pid) + call.partition(" resumed>")[2]
+        if match := re.fullmatch(r"(\w+)\((.*)\) += \d+(?:<(.*)>)?", call):
+            yield match.groups()
+
+
+def named(folder, name):
+    return pathlib.Path(os.path.normpath(os.path.join(folder or "/", name)))
+
+
+def steps(trace):
+    """What happens to files, in order: that they are opened to be written, synced, or renamed."""
+    for call, given, opened in system_calls(trace):
+        if call.startswith("rename"):
+            old, new = re.findall(r'(?:\w+<(.*?)>, )?"(.*?)"', given)
+            yield "rename", named(*old), named(*new)
+        elif call.endswith("sync"):
+            yield "sync", pathlib.Path(re.search("<(.*)>", given)[1]), None
+        elif re.search("O_WRONLY|O_RDWR", given):
+            yield "write", pathlib.Path(opened), None
+
+
+@pytest.mark.parametrize("command", ["init", "release first", "release", "definitions", "prune --keep 1"])
+def test_what_a_name_leads_to_is_on_the_disk_before_the_name(home, tmp_path, command):
+    """Files are synced before they are given a name in the home; and every name that is given before `current` is
+    switched, or before the end, lies in a folder that was synced since."""
     vendor.signature_folder(home.parent / "new", 5)
     if command in ("init", "release first"):
         home = home.parent / "another"
         assert command == "init" or publish(home, "init").returncode == 0
-    environment = stand_ins.before("mv sync", stand_ins.NOTING, tmp_path)
-    subject = {"init": [], "definitions": [home.parent / "new/Vestrum.ndb"]}.get(command, [home.parent / "new"])
-    assert publish(home, command.split()[0], *subject, env=environment, cwd=home.parent).returncode == 0
-    unsynced, switched = set(), 0
-    for line in (tmp_path / "notes").read_text(encoding="utf-8").splitlines():
-        program, *words = line.split()
-        if program == "sync":
-            unsynced -= {pathlib.Path(os.path.normpath(word)) for word in words}
-            continue
-        target = pathlib.Path(words[-1]) / ("x" if len(words) == 3 and words[0] != "-T" else "")
-        if target.name == "current":
-            assert not unsynced, line
-            switched += 1
-        if home in target.parents and home / "work" not in target.parents:
-            unsynced.add(target.parent)
-    assert not unsynced and switched == (command != "init")
+    subject = {"definitions": [home.parent / "new/Vestrum.ndb"], "release": [home.parent / "new"]}
+    words = [word for word in command.split() if word != "first"]
+    subprocess.run(["strace", "-f", "-qq", "-y", "-s", "4096", "-o", tmp_path / "trace", "--seccomp-bpf", "-e",
+                    "trace=open,openat,creat,fsync,fdatasync,rename,renameat,renameat2", vendor.PUBLISHER,
+                    "--home", home, *words, *subject.get(words[0], [])], check=True, stdin=subprocess.DEVNULL,
+                   capture_output=True)
+    unsynced, nameless, given = set(), set(), set()
+    for step, path, new in steps(tmp_path / "trace"):
+        if step == "write":
+            unsynced.add(path)
+        elif step == "sync":
+            unsynced.discard(path)
+            nameless.discard(path)
+        else:
+            unsynced = {new / at.relative_to(path) if at.is_relative_to(path) else at for at in unsynced
+                        if not at.is_relative_to(new)}
+            if new.is_relative_to(home) and not new.is_relative_to(home / "work"):
+                assert not [at for at in unsynced if at.is_relative_to(new)], (step, path, new)
+                assert new.name != "current" or not nameless, (path, new)
+                nameless.add(new.parent)
+                given.add(new.name)
+    assert not nameless
+    assert given == {"init": {"public-one-line.pem", "public.pem", "private.pem"}, "prune --keep 1": {"first.cud"},
+                     "release first": {"1", "first.cud", "current"}, "definitions": {"2", "current"},
+                     "release": {"VestRUM-5.script.signature", "VestRUM-5.script", "5", "current"}}[command]
 
 
 def test_a_full_disk_is_named_and_leaves_the_old_set(shared_world):
