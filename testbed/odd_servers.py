@@ -1,8 +1,11 @@
 """Servers that nginx would never be. A machine starts one by its name: `machine.odd_server("slow", 20)`."""
 
+import contextlib
+import itertools
 import socket
 import ssl
 import sys
+import threading
 import time
 
 SITE = "/srv/vendor/tls"
@@ -77,5 +80,45 @@ def slow(rate):
         server.answer(b"HTTP/1.1 200 OK\r\nServer: s", b"low\r\nContent-Length: 1\r\n", b"\r\n", b"3")
 
 
+OK, CHUNKED = "HTTP/1.1 200 OK\r\n", "Transfer-Encoding: chunked\r\n\r\n"
+FIELDS = [f"X-{number}: x\r\n" for number in range(10_000)]
+
+# What comes first, and what follows again and again.
+ENDLESS = {
+    "a header": (OK + "X: ", ["x" * 10_000]),
+    "headers": (OK, FIELDS),
+    "interim answers": ("", ["HTTP/1.1 100 Continue\r\n\r\n" * 100]),
+    "trailers": (OK + CHUNKED + "1\r\nx\r\n0\r\n", FIELDS),
+    "a chunk extension": (OK + CHUNKED + "1;", ["x" * 10_000]),
+    "chunk extensions": (OK + CHUNKED, ["1;" + "x" * 10_000 + "\r\nx\r\n"]),
+    "a body that leads elsewhere": ("HTTP/1.1 302 Found\r\nLocation: /\r\n" + CHUNKED,
+                                    ["2710\r\n" + "x" * 10_000 + "\r\n"]),
+    "a status": ("HTTP/1.1 99999999999999999999 \x1b[2J\r\nContent-Length: 0\r\n\r\n", []),
+}
+
+
+def endless(address, name):
+    """A TLS server that answers without end, but for a hundred megabytes. It prints how many bytes each client took."""
+    context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+    context.load_cert_chain(f"{SITE}/certificate.pem", f"{SITE}/key.pem")
+    first, again = ENDLESS[name]
+
+    def answer(connection):
+        taken = 0
+        with contextlib.suppress(OSError), context.wrap_socket(connection, server_side=True) as stream:
+            stream.recv(9999)
+            for text in itertools.chain([first], itertools.cycle(again)):
+                stream.sendall(text.encode())
+                taken += len(text)
+                if taken > 100_000_000:
+                    break
+        print(taken, flush=True)
+
+    with socket.create_server((address, 443)) as listener:
+        ready()
+        while True:
+            threading.Thread(target=answer, args=listener.accept()[:1]).start()
+
+
 if __name__ == "__main__":
-    {"raw": raw, "names": names, "slow": slow}[sys.argv[1]](*sys.argv[2:])
+    {"raw": raw, "names": names, "slow": slow, "endless": endless}[sys.argv[1]](*sys.argv[2:])

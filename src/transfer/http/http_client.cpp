@@ -8,6 +8,7 @@
 
 #include "base/termination_signals.hpp"
 #include "base/text_rules.hpp"
+#include "transfer/http/answer_limits.hpp"
 #include "transfer/http/destination_file.hpp"
 
 namespace tarnwick {
@@ -29,20 +30,7 @@ struct FreeList {
   void operator()(curl_slist* list) const { curl_slist_free_all(list); }
 };
 
-std::string lowerCase(std::string_view text) {
-  std::string result(text);
-  std::ranges::transform(result, result.begin(), [](char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-  });
-  return result;
-}
-
 }  // namespace
-
-std::optional<std::string> HttpResponse::header(std::string_view name) const {
-  const auto found = headers.find(std::string(name));
-  return found == headers.end() ? std::nullopt : textFromUtf8(found->second);
-}
 
 struct HttpClient::Session {
   Session() {
@@ -71,14 +59,15 @@ class Exchange {
  public:
   using TakeBody = std::function<bool(const HttpResponse&, std::string_view)>;
 
-  Exchange(CURLM* multi, CURLSH* share, const HttpRequest& request, std::uint64_t largestBody,
+  Exchange(CURLM* multi, CURLSH* share, const HttpRequest& request, const AnswerLimits& limits,
            const TakeBody& takeBody)
-      : multi_(multi), request_(request), bodyLeft_(largestBody), takeBody_(takeBody) {
+      : multi_(multi), request_(request), limits_(limits), takeBody_(takeBody) {
     if (!easy_) return;
     set(CURLOPT_SHARE, share);
     setAddressAndMethod();
-    setPolicy(largestBody);
+    setPolicy();
     setReceivers();
+    setWatch();
   }
   Exchange(const Exchange&) = delete;
   Exchange& operator=(const Exchange&) = delete;
@@ -142,10 +131,10 @@ class Exchange {
     set(CURLOPT_HTTPHEADER, headers_.get());
   }
 
-  void setPolicy(std::uint64_t largestBody) {
+  void setPolicy() {
     grantTimeToConnect();
     if (request_.method != "HEAD") {
-      set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(largestBody));
+      set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(limits_.largestBody()));
     }
     set(CURLOPT_NOSIGNAL, 1L);
     set(CURLOPT_QUICK_EXIT, 1L);  // a name server that does not answer must not outlast the limit
@@ -162,10 +151,38 @@ class Exchange {
     set(CURLOPT_WRITEDATA, this);
   }
 
+  /// Chunk extensions, ignored bodies and what a proxy says first are shown to no receiver.
+  void setWatch() {
+    set(CURLOPT_VERBOSE, 1L);
+    set(CURLOPT_DEBUGFUNCTION, &Exchange::countReceived);
+    set(CURLOPT_DEBUGDATA, this);
+    set(CURLOPT_NOPROGRESS, 0L);
+    set(CURLOPT_XFERINFOFUNCTION, &Exchange::mustEnd);
+    set(CURLOPT_XFERINFODATA, this);
+  }
+
+  static int countReceived(CURL*, curl_infotype kind, char*, std::size_t count, void* exchange) {
+    if (kind == CURLINFO_HEADER_IN || kind == CURLINFO_DATA_IN || kind == CURLINFO_SSL_DATA_IN) {
+      static_cast<Exchange*>(exchange)->limits_.countReceived(count);
+    }
+    return 0;
+  }
+
+  static int mustEnd(void* exchange, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
+    return static_cast<Exchange*>(exchange)->isWithinLimits() ? 0 : 1;
+  }
+
+  bool isWithinLimits() {
+    if (const auto why = limits_.exceeded(Clock::now())) failure_ = *why;
+    return failure_.empty();
+  }
+
   static std::size_t takeHeaderLine(const char* bytes, std::size_t, std::size_t count,
                                     void* exchange) {
-    static_cast<Exchange*>(exchange)->noteHeaderLine({bytes, count});
-    return count;
+    auto* const self = static_cast<Exchange*>(exchange);
+    self->limits_.countHeaderLine(count);
+    self->noteHeaderLine({bytes, count});
+    return self->isWithinLimits() ? count : CURL_WRITEFUNC_ERROR;
   }
 
   void noteHeaderLine(std::string_view line) {
@@ -177,10 +194,7 @@ class Exchange {
     }
     if (headersAreWhole_) return;  // a trailer, behind the body
     if (line == "\r\n" || line == "\n") return endHeaders();
-    const std::size_t colon = line.find(':');
-    if (colon == std::string_view::npos) return;
-    response_.headers.insert_or_assign(lowerCase(line.substr(0, colon)),
-                                       std::string(stripped(line.substr(colon + 1), " \t\r\n")));
+    response_.addHeaderLine(line);
   }
 
   /// Whether another request was made since the last whole set of headers. If not, what looks like
@@ -206,11 +220,8 @@ class Exchange {
 
   bool take(std::string_view bytes) {
     lastLife_ = Clock::now();
-    if (bytes.size() > bodyLeft_) {
-      failure_ = "The answer is larger than allowed";
-      return false;
-    }
-    bodyLeft_ -= bytes.size();
+    limits_.countBody(bytes.size(), lastLife_);
+    if (!isWithinLimits()) return false;
     const TerminationWindow whileOutputMayWait;
     return takeBody_(response_, bytes);
   }
@@ -231,6 +242,10 @@ class Exchange {
 
   /// Waits until something arrives, or libcurl may have something else to do.
   void waitForLife() {
+    if (!isWithinLimits()) {
+      result_ = CURLE_ABORTED_BY_CALLBACK;
+      return;
+    }
     // libcurl does not ask to be called when it is time for a host's next address.
     constexpr milliseconds longestWait(1000);
     const auto left = lastLife_ + request_.idleTimeout - Clock::now();
@@ -278,7 +293,7 @@ class Exchange {
   std::unique_ptr<CURL, FreeEasy> easy_{curl_easy_init()};
   CURLM* multi_;
   const HttpRequest& request_;
-  std::uint64_t bodyLeft_;
+  AnswerLimits limits_;
   const TakeBody& takeBody_;
   std::unique_ptr<curl_slist, FreeList> headers_;
   std::array<char, CURL_ERROR_SIZE> errorText_{};
@@ -293,12 +308,12 @@ class Exchange {
 };
 
 HttpResult exchange(CURLM* multi, CURLSH* share, const HttpRequest& request,
-                    std::uint64_t largestBody, const Exchange::TakeBody& takeBody) {
-  Exchange first(multi, share, request, largestBody, takeBody);
+                    const AnswerLimits& limits, const Exchange::TakeBody& takeBody) {
+  Exchange first(multi, share, request, limits, takeBody);
   first.run();
   if (!first.hasUnreadableHeaders()) return first.result();
   // Above all a length that is no number, with which libcurl goes no further.
-  Exchange second(multi, share, request, largestBody, takeBody);
+  Exchange second(multi, share, request, limits, takeBody);
   second.readToEndOfConnection();
   second.run();
   return second.result();
@@ -313,7 +328,8 @@ HttpClient::~HttpClient() = default;
 
 HttpResult HttpClient::sendSynchronousRequest(const HttpRequest& request) {
   std::string body;
-  HttpResult result = exchange(session_->multi.get(), session_->share.get(), request, largestText,
+  HttpResult result = exchange(session_->multi.get(), session_->share.get(), request,
+                               AnswerLimits(AnswerKind::text, largestText),
                                [&body](const HttpResponse&, std::string_view bytes) {
                                  body += bytes;
                                  return true;
@@ -333,15 +349,15 @@ HttpResult HttpClient::download(const HttpRequest& request,
                                 const DownloadProgress& progress) {
   DestinationFile file(destination);
   bool announced = false;
-  HttpResult result =
-      exchange(session_->multi.get(), session_->share.get(), request, largestDownload_,
-               [&](const HttpResponse& response, std::string_view bytes) {
-                 if (!announced) progress.didReceiveResponse(response);
-                 announced = true;
-                 if (!file.append(bytes)) return false;
-                 if (!bytes.empty()) progress.didReceiveDataOfLength(bytes.size());
-                 return true;
-               });
+  HttpResult result = exchange(session_->multi.get(), session_->share.get(), request,
+                               AnswerLimits(AnswerKind::file, largestDownload_),
+                               [&](const HttpResponse& response, std::string_view bytes) {
+                                 if (!announced) progress.didReceiveResponse(response);
+                                 announced = true;
+                                 if (!file.append(bytes)) return false;
+                                 if (!bytes.empty()) progress.didReceiveDataOfLength(bytes.size());
+                                 return true;
+                               });
   if (std::holds_alternative<HttpResponse>(result)) file.complete();
   return result;
 }

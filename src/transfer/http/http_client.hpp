@@ -4,12 +4,13 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <variant>
+
+#include "transfer/http/http_response.hpp"
 
 namespace tarnwick {
 
@@ -17,23 +18,14 @@ struct HttpRequest {
   std::string url;
   std::string userAgent;
   /// The transfer fails when nothing at all arrives for so long, be it a name, a connection, a part
-  /// of the handshake or a part of the answer. There is no limit on the whole.
+  /// of the handshake or a part of the answer.
   std::chrono::milliseconds idleTimeout;
   std::string method = "GET";  ///< or "HEAD"
 };
 
-struct HttpResponse {
-  long status = 0;
-  std::map<std::string, std::string> headers;  ///< names in lower case
-  std::string body;                            ///< empty for what went into a file
-
-  /// None when the header is absent or not UTF-8 text. `name` in lower case.
-  [[nodiscard]] std::optional<std::string> header(std::string_view name) const;
-};
-
 /// Why there is no response, or no complete one.
 struct HttpError {
-  std::string description;
+  std::string description;     ///< can quote the server
   std::string url;             ///< the one that failed: after a redirect, where that led to
   bool requestWasMade = true;  ///< false when there was not even the memory for it
 };
@@ -48,7 +40,7 @@ struct DownloadProgress {
 
 /// The one HTTP client of a run: consecutive requests to a host share a connection, later ones its
 /// TLS session. Follows redirects within http and https, checks certificates, uses the user's
-/// proxy. Each call waits for its end.
+/// proxy. Each call waits for its end, which no answer can put off for ever: see AnswerLimits.
 class HttpClient {
  public:
   /// Downloads of more than `largestDownload` bytes fail.
@@ -57,7 +49,8 @@ class HttpClient {
   HttpClient(const HttpClient&) = delete;
   HttpClient& operator=(const HttpClient&) = delete;
 
-  /// The whole response. A body beyond `largestText` bytes is an error.
+  /// The whole response. A body beyond `largestText` bytes, or one that is not complete in ten
+  /// minutes, is an error.
   HttpResult sendSynchronousRequest(const HttpRequest& request);
 
   /// The body of the response as text, whatever its status. None without a complete response, and
