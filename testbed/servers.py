@@ -28,7 +28,7 @@ FAULTS = """
     if (-f /srv/faults/$host) { return 500; }
     location @fault {
         proxy_pass http://unix:/run/nginx/faults:;
-        proxy_buffering off;
+        proxy_buffering off; proxy_buffer_size 128k; proxy_buffers 4 128k;
         proxy_set_header Plain $plain_path;
     }
 """

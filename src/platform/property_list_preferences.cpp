@@ -8,6 +8,7 @@
 #include <fstream>
 #include <memory>
 #include <sstream>
+#include <utility>
 
 #include "base/durable_file.hpp"
 #include "base/prefix.hpp"
@@ -57,6 +58,14 @@ bool canBeParsed(std::string_view xml) {
          xml.find("<date") == std::string_view::npos;
 }
 
+std::string xmlOf(plist_t root) {
+  char* text = nullptr;
+  std::uint32_t length = 0;
+  plist_to_xml(root, &text, &length);
+  const Memory<char> owner(text);
+  return text != nullptr ? std::string(text, length) : std::string();
+}
+
 }  // namespace
 
 Preferences parsePropertyList(std::string_view xml) {
@@ -81,15 +90,18 @@ Preferences parsePropertyList(std::string_view xml) {
 
 std::string formatPropertyList(const Preferences& values) {
   const Node root(plist_new_dict());
+  std::string written = xmlOf(root.get());
   for (const auto& [key, value] : values) {
     if (!comesBackAsItIs(key) || !comesBackAsItIs(value)) continue;
     plist_dict_set_item(root.get(), key.c_str(), plist_new_string(value.c_str()));
+    std::string longer = xmlOf(root.get());
+    if (canBeParsed(longer)) {
+      written = std::move(longer);
+    } else {
+      plist_dict_remove_item(root.get(), key.c_str());
+    }
   }
-  char* text = nullptr;
-  std::uint32_t length = 0;
-  plist_to_xml(root.get(), &text, &length);
-  const Memory<char> owner(text);
-  return text != nullptr ? std::string(text, length) : std::string();
+  return written;
 }
 
 std::optional<Preferences> readPreferences(std::string_view domain) {

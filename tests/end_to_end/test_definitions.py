@@ -21,9 +21,13 @@ INVALID = "Vestrum.database definitions file is not valid. Delete it.\n"
 UNREACHABLE = "Error occurred downloading Vestrum.database\n"
 
 
+def dated(date):
+    return {f"HEAD {DATABASE}": {"headers": [f"Last-Modified: {date}"]}}
+
+
 class Definitions(NamedTuple):
     said: str = INSTALLED
-    stored: bool = True  # the new date is remembered
+    stored: bool | None = True  # the new date is remembered; None, no date is
     left: int | None = 1  # which text is installed in the end
     errors: str = ""
     published: str | None = None  # a new text; the one with number 1 was installed
@@ -34,6 +38,8 @@ class Definitions(NamedTuple):
 DEFINITIONS = {
     "busy": Definitions(UNREACHABLE, False, answers={f"HEAD {DATABASE}": {"status": "503 Later"}}),
     "not there": Definitions("Nothing to download for Vestrum.database\n", False, spoil=f"rm -r {SITE}{DATABASE}"),
+    "a date that is too long": Definitions(stored=None, answers=dated("x" * 70_000)),
+    "a date that grows too long": Definitions(stored=None, answers=dated("&" * 14_000)),
     "same": Definitions(UNCHANGED),
     "same but lost": Definitions(spoil=f"rm {DATA}/Vestrum.database"),
     "half a pair": Definitions(spoil=f"rm {DATA}/Vestrum.database.signature"),
@@ -64,11 +70,13 @@ def test_what_becomes_of_definitions(world, row):
     if row.published is not None:
         world.publish_definitions(row.published)
     world.spoil(row.spoil, row.answers)
-    after = {"database-Last-Modified": world.modified("Vestrum.database")} if row.stored else before
+    after = before if row.stored is False else {}
+    if row.stored:
+        after = {"database-Last-Modified": world.modified("Vestrum.database")}
     outcome = world.run()
     assert outcome.stdout == BANNER + CURRENT + row.said + FRESHCLAM
     assert (outcome.status, outcome.stderr, world.state()) == (
-        int(row.stored and row.said != UNCHANGED), row.errors, after)
+        int(row.stored is not False and row.said != UNCHANGED), row.errors, after)
     assert text_of(world, "Vestrum.database") == (row.left and definitions_text(row.left))
 
 
