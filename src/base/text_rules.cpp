@@ -6,6 +6,7 @@
 #include <array>
 #include <charconv>
 #include <cstdlib>
+#include <iterator>
 #include <limits>
 #include <system_error>
 
@@ -17,6 +18,11 @@ bool isWhiteSpaceOrLineEnd(char32_t c) {
                                             0x2029, 0x202F, 0x205F, 0x3000};
   return (c >= 0x09 && c <= 0x0D) || (c >= 0x2000 && c <= 0x200B) ||
          std::ranges::find(singles, c) != singles.end();
+}
+
+/// C0, DEL and C1, but for what only moves on in the text.
+bool isHiddenControl(char32_t c) {
+  return (c < 0x20 && c != '\n' && c != '\r' && c != '\t') || (c >= 0x7F && c < 0xA0);
 }
 
 /// Skips leading blanks and a plus sign, which std::from_chars does not take.
@@ -107,6 +113,21 @@ bool isPlainShellWord(std::string_view path) {
   const std::string_view braced = between(path, '{', '}');
   return between(path, '[', ']').empty() && braced.find(',') == std::string_view::npos &&
          braced.find("..") == std::string_view::npos;
+}
+
+std::string shownText(std::string_view text) {
+  std::string valid;
+  utf8::replace_invalid(text.begin(), text.end(), std::back_inserter(valid), U'?');
+  std::string shown;
+  for (auto next = valid.cbegin(); next != valid.cend();) {
+    const auto start = next;
+    if (isHiddenControl(utf8::unchecked::next(next))) {
+      shown += '?';
+    } else {
+      shown.append(start, next);
+    }
+  }
+  return shown;
 }
 
 std::string replaced(std::string_view text, std::string_view from, std::string_view to) {

@@ -32,6 +32,10 @@ std::string_view dropCharacters(std::string_view text, std::size_t count);
 /// The pieces between the separators: always one more than there are separators.
 std::vector<std::string_view> split(std::string_view text, char separator);
 
+/// The text as a terminal may be shown it: "?" for each control character but line feed, carriage
+/// return and tab, and for what is not UTF-8.
+std::string shownText(std::string_view text);
+
 /// Every occurrence of `from`, taken from left to right, replaced by `to`.
 std::string replaced(std::string_view text, std::string_view from, std::string_view to);
 

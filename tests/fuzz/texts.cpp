@@ -23,6 +23,20 @@ static bool isBlank(char32_t character) {
          (c >= '\t' && c <= '\r') || c == 0x85 || c == 0x200B;
 }
 
+/// On what is no UTF-8, only that nothing of it is left.
+static void tryShown(std::string_view text) {
+  const auto shown = charactersByModel(shownText(text));
+  const auto isHidden = [](char32_t c) {
+    return u_charType(static_cast<UChar32>(c)) == U_CONTROL_CHAR && c != '\n' && c != '\r' &&
+           c != '\t';
+  };
+  require(shown && std::ranges::none_of(*shown, isHidden), "no control character is shown");
+  auto characters = charactersByModel(text);
+  if (!characters) return;
+  std::ranges::replace_if(*characters, isHidden, U'?');
+  require(shown == characters, "all else is shown as it is");
+}
+
 static void tryCharacters(std::string_view text) {
   const auto characters = charactersByModel(text);
   require(textFromUtf8(text).has_value() == characters.has_value(), "UTF-8 is told from the rest");
@@ -44,6 +58,7 @@ void tryInput(std::string_view input) {
     require(replaced(text, "ab", "") == withoutByModel(text, "ab"), "every word is taken out");
     require(text.ends_with(dropCharacters(text, 6)), "characters are dropped from the front");
     tryCharacters(text);
+    tryShown(text);
   }
 }
 
