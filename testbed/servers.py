@@ -16,7 +16,7 @@ from .cache import made_once
 CONTENT, LINKS, MIRROR = (f"{name}.vestrum.example" for name in ("content", "links", "mirror"))
 UPSTREAM, ORIGIN = "database.clamav.net", "origin.vestrum.example"
 HOSTS = (CONTENT, LINKS, MIRROR, UPSTREAM, ORIGIN)
-HERE, NOBODY, IMPOSTOR = "127.0.0.1", "127.0.0.2", "127.0.0.3"
+HERE, NOBODY, IMPOSTOR, NAMESAKE = "127.0.0.1", "127.0.0.2", "127.0.0.3", "127.0.0.5"
 
 # Before anything else, every server looks whether a test has put a fault in the way of the request: a file stands for
 # an answer of the test's own, a folder for a connection closed without a word.
@@ -48,6 +48,11 @@ http {
         ssl_certificate /srv/vendor/tls/impostor.pem;
         ssl_certificate_key /srv/vendor/tls/impostor.pem;
     }
+    server {
+        listen 127.0.0.5:443 ssl;
+        ssl_certificate /srv/vendor/tls/namesake.pem;
+        ssl_certificate_key /srv/vendor/tls/key.pem;
+    }
     include /srv/site.conf;
     server {
         FAULTS
@@ -63,13 +68,16 @@ Request = collections.namedtuple("Request", "connection reused method host path 
 
 
 def make_certificates(folder):
-    """A local authority, a certificate for the hosts, and one that nobody should believe."""
+    """A local authority, a certificate for the hosts, one of nobody's, and one of the authority's for another host."""
     new = "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 3650"
     names = ",".join(f"DNS:{host}" for host in HOSTS)
     script = f"""
         {new} -keyout authority.key -out authority.pem -subj '/CN=Local authority'
         {new} -keyout key.pem -out certificate.pem -subj '/CN=Site' -addext subjectAltName={names} \
             -addext basicConstraints=critical,CA:FALSE -CA authority.pem -CAkey authority.key
+        openssl req -x509 -key key.pem -nodes -days 3650 -out namesake.pem -subj /CN=Site \
+            -addext subjectAltName=DNS:elsewhere.example -addext basicConstraints=critical,CA:FALSE \
+            -CA authority.pem -CAkey authority.key
         {new} -keyout impostor.pem -out impostor.crt -subj /CN=Impostor -addext subjectAltName={names}
         cat impostor.crt >>impostor.pem"""
     subprocess.run(["sh", "-euc", script], cwd=folder, check=True, stderr=subprocess.DEVNULL)
@@ -94,6 +102,7 @@ BAD_SERVERS = {
     "refuses": BadServer(address=NOBODY),
     "is unknown": BadServer(address=None),
     "is an impostor": BadServer(address=IMPOSTOR),
+    "is another host": BadServer(address=NAMESAKE),
     "hangs up": BadServer(),
     "cuts short": BadServer({"body": "half of it", "length": 20}),
     "stalls": BadServer({"body": "half of it", "length": 20, "hold": True}),
@@ -115,7 +124,7 @@ class Servers:
         self._held = collections.defaultdict(threading.Event)
         self._held_for = queue.Queue()
         tls = made_once("tls", make_certificates, [pathlib.Path(__file__)])
-        for name in ("certificate.pem", "key.pem", "impostor.pem"):
+        for name in ("certificate.pem", "key.pem", "impostor.pem", "namesake.pem"):
             machine.write(f"/srv/vendor/tls/{name}", (tls / name).read_bytes())
         machine.write("/etc/ssl/certs/ca-certificates.crt", (tls / "authority.pem").read_bytes())
         machine.write("/srv/nginx.conf",
