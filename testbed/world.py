@@ -54,7 +54,7 @@ def clean(text):
     lines that the last one overwrites."""
     for pattern, clear in ((r"(?m)^(Update process started at ).*", r"\1DATE"), (r"[^\r\n]*\r", ""),
                            (r"(?m)^[-0-9]+ [:.0-9]+ tarnwick\[\d+\] ", "tarnwick: "),
-                           (r"(Download failed! |available defs version number: ).*", r"\1ERROR")):
+                           (r"((?:Download|Request) failed! |available defs version number: ).*", r"\1ERROR")):
         text = re.sub(pattern, clear, text)
     return text
 

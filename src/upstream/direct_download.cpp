@@ -61,9 +61,10 @@ bool anyStillNeedsUpdate(const RunContext& context, const RecordedVersions& vers
 std::string fetchVersionRecord(const RunContext& context, HttpClient& http) {
   const std::string userAgent = toolUserAgent(context.toolVersion);
   printMessage(context, "Downloading Defs version number");
-  return http
-      .fetchText(toolRequest(fmt::format("https://{}/dns.txt", context.mirrorHost), userAgent))
-      .value_or("");
+  const Link link{.url = fmt::format("https://{}/dns.txt", context.mirrorHost)};
+  const HttpResult answer = http.sendSynchronousRequest(toolRequest(link.url, userAgent));
+  logUnlessFound(link, answer);
+  return textIn(answer).value_or("");
 }
 
 }  // namespace
@@ -148,7 +149,7 @@ std::optional<int> updateByVersionRecord(const RunContext& context, HttpClient& 
     printMessage(context, "no defs version number available on {}", context.mirrorHost);
     return std::nullopt;
   }
-  printMessage(context, "version number {}", record);
+  printMessage(context, "version number {}", shownText(record));
   bringUpToDate(context, http, *versions);
   return anyStillNeedsUpdate(context, *versions) ? stillOutOfDate : upToDate;
 }

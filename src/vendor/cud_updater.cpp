@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "base/files.hpp"
+#include "base/platform_log.hpp"
 #include "base/prefix.hpp"
 #include "base/text_rules.hpp"
 #include "driver/commands.hpp"
@@ -85,17 +86,18 @@ void downloadScripted(DVFileDownloader& downloader, std::string_view name, const
 
 std::int64_t availableVersion(const RunContext& context, const VendorSession& session) {
   printMessage(context, "Downloading Defs version number");
-  const auto result = session.http.sendSynchronousRequest(
-      toolRequest(signedLinkForPath(scriptedPath("VestRUM-db-version.txt")), session.userAgent));
+  const Link link = signedLinksTo(scriptedPath("VestRUM-db-version.txt"))();
+  const auto result = session.http.sendSynchronousRequest(toolRequest(link.url, session.userAgent));
+  logUnlessFound(link, result);
   if (const auto* const error = std::get_if<HttpError>(&result)) {
     printMessage(context, "Failed to get available defs version number: {}", error->description);
     return 0;
   }
   // The status is not looked at: an error page ends, at worst, in a script that is not there.
-  const auto body = textFromUtf8(std::get<HttpResponse>(result).body);
+  const auto body = textIn(result);
   const std::string_view text = body ? trimmed(*body) : std::string_view();
   if (text.empty()) return 0;
-  printMessage(context, "version number {}", text);
+  printMessage(context, "version number {}", shownText(text));
   return versionInText(text);
 }
 
@@ -245,10 +247,11 @@ bool buildAndInstall(const RunContext& context, const VendorSession& session,
   return installNewContainer(context, work);
 }
 
+/// Sets the local version where a container is installed.
 Outcome tryIncrementalUpdate(const RunContext& context, const VendorSession& session,
-                             const Workplace& work) {
+                             const Workplace& work, Versions& versions) {
   if (!fileExists(installedContainer())) return Outcome::wholeContainerNeeded;
-  Versions versions{.local = databaseVersionOfFile(context, std::string(containerName))};
+  versions.local = databaseVersionOfFile(context, std::string(containerName));
   printMessage(context, "Local version {}", versions.local);
   if (versions.local < 1) return Outcome::wholeContainerNeeded;
 
@@ -276,14 +279,25 @@ bool fetchWholeContainer(const RunContext& context, const VendorSession& session
   return false;
 }
 
-bool installWholeContainer(const RunContext& context, const Workplace& work) {
+/// Signatures cover no version, so that a server can give an old container for the latest.
+void logIfOlder(std::int64_t version, std::int64_t local) {
+  if (version >= local) return;
+  platformLog(
+      fmt::format("The whole VestRUM.cud (version {}) is older than the installed one "
+                  "(version {}), which it replaces",
+                  version, local));
+}
+
+bool installWholeContainer(const RunContext& context, const Workplace& work, std::int64_t local) {
   if (!scannerAccepts(context, work.container())) {
     printMessage(context,
                  "VestRUM.cud DB integrity check failed. Deleting the newly downloaded file");
     return false;
   }
+  const std::int64_t version = databaseVersionOfFile(context, work.container().string());
   printMessage(context, "VestRUM.cud (version {}) DB integrity is sound. Moving into place.",
-               databaseVersionOfFile(context, work.container().string()));
+               version);
+  logIfOlder(version, local);
   if (!installDatabase(work.container(), installedContainer())) {
     printMessage(context, "File ({}) couldn't be moved", work.container().string());
   }
@@ -292,11 +306,11 @@ bool installWholeContainer(const RunContext& context, const Workplace& work) {
 }
 
 bool updateByWholeContainer(const RunContext& context, const VendorSession& session,
-                            const Workplace& work) {
+                            const Workplace& work, std::int64_t local) {
   // A quiet run leaves this line out of the log as well. It ends in a line feed of its own.
   if (!context.quietMode) printMessage(context, "Need to download the full VestRUM.cud\n");
   const bool installed =
-      fetchWholeContainer(context, session, work) && installWholeContainer(context, work);
+      fetchWholeContainer(context, session, work) && installWholeContainer(context, work, local);
   work.remove();
   return installed;
 }
@@ -310,7 +324,8 @@ std::int64_t versionInText(std::string_view text) {
 
 bool updateIncrementalDatabase(const RunContext& context, const VendorSession& session) {
   const Workplace work = workplaceIn(session.temporaryDirectory);
-  switch (tryIncrementalUpdate(context, session, work)) {
+  Versions versions;
+  switch (tryIncrementalUpdate(context, session, work, versions)) {
     case Outcome::upToDate:
       return false;
     case Outcome::installed:
@@ -318,7 +333,7 @@ bool updateIncrementalDatabase(const RunContext& context, const VendorSession& s
     case Outcome::wholeContainerNeeded:
       break;
   }
-  return updateByWholeContainer(context, session, work);
+  return updateByWholeContainer(context, session, work, versions.local);
 }
 
 void removeCudLeftovers(const VendorSession& session) {

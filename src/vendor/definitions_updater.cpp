@@ -8,6 +8,7 @@
 
 #include "base/durable_file.hpp"
 #include "base/files.hpp"
+#include "base/platform_log.hpp"
 #include "base/text_rules.hpp"
 #include "driver/commands.hpp"
 #include "driver/console.hpp"
@@ -24,6 +25,8 @@ namespace tarnwick {
 namespace {
 
 namespace fs = std::filesystem;
+
+constexpr long notFound = 404;
 
 /// One vendor file on its way in.
 struct Item {
@@ -63,6 +66,8 @@ Published askServer(const VendorSession& session, const Item& item) {
   request.method = "HEAD";
   const auto result = session.http.sendSynchronousRequest(request);
   const auto* const response = std::get_if<HttpResponse>(&result);
+  // A vendor need not have the file.
+  if (response == nullptr || response->status != notFound) logUnlessFound({item.url()}, result);
   if (response == nullptr) return {};
   return {.status = response->status,
           .lastModified = response->header("last-modified"),
@@ -133,12 +138,15 @@ void withdrawFile(const RunContext& context, const Item& item) {
 /// Fetches, checks and installs or withdraws the file. True when the installed state changed.
 bool replaceFile(const RunContext& context, const VendorSession& session, Item item) {
   download(context, session, item);
-  const std::optional<std::string> signature =
-      session.http.fetchText(toolRequest(item.url() + ".signature", session.userAgent));
+  const Link signatureLink{.url = item.url() + ".signature"};
+  const HttpResult answer =
+      session.http.sendSynchronousRequest(toolRequest(signatureLink.url, session.userAgent));
+  const std::optional<std::string> signature = textIn(answer);
   const bool valid = DVSUDSAVerifier::validatePathWithEncodedDSASignatureWithPublicDSAKey(
       item.temporaryFile, signature, session.publicKey);
   const std::optional<std::uintmax_t> downloaded = sizeOf(item.temporaryFile);
   if (!valid || !signature || !downloaded) {
+    logUnlessFound(signatureLink, answer);
     printMessage(context, "Vestrum.{} definitions file is not valid. Delete it.", item.name);
     removeTree(item.temporaryFile);
     return false;
@@ -155,8 +163,13 @@ bool replaceFile(const RunContext& context, const VendorSession& session, Item i
   return true;
 }
 
+void logIfUndated(const Item& item, const Published& published) {
+  if (published.lastModified) return;
+  platformLog(fmt::format("{} has no Last-Modified, so that every run installs it", item.url()));
+}
+
 void sayNothingFetched(const RunContext& context, const Item& item, long status) {
-  if (status == 404) {
+  if (status == notFound) {
     printMessage(context, "Nothing to download for Vestrum.{}", item.name);
   } else {
     printMessage(context, "Error occurred downloading Vestrum.{}", item.name);
@@ -177,6 +190,7 @@ void updateVendorFile(RunContext& context, const VendorSession& session, std::st
   } else if (isUpToDate(context, file, published, storedLastModified)) {
     printMessage(context, "Vestrum.{} is already up to date.", file.baseName);
   } else if (replaceFile(context, session, file)) {
+    logIfUndated(file, published);
     lastModified = published.lastModified;
     context.definitionsChanged = true;
   }

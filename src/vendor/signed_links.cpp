@@ -33,8 +33,9 @@ std::string signedLinkForPathAt(std::string_view path, double secondsSince1970) 
 
 LinkMaker signedLinksTo(std::string path) {
   return [path = std::move(path)] {
-    return Link{.url = signedLinkForPath(path),
-                .shown = fmt::format("https://{}{}", settings::linkHost, path)};
+    const std::string url = signedLinkForPath(path);
+    const std::size_t start = fmt::formatted_size("https://{}", settings::linkHost);
+    return Link{.url = url, .secret = url.substr(start, url.size() - start - path.size())};
   };
 }
 

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "transfer/http/file_downloader.hpp"
+#include "transfer/http/link.hpp"
 
 namespace tarnwick {
 
@@ -11,7 +11,7 @@ namespace tarnwick {
 /// a minute: make it just before the request that uses it.
 std::string signedLinkForPath(std::string_view path);
 
-/// Makes such links; what may be shown of one is its host and path, without token and expiry.
+/// Makes such links. Their token and expiry are secret.
 LinkMaker signedLinksTo(std::string path);
 
 /// The link as made at a moment given in seconds since 1970 UTC.

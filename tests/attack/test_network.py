@@ -5,7 +5,7 @@ import typing
 
 import pytest
 
-from testbed import BIN, DATA, IMPOSTOR, ORIGIN, PREFIX, TOOL, World, redirect
+from testbed import BIN, DATA, IMPOSTOR, NAMESAKE, ORIGIN, PREFIX, TOOL, World, redirect
 from testbed.odd_servers import ENDLESS
 from testbed.transcripts import BANNER, FETCHED, FRESHCLAM, FULL, LOCAL, NEWER, SCRIPTS, UNCHANGED
 
@@ -46,10 +46,17 @@ def give_an_old_container(world):
         world.servers.answer(f"{SCRIPTED}VestRUM.cud{end}", world.path(f"/srv/old{end}").read_bytes())
 
 
+def give_an_older_container(world):
+    give_an_old_container(world)
+    world.install(2)
+    world.servers.drop(SCRIPTED + "VestRUM-3.script")
+
+
 class Answers(typing.NamedTuple):
     give: typing.Callable[[World], None]
     said: str
     version: int = 3  # installed in the end
+    older: bool = False  # so that the platform log says so
 
 
 ANSWERS = {
@@ -60,7 +67,16 @@ ANSWERS = {
     # What signatures without a version cannot prevent.
     "a genuine container of long ago": Answers(
         give_an_old_container, FULL + FETCHED.replace("version 3", "version 1"), 1),
+    "a genuine container older than the installed one": Answers(
+        give_an_older_container, NEWER.format(local=2, available=3)
+        + "Failed to download and verify VestRUM-3.script\nProcessing updates…\n" + FULL
+        + FETCHED.replace("version 3", "version 1"), 1, older=True),
+    "control characters for a version": Answers(
+        lambda world: world.servers.answer(VERSION, "\x1b[2J\u009bx\x7f\b\0é\t:\v1\r\n"),
+        LOCAL + "version number ?[2J?x???é\t:?1\nAvailable version 1\nVestRUM.cud file is up-to-date\n", 1),
 }
+OLDER = ("tarnwick: The whole VestRUM.cud (version 1) is older than the installed one (version 2), which it "
+         "replaces\n")
 
 
 @pytest.mark.parametrize("name", ANSWERS)
@@ -72,6 +88,7 @@ def test_what_a_mirror_answers(world, name):
     outcome = world.run()
     assert (outcome.status, outcome.stdout, world.version()) == (
         0, BANNER + answers.said + UNCHANGED + FRESHCLAM, answers.version)
+    assert (OLDER in outcome.stderr, "older" in outcome.stderr) == (answers.older, answers.older)
     assert outside(world) == before and world.litter() == ""
 
 
@@ -88,10 +105,11 @@ def test_an_answer_without_end(world, name):
         assert int(server.read_until("\n")) < 20_000_000
 
 
-def test_without_a_certificate_nothing_is_believed(world):
+@pytest.mark.parametrize("impostor", [IMPOSTOR, NAMESAKE])
+def test_without_a_certificate_nothing_is_believed(world, impostor):
     world.freshclam(52, 52)
     world.install(1)
-    world.servers.place(content=IMPOSTOR, links=IMPOSTOR, mirror=IMPOSTOR, database=IMPOSTOR)
+    world.servers.place(content=impostor, links=impostor, mirror=impostor, database=impostor)
     before = outside(world), world.shell(f"cd {DATA}; sha256sum *")
     assert world.run().status == 52
     assert (outside(world), world.shell(f"cd {DATA}; sha256sum *")) == before

@@ -5,7 +5,7 @@ from typing import NamedTuple
 
 import pytest
 
-from testbed import BAD_SERVERS, DATA, HERE, LINKS, MACINTOSH, MIRROR, NOBODY, SILENCE, redirect
+from testbed import BAD_SERVERS, CONTENT, DATA, HERE, LINKS, MACINTOSH, MIRROR, NOBODY, SILENCE, redirect
 from testbed.transcripts import BANNER, CURRENT, FETCHED, FRESHCLAM, FULL, LOCAL, SCRIPTS, SOUND, UNCHANGED
 
 VERSION = "GET /VestRUM2/Scripted/VestRUM-db-version.txt"
@@ -17,6 +17,10 @@ UNKNOWN_VERSION = ("Failed to get available defs version number: ERROR\nAvailabl
                    "VestRUM.cud file is up-to-date\n")
 
 
+def answered(status, host, path):
+    return f"tarnwick: The server answered {status} for https://{host}{path}\n"
+
+
 @pytest.mark.parametrize("server", BAD_SERVERS.values(), ids=BAD_SERVERS)
 def test_nothing_of_a_bad_server_is_installed(new_world, server):
     new_world.freshclam(0)
@@ -26,12 +30,14 @@ def test_nothing_of_a_bad_server_is_installed(new_world, server):
     container, database = FULL + "Failed to download and/or verify VestRUM.cud\n", INVALID
     errors = "tarnwick: Download failed! ERROR\n" * 2
     if server.address != HERE:
-        database, errors = UNREACHABLE, "tarnwick: Download failed! ERROR\n"
+        database, errors = UNREACHABLE, "tarnwick: Download failed! ERROR\ntarnwick: Request failed! ERROR\n"
     if server.saved:
         container = container.replace("\n\n", "\n\nDownloading VestRUM.cud [100%]\n")
         database = "Downloading Vestrum.database [100%]\n" + INVALID
-        answered = f"tarnwick: The server answered {server.saved} for https://{LINKS}{CONTAINER[4:]}\n"
-        errors = answered * (server.saved != 200) + "tarnwick: Download failed sig check\n"
+        container_status, database_status = (
+            answered(server.saved, host, path[4:]) if server.saved != 200 else ""
+            for host, path in ((LINKS, CONTAINER), (CONTENT, DATABASE)))
+        errors = container_status + "tarnwick: Download failed sig check\n" + database_status
     assert (outcome.status, outcome.stdout, outcome.stderr, new_world.state()) == (
         0, BANNER + container + database + FRESHCLAM, errors, {})
     assert (new_world.litter(), new_world.shell(f"ls {DATA}")) == ("", "bytecode.cvd\ndaily.cvd\nmain.cvd\n")

@@ -6,7 +6,7 @@ from typing import Callable, NamedTuple
 
 import pytest
 
-from testbed import BIN, DATA, TOOL, definitions_text
+from testbed import BIN, CONTENT, DATA, TOOL, definitions_text
 from testbed.machine import seen_inside
 from testbed.transcripts import BANNER, CURRENT, FRESHCLAM, INSTALLED, UNCHANGED
 from testbed.world import EXECUTABLE, SHUT_WORK_FOLDER
@@ -19,6 +19,10 @@ FAILED = "tarnwick: Download failed! ERROR\n"
 FETCHED_DATABASE = "Downloading Vestrum.database [100%]\n"
 INVALID = "Vestrum.database definitions file is not valid. Delete it.\n"
 UNREACHABLE = "Error occurred downloading Vestrum.database\n"
+
+
+def answered(status, end=""):
+    return f"tarnwick: The server answered {status} for https://{CONTENT}{DATABASE}{end}\n"
 
 
 def dated(date):
@@ -36,10 +40,15 @@ class Definitions(NamedTuple):
 
 
 DEFINITIONS = {
-    "busy": Definitions(UNREACHABLE, False, answers={f"HEAD {DATABASE}": {"status": "503 Later"}}),
-    "not there": Definitions("Nothing to download for Vestrum.database\n", False, spoil=f"rm -r {SITE}{DATABASE}"),
+    "busy": Definitions(UNREACHABLE, False, errors=answered(503), answers={
+        f"HEAD {DATABASE}": {"status": "503 Later"}}),
+    "no answer": Definitions(UNREACHABLE, False, errors="tarnwick: Request failed! ERROR\n",
+                             spoil=lambda world: world.servers.drop(f"HEAD {DATABASE}")),
+    "without a date": Definitions(stored=None, errors=f"tarnwick: https://{CONTENT}{DATABASE} has no Last-Modified, "
+                                  "so that every run installs it\n", answers={f"HEAD {DATABASE}": {}}),
     "a date that is too long": Definitions(stored=None, answers=dated("x" * 70_000)),
     "a date that grows too long": Definitions(stored=None, answers=dated("&" * 14_000)),
+    "not there": Definitions("Nothing to download for Vestrum.database\n", False, spoil=f"rm -r {SITE}{DATABASE}"),
     "same": Definitions(UNCHANGED),
     "same but lost": Definitions(spoil=f"rm {DATA}/Vestrum.database"),
     "half a pair": Definitions(spoil=f"rm {DATA}/Vestrum.database.signature"),
@@ -48,6 +57,10 @@ DEFINITIONS = {
                                                      spoil=f"ln -sf /bin/false {BIN}/clamscan"),
     "unsigned": Definitions(FETCHED_DATABASE + INVALID, False, published=definitions_text(2),
                             answers={f"GET {DATABASE}.signature": {"body": "bm9wZQ=="}}),
+    "answered with pages": Definitions(
+        FETCHED_DATABASE + INVALID, False, errors=answered(500) + answered(404, ".signature"),
+        published=definitions_text(2), spoil=f"rm {SITE}{DATABASE}.signature",
+        answers={f"GET {DATABASE}": {"status": "500 Sorry"}}),
     "signature empty": Definitions(FETCHED_DATABASE + INVALID, False, published=definitions_text(2),
                                    answers={f"GET {DATABASE}.signature": {}}),
     "empty and not signed": Definitions(FETCHED_DATABASE + INVALID, False, published=definitions_text(2),

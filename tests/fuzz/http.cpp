@@ -46,7 +46,9 @@ void tryInput(std::string_view input) {
   downloader.downloadFileFromSaveToPath(request.url, "download");
   require((::unlink("download") == 0) != downloader.downloadFailed(), "a file or a failure");
   request.method = "GET";
-  require(charactersByModel(client.fetchText(request).value_or("")).has_value(), "a text");
+  require(
+      charactersByModel(textIn(client.sendSynchronousRequest(request)).value_or("")).has_value(),
+      "a text");
 }
 
 }  // namespace tarnwick::fuzz

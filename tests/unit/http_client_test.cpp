@@ -4,6 +4,7 @@
 
 #include "testbed/loopback_server.hpp"
 #include "testbed/scratch.hpp"
+#include "transfer/http/answer_limits.hpp"
 #include "transfer/http/file_downloader.hpp"
 
 namespace tarnwick {
@@ -86,6 +87,47 @@ TEST(HttpClient, NamesWhatFailedWhereARedirectLed) {
   }
 }
 
+TEST(HttpClient, FollowsSixteenRedirects) {
+  for (const std::size_t redirects : {16U, 17U}) {
+    std::deque<Answer> answers(redirects, Answer{"HTTP/1.1 302 Found\r\nLocation: /\r\n\r\n"});
+    answers.push_back({ok("", "abc")});
+    LoopbackServer server(answers);
+    HttpClient client(largestDownload);
+    EXPECT_EQ(outcome(get(client, server.url())), redirects == 16 ? "200 abc" : "error");
+  }
+}
+
+TEST(AnswerLimits, BoundBytesAndTime) {
+  using std::chrono::minutes;
+  constexpr std::uint64_t headers = AnswerLimits::largestHeaders;
+  const AnswerLimits::Clock::time_point begun;
+  const struct {
+    std::uint64_t body, headers, received;
+    int bodyAt, now;
+    bool textMayGoOn, fileMayGoOn;
+  } cases[] = {
+      {1000, headers, headers + 17'000, 0, 0, true, true},
+      {1000, 0, headers + 17'001, 0, 0, false, false},
+      {1000, headers + 1, 0, 0, 0, false, false},
+      {1001, 0, 0, 0, 0, false, false},
+      {0, 0, 0, 0, 10, true, true},
+      {0, 0, 0, 0, 11, false, false},
+      {1, 0, 0, 9, 11, false, true},
+      {1, 0, 0, 9, 20, false, false},
+  };
+  for (const auto& row : cases) {
+    for (const AnswerKind kind : {AnswerKind::text, AnswerKind::file}) {
+      AnswerLimits limits(kind, 1000, begun);
+      if (row.body > 0) limits.countBody(row.body, begun + minutes(row.bodyAt));
+      limits.countHeaderLine(row.headers);
+      limits.countReceived(row.received);
+      EXPECT_EQ(!limits.exceeded(begun + minutes(row.now)),
+                kind == AnswerKind::text ? row.textMayGoOn : row.fileMayGoOn)
+          << &row - cases;
+    }
+  }
+}
+
 TEST(HttpClient, TellsOfADownloadAndWhereARedirectLedWhenTheFileCannotBeMade) {
   const testbed::Scratch scratch;
   for (const std::string body : {"", "x"}) {
@@ -141,6 +183,25 @@ TEST(FileDownloader, CountsWhatCameAndLeavesNothingOfAFailedDownload) {
     EXPECT_EQ(std::tuple(downloader.totalContentLength(), downloader.receivedContentLength(),
                          downloader.isComplete(), downloader.displayFilename()),
               std::tuple(total, size, true, "a.zip"));
+  }
+}
+
+TEST(FileDownloader, LogsNoSecret) {
+  const std::string elsewhere = "http://127.0.0.1:1/token/1/x?y";
+  const std::string leadsElsewhere = "HTTP/1.1 302 Found\r\nLocation: " + elsewhere + "\r\n\r\n";
+  const std::string isGone = "HTTP/1.1 410 Gone\r\nContent-Length: 0\r\n\r\n";
+  for (const std::string& answer : {std::string(), leadsElsewhere, isGone}) {
+    const testbed::Scratch scratch;
+    LoopbackServer server({Answer{answer}, Answer{""}});
+    HttpClient client(largestDownload);
+    DVFileDownloader downloader(client, "1.0");
+    const LinkMaker link = [&] { return Link{server.url("/token/1/file"), "/token/1"}; };
+    testing::internal::CaptureStderr();
+    downloader.downloadFileFromWithSignatureFileSaveToPath(link, link, scratch.path("file"));
+    const std::string logged = testing::internal::GetCapturedStderr();
+    const std::string shown =
+        answer == leadsElsewhere ? "http://127.0.0.1:1/x?y\n" : server.url("/file\n");
+    EXPECT_TRUE(logged.ends_with(shown)) << logged;
   }
 }
 

@@ -15,20 +15,13 @@ namespace {
 constexpr std::string_view bundleName = "Tarnwick";
 
 LinkMaker always(const std::string& url) {
-  return [url] { return Link{.url = url, .shown = url}; };
+  return [url] { return Link{.url = url}; };
 }
 
 /// 0 when there was no answer.
 long statusOf(const HttpResult& result) {
   const auto* const response = std::get_if<HttpResponse>(&result);
   return response != nullptr ? response->status : 0;
-}
-
-/// Why there is no valid signature can be as simple as this.
-void logUnlessFound(const Link& link, long status) {
-  constexpr long found = 200;
-  if (status == 0 || status == found) return;
-  platformLog(fmt::format("The server answered {} for {}", status, link.shown));
 }
 
 }  // namespace
@@ -51,20 +44,26 @@ void DVFileDownloader::downloadFileFromWithSignatureFileSaveToPath(
 }
 
 void DVFileDownloader::downloadFileFromWithSignatureFileSaveToPath(
-    const LinkMaker& file, const LinkMaker& signature, const std::filesystem::path& destination) {
-  const Link fileLink = file();
+    const LinkMaker& makeFile, const LinkMaker& makeSignature,
+    const std::filesystem::path& destination) {
+  const Link fileLink = makeFile();
   if (headerOnly_) {
     requestHeaderOnly(requestFor(fileLink.url));
     return;
   }
-  const long fileStatus = fetchFile(requestFor(fileLink.url), destination);
-  if (downloadFailed_ || !verifyWithSignature_) return;
+  const HttpResult file = fetchFile(fileLink, destination);
+  if (downloadFailed_) return;
+  if (!verifyWithSignature_) {
+    logUnlessFound(fileLink, file);
+    return;
+  }
 
-  const Link signatureLink = signature();
+  const Link signatureLink = makeSignature();
   const HttpResult answer = http_.sendSynchronousRequest(requestFor(signatureLink.url));
   if (isSigned(destination, answer)) return;
-  logUnlessFound(fileLink, fileStatus);
-  logUnlessFound(signatureLink, statusOf(answer));
+  // A bad signature is often just an error page.
+  logUnlessFound(fileLink, file);
+  logUnlessFound(signatureLink, answer);
   platformLog("Download failed sig check");
   downloadFailed_ = true;
 }
@@ -80,33 +79,32 @@ void DVFileDownloader::requestHeaderOnly(HttpRequest request) {
   httpResponseCode_ = statusOf(http_.sendSynchronousRequest(request));
 }
 
-long DVFileDownloader::fetchFile(const HttpRequest& request,
-                                 const std::filesystem::path& destination) {
+HttpResult DVFileDownloader::fetchFile(const Link& link, const std::filesystem::path& destination) {
   displayFilename_ = replaced(destination.filename().string(), "_download", "");
   progressName_ = replaced(displayFilename_, ".zip", "");
   isComplete_ = false;
   receivedContentLength_ = 0;
   totalContentLength_ = 0;
-  const HttpResult result = http_.download(
-      request, destination,
+  HttpResult result = http_.download(
+      requestFor(link.url), destination,
       {.didReceiveResponse =
            [this](const HttpResponse& response) { downloadDidReceiveResponse(response); },
        .didReceiveDataOfLength =
            [this](std::uint64_t length) { downloadDidReceiveDataOfLength(length); }});
   if (const auto* const error = std::get_if<HttpError>(&result)) {
-    downloadDidFailWithError(*error);
+    downloadDidFailWithError({.description = error->description,
+                              .url = link.shown(error->url),
+                              .requestWasMade = error->requestWasMade});
   } else {
     downloadDidFinish();
   }
-  return statusOf(result);
+  return result;
 }
 
 bool DVFileDownloader::isSigned(const std::filesystem::path& file,
                                 const HttpResult& signature) const {
-  const auto* const response = std::get_if<HttpResponse>(&signature);
-  if (response == nullptr || !publicKey_) return false;
-  const std::optional<std::string> text = textFromUtf8(response->body);
-  return text && fileIsSigned(file, *text, *publicKey_);
+  const std::optional<std::string> text = textIn(signature);
+  return text && publicKey_ && fileIsSigned(file, *text, *publicKey_);
 }
 
 void DVFileDownloader::downloadDidReceiveResponse(const HttpResponse& response) {

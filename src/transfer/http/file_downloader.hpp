@@ -2,24 +2,14 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "transfer/http/http_client.hpp"
+#include "transfer/http/link.hpp"
 
 namespace tarnwick {
-
-/// An address, and what of it may be written into a log: a link can hold what is a secret for as
-/// long as the link lives.
-struct Link {
-  std::string url;
-  std::string shown;
-};
-
-/// Called immediately before the request that uses the link, because links can be short-lived.
-using LinkMaker = std::function<Link()>;
 
 /// Fetches one URL into one file and waits for it, with a progress line on standard output, and
 /// can check the file against its publisher's signature. Can instead ask only for the HTTP status.
@@ -76,7 +66,7 @@ class DVFileDownloader final {
  private:
   [[nodiscard]] HttpRequest requestFor(const std::string& url) const;
   void requestHeaderOnly(HttpRequest request);
-  long fetchFile(const HttpRequest& request, const std::filesystem::path& destination);
+  HttpResult fetchFile(const Link& link, const std::filesystem::path& destination);
   [[nodiscard]] bool isSigned(const std::filesystem::path& file, const HttpResult& signature) const;
   void showProgress(std::uint64_t percentage, char lineEnd) const;
 

@@ -278,8 +278,8 @@ class Exchange {
 
   [[nodiscard]] std::string description() const {
     if (!failure_.empty()) return failure_;
-    return errorText_.front() != '\0' ? errorText_.data()
-                                      : curl_easy_strerror(result_.value_or(CURLE_OK));
+    return shownText(errorText_.front() != '\0' ? errorText_.data()
+                                                : curl_easy_strerror(result_.value_or(CURLE_OK)));
   }
 
   [[nodiscard]] std::string failingUrl() const {
@@ -338,8 +338,7 @@ HttpResult HttpClient::sendSynchronousRequest(const HttpRequest& request) {
   return result;
 }
 
-std::optional<std::string> HttpClient::fetchText(const HttpRequest& request) {
-  const auto result = sendSynchronousRequest(request);
+std::optional<std::string> textIn(const HttpResult& result) {
   const auto* const response = std::get_if<HttpResponse>(&result);
   return response != nullptr ? textFromUtf8(response->body) : std::nullopt;
 }

@@ -25,12 +25,16 @@ struct HttpRequest {
 
 /// Why there is no response, or no complete one.
 struct HttpError {
-  std::string description;     ///< can quote the server
+  std::string description;     ///< without control characters, though it can quote the server
   std::string url;             ///< the one that failed: after a redirect, where that led to
   bool requestWasMade = true;  ///< false when there was not even the memory for it
 };
 
 using HttpResult = std::variant<HttpResponse, HttpError>;
+
+/// The body of the response as text, whatever its status. None without a complete response, and
+/// for a body that is not UTF-8.
+std::optional<std::string> textIn(const HttpResult& result);
 
 /// What is told of a download on its way: its response, once, then the size of each piece.
 struct DownloadProgress {
@@ -52,10 +56,6 @@ class HttpClient {
   /// The whole response. A body beyond `largestText` bytes, or one that is not complete in ten
   /// minutes, is an error.
   HttpResult sendSynchronousRequest(const HttpRequest& request);
-
-  /// The body of the response as text, whatever its status. None without a complete response, and
-  /// for a body that is not UTF-8.
-  std::optional<std::string> fetchText(const HttpRequest& request);
 
   /// Fetches into `destination`, replacing a file there, which is whole when a response is
   /// returned. A failed download leaves nothing of its own.
