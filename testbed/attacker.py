@@ -8,10 +8,11 @@ from .world import BIN, PREFIX
 SECRET = "/srv/secret"
 
 
-def outside(world, modes="%A"):
-    """Everything that root executes or believes, and what only root may read."""
+def outside(world):
+    """Everything that root executes or believes, the folders that lead there, and what only root may read."""
     watched = f"find /etc {BIN} {PREFIX}/etc /usr/local/bin {SECRET}"
-    return world.shell(rf"{watched} -exec stat -c '%N %U:%G {modes}' {{}} + | sort"
+    return world.shell(rf"{watched} -exec stat -c '%N %U:%G %A' {{}} + | sort"
+                       f"; stat -c '%N %U:%G %A' {PREFIX} {PREFIX}/share /var/lib/tarnwick"
                        rf"; {watched} -type f -exec sha256sum {{}} + | sort; find / -xdev -name pwned")
 
 
@@ -53,5 +54,6 @@ FOLDERS = {
     "folders for everything": "rm -r *; mkdir -p VestRUM.cud/a Vestrum.database/a main.cvd/a mirrors.dat Vestrum.ndb/a",
     "links to folders": "rm -r *; ln -s /etc VestRUM.cud; ln -s /etc Vestrum.database; ln -s /etc Vestrum.ndb"
                         "; ln -s /etc .tarnwick-staged.abcdef",
+    "links to folders that root needs": f"ln -s {PREFIX} {PREFIX}/share {PREFIX}/etc /var/lib/tarnwick .",
     "names for the shell": "touch -- '-R' '--reference=x' '$(touch pwned)' '; touch pwned' \"$(printf 'a\\nb')\"",
 }

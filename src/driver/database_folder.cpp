@@ -1,12 +1,37 @@
 #include "driver/database_folder.hpp"
 
 #include <fmt/format.h>
+#include <grp.h>
+#include <pwd.h>
 #include <sys/stat.h>
+
+#include <string>
 
 #include "base/text_rules.hpp"
 #include "driver/commands.hpp"
+#include "platform/platform.hpp"
 
 namespace tarnwick {
+
+namespace {
+
+/// Empty where there is no such user or group.
+std::string commandToBecomeClamav() {
+  const DatabaseOwner owner = databaseOwner();
+  if (!owner.user || !owner.group) return {};
+  return platform::commandToBecome("clamav", "clamav");
+}
+
+}  // namespace
+
+DatabaseOwner databaseOwner() {
+  // NOLINTBEGIN(concurrency-mt-unsafe): nothing else in the program looks users up
+  const passwd* const user = ::getpwnam("clamav");
+  const group* const members = ::getgrnam("clamav");
+  // NOLINTEND(concurrency-mt-unsafe)
+  return {.user = user != nullptr ? std::optional(user->pw_uid) : std::nullopt,
+          .group = members != nullptr ? std::optional(members->gr_gid) : std::nullopt};
+}
 
 std::filesystem::path inDataDirectory(const RunContext& context, std::string_view name) {
   return std::filesystem::path(context.dataDirectory) / name;
@@ -29,7 +54,9 @@ void fixDatabasePermissions(const RunContext& context) {
   if (dataDirectoryUse(context) == DataDirectoryUse::commands) {
     runShellCommand(fmt::format("chown -R clamav:clamav {}", context.dataDirectory));
     runShellCommand(fmt::format("chmod 0775 {}", context.dataDirectory));
-    runShellCommand(fmt::format("chmod 0664 {}/*", context.dataDirectory));
+    // What the folder holds is "clamav"'s by now. A link in it must not lead root to other files.
+    runShellCommand(
+        fmt::format("{}chmod 0664 {}/*", commandToBecomeClamav(), context.dataDirectory));
   }
   if (!context.logEnabled || !context.logPath) return;
   // Where a link can be put between the commands, root must not be led to another file by it.

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <filesystem>
+#include <optional>
 #include <string_view>
 
 #include "driver/run_context.hpp"
@@ -18,6 +21,13 @@ enum class DataDirectoryUse {
              ///< root of the file system, however it is written
 };
 DataDirectoryUse dataDirectoryUse(const RunContext& context);
+
+/// The user and the group "clamav"; absent where the machine lacks them.
+struct DatabaseOwner {
+  std::optional<uid_t> user;
+  std::optional<gid_t> group;
+};
+DatabaseOwner databaseOwner();
 
 /// Gives the database folder to "clamav" and sets its modes, and those of the log when one is
 /// named.

@@ -212,4 +212,10 @@ std::string unzipCommand(const fs::path& archive, const fs::path& directory) {
   return fmt::format("unzip -o -q {} -d {} </dev/null", archive.string(), directory.string());
 }
 
+std::string commandToBecome(std::string_view user, std::string_view group) {
+  constexpr auto program = "/usr/bin/setpriv";
+  if (::geteuid() != 0 || ::access(program, X_OK) != 0) return {};
+  return fmt::format("{} --reuid={} --regid={} --clear-groups ", program, user, group);
+}
+
 }  // namespace tarnwick::platform

@@ -241,4 +241,9 @@ std::string unzipCommand(const fs::path& archive, const fs::path& directory) {
   return fmt::format("ditto -xk {} {}", archive.string(), directory.string());
 }
 
+// No program here gives up its groups before it becomes somebody else.
+std::string commandToBecome(std::string_view /*user*/, std::string_view /*group*/) {
+  return {};
+}
+
 }  // namespace tarnwick::platform

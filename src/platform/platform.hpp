@@ -89,6 +89,11 @@ void removeUnfinishedEdits(const std::filesystem::path& file);
 std::string unzipCommand(const std::filesystem::path& archive,
                          const std::filesystem::path& directory);
 
+/// The beginning of a shell command that carries out the rest of it with this user's and this
+/// group's rights alone; ends in a blank. Empty where the system has no program for that, or where
+/// we lack the rights to become somebody else.
+std::string commandToBecome(std::string_view user, std::string_view group);
+
 /// Whether the scanning engine at this path is what its maker or administrator installed.
 bool engineSignatureIsSound(const std::filesystem::path& engine);
 

@@ -1,22 +1,18 @@
 #include "vendor/database_install.hpp"
 
-#include <grp.h>
-#include <pwd.h>
+#include <optional>
 
 #include "base/durable_file.hpp"
 #include "base/files.hpp"
 #include "driver/commands.hpp"
+#include "driver/database_folder.hpp"
 
 namespace tarnwick {
 namespace {
 
 FileAttributes databaseAttributes() {
-  FileAttributes attributes{.owner = {}, .group = {}, .mode = 0664};
-  // NOLINTBEGIN(concurrency-mt-unsafe): nothing else in the program looks users up
-  if (const passwd* const user = ::getpwnam("clamav")) attributes.owner = user->pw_uid;
-  if (const group* const members = ::getgrnam("clamav")) attributes.group = members->gr_gid;
-  // NOLINTEND(concurrency-mt-unsafe)
-  return attributes;
+  const DatabaseOwner owner = databaseOwner();
+  return {.owner = owner.user, .group = owner.group, .mode = 0664};
 }
 
 }  // namespace

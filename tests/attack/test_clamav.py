@@ -4,7 +4,7 @@ from typing import NamedTuple
 
 import pytest
 
-from testbed import BIN, CONFIGURATION, DATA, PREFIX, member, repacked
+from testbed import BIN, CONFIGURATION, DATA, PREFIX, as_the_service, member, repacked
 from testbed.attacker import CONTAINERS, FOLDERS, SECRET, TO_PASSWD, outside
 from testbed.transcripts import BANNER, FETCHED, FRESHCLAM, FULL, NEWER, SCRIPTS, SOUND, UNCHANGED, WARNING
 
@@ -114,16 +114,18 @@ def test_a_run_says_what_of_the_prefix_is_not_roots_alone(world, rights):
 @pytest.mark.parametrize("name", FOLDERS)
 def test_database_folders(world, name):
     world.write(SECRET, "secret", 0o600)
-    # The repair of modes in this folder follows links, by its definition: it is not among what holds.
-    modes = "" if "link" in name else "%A"
-    before = outside(world, modes)
-    for arguments in ([], ["--remove-old-first"]):
+    world.shell("install -d -m 700 /var/lib/tarnwick")
+    before = outside(world)
+    for arguments, through in (([], ()), (["--remove-old-first"], ()), ([], as_the_service())):
         world.shell(f"rm -rf {DATA}/*; touch {DATA}/main.cvd {DATA}/daily.cvd {DATA}/bytecode.cvd")
         world.install(1)
         world.shell(f"cd {DATA}; " + FOLDERS[name])
-        outcome = world.run(*arguments)
+        outcome = world.run(*arguments, through=through)
         assert outcome.status in (0, 1) and "secret" not in outcome.stdout + outcome.stderr
-        assert outside(world, modes) == before
+        assert outside(world) == before
+        # What is clamav's own is repaired all the same.
+        assert world.shell(rf"cd {DATA}; find . -mindepth 1 ! -name mirrors.dat \( -type f ! -perm 664 \)"
+                           ) == ""
 
 
 @pytest.mark.parametrize("target", [SECRET, f"{PREFIX}/etc/freshclam.conf", "/etc/pwned"])
