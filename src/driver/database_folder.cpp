@@ -6,7 +6,9 @@
 #include <sys/stat.h>
 
 #include <string>
+#include <system_error>
 
+#include "base/files.hpp"
 #include "base/text_rules.hpp"
 #include "driver/commands.hpp"
 #include "platform/platform.hpp"
@@ -47,6 +49,13 @@ DataDirectoryUse dataDirectoryUse(const RunContext& context) {
   const bool found = ::stat(context.dataDirectory.c_str(), &directory) == 0;
   const bool isRoot = found && directory.st_dev == root.st_dev && directory.st_ino == root.st_ino;
   return isRoot ? DataDirectoryUse::files : DataDirectoryUse::commands;
+}
+
+void removeFolderNamed(const RunContext& context, std::string_view name) {
+  if (dataDirectoryUse(context) == DataDirectoryUse::nothing) return;
+  const std::filesystem::path path = inDataDirectory(context, name);
+  std::error_code ignored;
+  if (std::filesystem::is_directory(path, ignored)) removeTree(path);
 }
 
 void fixDatabasePermissions(const RunContext& context) {

@@ -29,6 +29,10 @@ struct DatabaseOwner {
 };
 DatabaseOwner databaseOwner();
 
+/// Removes a folder, or a link to one, that has this name in the data directory. It would count as
+/// an installed database, which nothing then replaces.
+void removeFolderNamed(const RunContext& context, std::string_view name);
+
 /// Gives the database folder to "clamav" and sets its modes, and those of the log when one is
 /// named.
 void fixDatabasePermissions(const RunContext& context);

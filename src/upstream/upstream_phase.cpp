@@ -1,5 +1,7 @@
 #include "upstream/upstream_phase.hpp"
 
+#include <fmt/format.h>
+
 #include <string>
 #include <string_view>
 
@@ -27,6 +29,9 @@ void runProxyHelper(const RunContext& context) {
 
 void fetchMissingDatabases(const RunContext& context, HttpClient& http) {
   for (const std::string_view name : databaseNames) {
+    for (const auto* const ending : {"cvd", "cld"}) {
+      removeFolderNamed(context, fmt::format("{}.{}", name, ending));
+    }
     if (!databaseIsInstalled(context, name)) downloadFullDatabase(context, http, name);
   }
 }

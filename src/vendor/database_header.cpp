@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/stat.h>
 
 #include <array>
 #include <span>
@@ -37,6 +38,11 @@ std::size_t readBlock(int descriptor, HeaderBlock& block) {
   return filled;
 }
 
+bool isRegularFile(int descriptor) {
+  struct stat status = {};
+  return ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+}
+
 std::string_view withoutPadding(std::string_view block) {
   constexpr std::string_view padding = " \r\n";
   // The first byte always stays, even where it is padding itself.
@@ -50,14 +56,15 @@ std::string_view withoutPadding(std::string_view block) {
 
 std::optional<std::string> readDatabaseHeader(const RunContext& context, const std::string& name) {
   const std::string path = resolvedPath(name);
-  // A named pipe in the file's place must not make the run wait for somebody to write to it.
-  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  // Others may have put something else in the file's place. A link could lead to a device, which
+  // the opening alone may set to work; a named pipe would make the run wait for a writer.
+  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (!file.isOpen()) {
     printMessage(context, "Unable to open file {}", path);
     return std::nullopt;
   }
   HeaderBlock block{};
-  const std::size_t filled = readBlock(file.get(), block);
+  const std::size_t filled = isRegularFile(file.get()) ? readBlock(file.get(), block) : 0;
   if (filled == 0) {
     printMessage(context, "Unable to read header for file {}", name);
     return std::nullopt;

@@ -14,7 +14,8 @@
 namespace tarnwick {
 
 /// The header line without its padding. None, with a line on the console, when the file cannot be
-/// opened or holds nothing; none, silently, when it is no UTF-8 text.
+/// opened, is a link, is no regular file or holds nothing; none, silently, when it is no UTF-8
+/// text.
 std::optional<std::string> readDatabaseHeader(const RunContext& context, const std::string& name);
 
 /// The nine fields of a header line; none when it does not split into exactly nine.

@@ -68,6 +68,11 @@ void sweepLeftovers(const RunContext& context, const VendorSession& session) {
   }
   removeStagedLeftovers(fixedDatabaseDirectory());
   removeStagedLeftovers(context.dataDirectory);
+  removeFolderNamed(context, containerName);
+  for (const VendorItem& item : vendorItems()) {
+    removeFolderNamed(context, item.fileName());
+    removeFolderNamed(context, item.fileName() + ".signature");
+  }
 }
 
 }  // namespace

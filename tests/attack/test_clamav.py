@@ -123,8 +123,8 @@ def test_database_folders(world, name):
         outcome = world.run(*arguments, through=through)
         assert outcome.status in (0, 1) and "secret" not in outcome.stdout + outcome.stderr
         assert outside(world) == before
-        # What is clamav's own is repaired all the same.
-        assert world.shell(rf"cd {DATA}; find . -mindepth 1 ! -name mirrors.dat \( -type f ! -perm 664 \)"
+        # What is clamav's own is repaired all the same, and no folder stays in a database's place.
+        assert world.shell(rf"cd {DATA}; find . -mindepth 1 ! -name mirrors.dat \( -type d -o -type f ! -perm 664 \)"
                            ) == ""
 
 

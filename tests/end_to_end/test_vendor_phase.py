@@ -149,6 +149,9 @@ CONTAINER_FAILURES = {
                                        spoil=HEADER.format("a:b:9:d:e:f:g:h:0")),
     "empty": ContainerFailure("Unable to read header for file VestRUM.cud\nLocal version 0\n" + WHOLE,
                               spoil=f">{DATA}/VestRUM.cud"),
+    # It could lead to a device, or to what only root may read.
+    "link": ContainerFailure(f"Unable to open file {DATA}/VestRUM.cud\nLocal version 0\n" + WHOLE,
+                             spoil=f"cd {DATA}; chown clamav V*.cud; mv V*.cud /srv; ln -s /srv/VestRUM.cud ."),
 }
 
 

@@ -1,12 +1,12 @@
 #include "fuzz.hpp"
 
-#include <sys/mman.h>
 #include <unicode/unistr.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <sstream>
+
+#include "testbed/scratch.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
   tarnwick::fuzz::tryInput({reinterpret_cast<const char*>(data), size});
@@ -28,10 +28,8 @@ std::vector<std::string> textsIn(std::string_view input, std::size_t count) {
 }
 
 std::string fileWith(std::string_view content) {
-  static const int file = ::memfd_create("input", MFD_CLOEXEC);
-  require(::ftruncate(file, 0) == 0, "the file is empty");
-  require(::pwrite(file, content.data(), content.size(), 0) >= 0, "the file is written");
-  return "/proc/self/fd/" + std::to_string(file);
+  static const testbed::Scratch folder;
+  return folder.write("input", std::string(content));
 }
 
 std::int64_t integerByModel(std::string_view text) {

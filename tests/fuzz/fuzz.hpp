@@ -19,7 +19,7 @@ void require(bool kept, const char* promise);
 /// The texts that an input stands for, with "~" between them; none but empty ones at the end.
 std::vector<std::string> textsIn(std::string_view input, std::size_t count);
 
-/// The path of a file, always the same one and in memory, that holds this content now.
+/// The path of a plain file, always the same one, that holds this content now.
 std::string fileWith(std::string_view content);
 
 std::int64_t integerByModel(std::string_view text);
