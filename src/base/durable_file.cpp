@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdlib>
 #include <system_error>
 #include <utility>
@@ -30,15 +31,29 @@ void setAttributes(int file, const FileAttributes& attributes) {
   ::fchmod(file, attributes.mode);
 }
 
+FileFailure failureAt(const fs::path& path) {
+  return {.path = path, .error = errno};
+}
+
+ReplacementFailure notReplaced(const fs::path& path) {
+  return {.cause = failureAt(path)};
+}
+
 /// Puts a file of the same file system in the target's place, once all of it is on the disk.
-bool renameOver(int file, const fs::path& path, const fs::path& target) {
-  if (!syncToDisk(file)) return false;
+std::optional<ReplacementFailure> renameOver(int file, const fs::path& path,
+                                             const fs::path& target) {
+  if (!syncToDisk(file)) return notReplaced(path);
   std::error_code ignored;
   // A folder where the file belongs would refuse the rename.
   if (fs::is_directory(fs::symlink_status(target, ignored))) fs::remove_all(target, ignored);
-  if (::rename(path.c_str(), target.c_str()) != 0) return false;
-  syncFolder(target.parent_path());
-  return true;
+  if (::rename(path.c_str(), target.c_str()) != 0) return notReplaced(target);
+  const std::optional<FileFailure> unsynced = syncFolder(target.parent_path());
+  if (!unsynced) return std::nullopt;
+  return ReplacementFailure{.cause = *unsynced, .isInPlace = true};
+}
+
+bool isInPlaceAfter(const std::optional<ReplacementFailure>& failure) {
+  return !failure || failure->isInPlace;
 }
 
 /// A new file beside a target, which vanishes again unless it has been put in the target's place.
@@ -57,10 +72,11 @@ class StagedFile {
   [[nodiscard]] int descriptor() const { return descriptor_.get(); }
   [[nodiscard]] bool isOpen() const { return descriptor_.isOpen(); }
 
-  bool putInPlace(const FileAttributes& attributes) {
+  std::optional<ReplacementFailure> putInPlace(const FileAttributes& attributes) {
     setAttributes(descriptor(), attributes);
-    placed_ = renameOver(descriptor(), path_, target_);
-    return placed_;
+    std::optional<ReplacementFailure> failure = renameOver(descriptor(), path_, target_);
+    placed_ = isInPlaceAfter(failure);
+    return failure;
   }
 
  private:
@@ -99,43 +115,57 @@ bool canBeRenamed(int file, const fs::path& target) {
          source.st_uid == ::geteuid();
 }
 
-bool moveByRename(int file, const fs::path& source, const fs::path& target,
-                  const FileAttributes& attributes) {
-  if (!canBeRenamed(file, target)) return false;
-  setAttributes(file, attributes);
-  return renameOver(file, source, target);
+std::optional<ReplacementFailure> moveByCopy(int file, const fs::path& source,
+                                             const fs::path& target,
+                                             const FileAttributes& attributes) {
+  StagedFile staged(target);
+  if (!staged.isOpen() || !copyContent(file, staged.descriptor())) return notReplaced(target);
+  const std::optional<ReplacementFailure> failure = staged.putInPlace(attributes);
+  if (isInPlaceAfter(failure)) ::unlink(source.c_str());
+  return failure;
 }
 
-bool moveByCopy(int file, const fs::path& source, const fs::path& target,
-                const FileAttributes& attributes) {
-  StagedFile staged(target);
-  if (!staged.isOpen() || !copyContent(file, staged.descriptor())) return false;
-  if (!staged.putInPlace(attributes)) return false;
-  ::unlink(source.c_str());
-  return true;
+/// Some file systems know no sync of a folder and answer with one of these.
+bool cannotBeSynced(int error) {
+  return error == EINVAL || error == ENOTSUP || error == ENOSYS;
 }
 
 }  // namespace
 
-bool moveFileIntoPlace(const fs::path& source, const fs::path& target,
-                       const FileAttributes& attributes) {
+std::optional<ReplacementFailure> moveFileIntoPlace(const fs::path& source, const fs::path& target,
+                                                    const FileAttributes& attributes) {
   const FileDescriptor opened = openPlainFile(source);
-  if (!opened.isOpen()) return false;
+  if (!opened.isOpen()) return notReplaced(source);
+  if (canBeRenamed(opened.get(), target)) {
+    setAttributes(opened.get(), attributes);
+    const std::optional<ReplacementFailure> failure = renameOver(opened.get(), source, target);
+    if (isInPlaceAfter(failure)) return failure;
+  }
   // A file system that is mounted at both places refuses the rename and takes the copy.
-  return moveByRename(opened.get(), source, target, attributes) ||
-         moveByCopy(opened.get(), source, target, attributes);
+  return moveByCopy(opened.get(), source, target, attributes);
 }
 
-bool writeFileWhole(const fs::path& target, std::string_view content, mode_t mode) {
+std::optional<ReplacementFailure> writeFileWhole(const fs::path& target, std::string_view content,
+                                                 mode_t mode) {
   StagedFile staged(target);
-  return staged.isOpen() && writeFully(staged.descriptor(), content) &&
-         staged.putInPlace({.owner = {}, .group = {}, .mode = mode});
+  if (!staged.isOpen() || !writeFully(staged.descriptor(), content)) return notReplaced(target);
+  return staged.putInPlace({.owner = {}, .group = {}, .mode = mode});
 }
 
-void syncFolder(const fs::path& folder) {
+std::optional<FileFailure> syncFileAndFolder(const fs::path& path) {
+  const FileDescriptor opened(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  if (!opened.isOpen() || !syncToDisk(opened.get())) return failureAt(path);
+  std::error_code error;
+  const fs::path real = fs::canonical(path, error);
+  if (error) return FileFailure{.path = path, .error = error.value()};
+  return syncFolder(real.parent_path());
+}
+
+std::optional<FileFailure> syncFolder(const fs::path& folder) {
   const FileDescriptor opened(
       ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (opened.isOpen()) syncToDisk(opened.get());
+  if (opened.isOpen() && (syncToDisk(opened.get()) || cannotBeSynced(errno))) return std::nullopt;
+  return failureAt(folder);
 }
 
 void removeStagedLeftovers(const fs::path& directory) {

@@ -34,12 +34,13 @@ void UpdateState::record(std::string_view key, const std::optional<std::string>&
   }
 }
 
-void UpdateState::commit() const {
-  platform::replacePreferences(currentDomain, newValues_);
+std::optional<FileFailure> UpdateState::commit() const {
+  return platform::replacePreferences(currentDomain, newValues_);
 }
 
 void UpdateState::retireOlderDomain() {
-  platform::replacePreferences(olderDomain, {});
+  // The current domain lies in the same folder, and the vendor phase has logged its failure.
+  static_cast<void>(platform::replacePreferences(olderDomain, {}));
 }
 
 }  // namespace tarnwick

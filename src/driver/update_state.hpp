@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/file_failure.hpp"
 #include "platform/platform.hpp"
 
 namespace tarnwick {
@@ -22,8 +23,8 @@ class UpdateState {
   /// Puts a value among the new ones; an absent value removes the key from them.
   void record(std::string_view key, const std::optional<std::string>& value);
 
-  /// Replaces the current domain by the new values. Failures are not reported.
-  void commit() const;
+  /// Replaces the current domain by the new values. None on success.
+  [[nodiscard]] std::optional<FileFailure> commit() const;
 
   /// Replaces the older domain by an empty one, whether it existed or not.
   static void retireOlderDomain();

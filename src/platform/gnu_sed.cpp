@@ -68,7 +68,8 @@ void beginInPlaceEdits(const fs::path& file) {
   for (const std::string& name : namesIn(folder).value_or(std::vector<std::string>{})) {
     if (looksTemporary(name)) note += name + '\n';
   }
-  writeFileWhole(noteOfEdits(), note, 0600);
+  // Without the note nothing is swept: what lies there may then be somebody's own.
+  static_cast<void>(writeFileWhole(noteOfEdits(), note, 0600));
 }
 
 void endInPlaceEdits() {

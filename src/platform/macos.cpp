@@ -192,7 +192,7 @@ std::optional<Preferences> readPreferences(std::string_view domain) {
   return values;
 }
 
-void replacePreferences(std::string_view domain, const Preferences& values) {
+std::optional<FileFailure> replacePreferences(std::string_view domain, const Preferences& values) {
   const Owned<CFStringRef> name = makeString(domain);
   const Owned<CFArrayRef> oldKeys = keysOf(name.get());
   const CFIndex oldCount = oldKeys ? CFArrayGetCount(oldKeys.get()) : 0;
@@ -202,7 +202,11 @@ void replacePreferences(std::string_view domain, const Preferences& values) {
     const Owned<CFStringRef> storedValue = makeString(value);
     if (storedKey) setValue(name.get(), storedKey.get(), storedValue.get());
   }
-  CFPreferencesSynchronize(name.get(), kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
+  // It does not tell why it failed.
+  if (CFPreferencesSynchronize(name.get(), kCFPreferencesCurrentUser, kCFPreferencesAnyHost) != 0) {
+    return std::nullopt;
+  }
+  return FileFailure{.path = domain, .error = EIO};
 }
 
 namespace {

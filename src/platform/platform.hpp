@@ -11,6 +11,8 @@
 #include <string>
 #include <string_view>
 
+#include "base/file_failure.hpp"
+
 /// Everything in which operating systems differ. CMake picks the file that carries it out.
 namespace tarnwick::platform {
 
@@ -61,8 +63,9 @@ using Preferences = std::map<std::string, std::string, std::less<>>;
 /// holds no values.
 std::optional<Preferences> readPreferences(std::string_view domain);
 
-/// Replaces a domain whole, on the disk too. Failures are not reported.
-void replacePreferences(std::string_view domain, const Preferences& values);
+/// Replaces a domain whole, on the disk too. None on success.
+[[nodiscard]] std::optional<FileFailure> replacePreferences(std::string_view domain,
+                                                            const Preferences& values);
 
 enum class TimeZone { local, gmt };
 

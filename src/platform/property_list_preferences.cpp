@@ -112,10 +112,11 @@ std::optional<Preferences> readPreferences(std::string_view domain) {
   return parsePropertyList(content.str());
 }
 
-void replacePreferences(std::string_view domain, const Preferences& values) {
+std::optional<FileFailure> replacePreferences(std::string_view domain, const Preferences& values) {
   ::mkdir(stateDirectory, 0700);
   removeStagedLeftovers(stateDirectory);
-  writeFileWhole(fileOf(domain), formatPropertyList(values), 0600);
+  const auto failure = writeFileWhole(fileOf(domain), formatPropertyList(values), 0600);
+  return failure ? std::optional(failure->cause) : std::nullopt;
 }
 
 }  // namespace tarnwick::platform

@@ -4,7 +4,10 @@
 #include <unistd.h>
 
 #include <string>
+#include <utility>
 
+#include "base/files.hpp"
+#include "base/platform_log.hpp"
 #include "base/prefix.hpp"
 #include "base/standard_streams.hpp"
 #include "driver/commands.hpp"
@@ -48,6 +51,8 @@ class TemporaryDirectory {
 void becomeSuperUser() {
   [[maybe_unused]] const int user = ::setuid(0);
   [[maybe_unused]] const int group = ::setgid(0);
+  if (::geteuid() == 0) return;
+  platformLog("Not running as root: this run may be unable to install what it fetches.");
 }
 
 void checkScanningEngine(const RunContext& context) {

@@ -28,10 +28,13 @@ bool scannerAccepts(const RunContext& context, const std::filesystem::path& data
 bool installDatabase(const std::filesystem::path& database,
                      const std::filesystem::path& installed) {
   const FileAttributes attributes = databaseAttributes();
-  if (moveFileIntoPlace(database, installed, attributes)) return true;
-  removeTree(installed);
-  // On a full disk that has made the room.
-  return moveFileIntoPlace(database, installed, attributes);
+  std::optional<ReplacementFailure> failure = moveFileIntoPlace(database, installed, attributes);
+  if (failure && !failure->isInPlace) {
+    removeTree(installed);
+    // On a full disk that has made the room.
+    failure = moveFileIntoPlace(database, installed, attributes);
+  }
+  return !failure;
 }
 
 }  // namespace tarnwick

@@ -12,7 +12,8 @@ bool scannerAccepts(const RunContext& context, const std::filesystem::path& data
 
 /// Moves a tested database over the installed one and gives it to "clamav". There is no instant
 /// without an installed database, unless the move fails: then the installed one is deleted and the
-/// move tried once more. False when that failed too.
-bool installDatabase(const std::filesystem::path& database, const std::filesystem::path& installed);
+/// move tried once more. False when that failed too, and when a loss of power may undo the move.
+[[nodiscard]] bool installDatabase(const std::filesystem::path& database,
+                                   const std::filesystem::path& installed);
 
 }  // namespace tarnwick

@@ -110,15 +110,17 @@ std::optional<std::uintmax_t> unpackedSize(Item& item) {
   return isMissing(item.temporaryFile) ? 0 : sizeOf(item.temporaryFile);
 }
 
-bool rejectFile(const RunContext& context, const Item& item) {
+void rejectFile(const RunContext& context, const Item& item) {
   printMessage(context, "DB integrity check failed. Deleting the new Vestrum.{} file.", item.name);
   removeTree(item.temporaryFile);
-  return false;
 }
 
 bool installFile(const RunContext& context, const Item& item, bool ignoreIntegrity) {
   const bool sound = scannerAccepts(context, item.temporaryFile);
-  if (!sound && !ignoreIntegrity) return rejectFile(context, item);
+  if (!sound && !ignoreIntegrity) {
+    rejectFile(context, item);
+    return false;
+  }
   printMessage(context, "DB integrity check is sound. Move Vestrum.{} into place", item.name);
   if (installDatabase(item.temporaryFile, inDataDirectory(context, item.fileName()))) return true;
   printMessage(context, "File ({}) couldn't be moved for some reason", item.temporaryFile.string());
@@ -135,8 +137,27 @@ void withdrawFile(const RunContext& context, const Item& item) {
   removeTree(inDataDirectory(context, item.fileName()));
 }
 
-/// Fetches, checks and installs or withdraws the file. True when the installed state changed.
-bool replaceFile(const RunContext& context, const VendorSession& session, Item item) {
+/// Writes the signature's copy. The old one makes room for it where it must, as it goes anyway.
+bool keepSignature(const RunContext& context, const Item& item, std::string_view signature) {
+  const fs::path copy = inDataDirectory(context, item.fileName() + ".signature");
+  auto failure = writeFileWhole(copy, signature, 0644);
+  if (failure && !failure->isInPlace) {
+    removeTree(copy);
+    failure = writeFileWhole(copy, signature, 0644);
+  }
+  if (failure) platformLog(fmt::format("Cannot write {}", describe(failure->cause)));
+  return !failure;
+}
+
+/// What was done to an installed file, and so what is to be remembered of it.
+enum class Change {
+  none,       ///< what was remembered before
+  complete,   ///< the date under which it was published
+  halfAPair,  ///< nothing, so that the next run fetches it again
+};
+
+/// Fetches, checks and installs or withdraws the file.
+Change replaceFile(const RunContext& context, const VendorSession& session, Item item) {
   download(context, session, item);
   const Link signatureLink{.url = item.url() + ".signature"};
   const HttpResult answer =
@@ -149,18 +170,19 @@ bool replaceFile(const RunContext& context, const VendorSession& session, Item i
     logUnlessFound(signatureLink, answer);
     printMessage(context, "Vestrum.{} definitions file is not valid. Delete it.", item.name);
     removeTree(item.temporaryFile);
-    return false;
+    return Change::none;
   }
   printMessage(context, "Vestrum.{} is valid and has file size: {} bytes", item.name, *downloaded);
   const std::optional<std::uintmax_t> size = unpackedSize(item);
-  if (!size) return rejectFile(context, item);
-  const bool ignoreIntegrity = !scannerDecidesOn(item.name);
-  if (ignoreIntegrity) {
-    writeFileWhole(inDataDirectory(context, item.fileName() + ".signature"), *signature, 0644);
+  if (!size) {
+    rejectFile(context, item);
+    return Change::none;
   }
-  if (*size > 0) return installFile(context, item, ignoreIntegrity);
-  withdrawFile(context, item);
-  return true;
+  const bool ignoreIntegrity = !scannerDecidesOn(item.name);
+  const bool pairIsWhole = !ignoreIntegrity || keepSignature(context, item, *signature);
+  if (*size > 0 && !installFile(context, item, ignoreIntegrity)) return Change::none;
+  if (*size == 0) withdrawFile(context, item);
+  return pairIsWhole ? Change::complete : Change::halfAPair;
 }
 
 void logIfUndated(const Item& item, const Published& published) {
@@ -189,9 +211,9 @@ void updateVendorFile(RunContext& context, const VendorSession& session, std::st
     sayNothingFetched(context, file, published.status);
   } else if (isUpToDate(context, file, published, storedLastModified)) {
     printMessage(context, "Vestrum.{} is already up to date.", file.baseName);
-  } else if (replaceFile(context, session, file)) {
+  } else if (const Change change = replaceFile(context, session, file); change != Change::none) {
     logIfUndated(file, published);
-    lastModified = published.lastModified;
+    lastModified = change == Change::complete ? published.lastModified : std::nullopt;
     context.definitionsChanged = true;
   }
   state.record(file.stateKey(), lastModified);

@@ -8,6 +8,7 @@
 
 #include "base/durable_file.hpp"
 #include "base/files.hpp"
+#include "base/platform_log.hpp"
 #include "base/prefix.hpp"
 #include "driver/console.hpp"
 #include "driver/database_folder.hpp"
@@ -75,6 +76,16 @@ void sweepLeftovers(const RunContext& context, const VendorSession& session) {
   }
 }
 
+/// What was withdrawn must not come back with the power while its withdrawal is remembered, so
+/// that nothing new is remembered where the folder cannot be brought to the disk.
+void rememberOnDisk(const RunContext& context, const UpdateState& state) {
+  std::optional<FileFailure> failure = syncFolder(context.dataDirectory);
+  if (!failure) failure = state.commit();
+  if (!failure) return;
+  platformLog(fmt::format("Cannot remember what is installed, and may fetch it again: {}",
+                          describe(*failure)));
+}
+
 }  // namespace
 
 void updateVendorDefinitions(RunContext& context, const VendorSession& session,
@@ -89,9 +100,7 @@ void updateVendorDefinitions(RunContext& context, const VendorSession& session,
   for (const VendorItem& item : vendorItems()) {
     if (!item.inContainer) updateItem(context, session, item, state);
   }
-  // What was withdrawn must not come back with the power while its withdrawal is remembered.
-  syncFolder(context.dataDirectory);
-  state.commit();
+  rememberOnDisk(context, state);
 }
 
 }  // namespace tarnwick

@@ -94,6 +94,7 @@ class BadMachine(NamedTuple):
     command: str = f"exec {TOOL}"  # by bash
     freshclam: str | None = None  # a script for one that writes no notes
     configured: bool = True  # freshclam's configuration is there, and says in the end what it said before
+    noted: str | None = None  # one line of the platform log
 
 
 MACHINES = {
@@ -101,6 +102,19 @@ MACHINES = {
                             configured=False),
     "no clamav user": BadMachine(spoil="sed -i /^clamav:/d /etc/passwd /etc/group"),
     "state that is a folder": BadMachine(BANNER + CURRENT + INSTALLED + FRESHCLAM, 1, f"rm {STATE}; mkdir {STATE}"),
+    "state that cannot be written": BadMachine(
+        BANNER + CURRENT + INSTALLED + FRESHCLAM, 1, "mount -t tmpfs -o ro state /var/lib/tarnwick",
+        noted=f"Cannot remember what is installed, and may fetch it again: {STATE}: Read-only file system"),
+    "state folder open to others": BadMachine(ORDINARY + "700\n", spoil="chmod 755 /var/lib/tarnwick",
+                                              command=f"{TOOL}; stat -c %a /var/lib/tarnwick"),
+    "temporary folder open to others": BadMachine(
+        BANNER + NEWER.format(local=1, available=3).replace("tarnwick-0/", "SPARE/") + SCRIPTS + SOUND + UNCHANGED
+        + FRESHCLAM, spoil=f"mkdir -m 755 /tmp/tarnwick-0; cp /srv/vendor/containers/1.cud {DATA}/VestRUM.cud",
+        command=f"{TOOL} | sed s/tarnwick-0-....../SPARE/; rmdir /tmp/tarnwick-0"),
+    "staged files in another data directory": BadMachine(
+        ORDINARY.replace("clam -", "clam --datadir=/data -") + "bytecode.cvd\ndaily.cvd\nkept\nmain.cvd\n",
+        spoil=f"cp -r {DATA} /data; touch /data/.tarnwick-staged.abcdef /data/kept",
+        command=f"{TOOL} --datadir=/data; ls -A /data | grep -v V"),
     "no log folder": BadMachine(ORDINARY.replace("clam -", "clam --log=/none/a.log -"),
                                 command=f"exec {TOOL} --log=/none/a.log"),
     "log to a pipe": BadMachine(ORDINARY.replace("clam -", "clam --quiet --log=/dev/stdout -"),
@@ -114,7 +128,8 @@ MACHINES = {
     "full output": BadMachine("", command=f"exec {TOOL} >/dev/full"),
     "broken output": BadMachine("", command=f"exec 3> >(exec true); wait $!; exec {TOOL} >&3", freshclam="exit 0"),
     "not root": BadMachine(status=7, command=f"exec setpriv --reuid=65534 --regid=65534 --clear-groups {TOOL}",
-                           freshclam="echo freshclam $*; exit 7"),
+                           freshclam="echo freshclam $*; exit 7",
+                           noted="Not running as root: this run may be unable to install what it fetches."),
     "no configuration": BadMachine(spoil=f"rm {CONFIGURATION}", freshclam="echo freshclam $*", configured=False),
     "configuration that cannot be edited": BadMachine(
         spoil=f"cd {PREFIX}/etc; mount --bind freshclam.conf freshclam.conf; mount -o remount,bind,ro freshclam.conf",
@@ -129,6 +144,8 @@ def test_what_a_run_does_on_a_bad_machine(world, bad):
     world.shell(bad.spoil)
     outcome = world.finish(world.start("bash", "-c", bad.command))
     assert (outcome.status, outcome.stdout) == (bad.status, bad.said)
+    if bad.noted:
+        assert outcome.stderr.splitlines().count(f"tarnwick: {bad.noted}") == 1, outcome.stderr
     if bad.configured:
         assert f"DatabaseMirror {UPSTREAM}\n" in world.log(CONFIGURATION)
     if world.path(PREFIX).exists():

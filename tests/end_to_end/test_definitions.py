@@ -31,7 +31,7 @@ def dated(date):
 
 class Definitions(NamedTuple):
     said: str = INSTALLED
-    stored: bool | None = True  # the new date is remembered; None, no date is
+    stored: bool | None = True  # whether the new date is remembered, or the old one; None, if no date is
     left: int | None = 1  # which text is installed in the end
     errors: str = ""
     published: str | None = None  # a new text; the one with number 1 was installed
@@ -68,6 +68,10 @@ DEFINITIONS = {
     "withdrawn": Definitions(
         FETCHED_DATABASE + "Vestrum.database is valid and has file size: 0 bytes\nDownloaded file is deliberately "
         "empty, delete Vestrum.database from defs db directory.\n", left=None, published=""),
+    "signature that cannot be written": Definitions(
+        stored=None, left=2, published=definitions_text(2),
+        errors=f"tarnwick: Cannot write {DATA}/Vestrum.database.signature: Device or resource busy\n",
+        spoil=f"cd {DATA}; mount --bind Vestrum.database.signature Vestrum.database.signature"),
     "no room": Definitions(INVALID, False, 1, FAILED, definitions_text(2), SHUT_WORK_FOLDER),
 }
 
