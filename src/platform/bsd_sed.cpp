@@ -18,7 +18,9 @@ std::string_view inPlaceEditCommand() {
 // The name of this sed's temporary file contains the edited file's name, so no note is needed.
 void beginInPlaceEdits(const fs::path& /*file*/) {}
 
-void endInPlaceEdits() {}
+void endInPlaceEdits(const fs::path& file, EditsOutcome outcome) {
+  if (outcome == EditsOutcome::someFailed) removeUnfinishedEdits(file);
+}
 
 void removeUnfinishedEdits(const fs::path& file) {
   constexpr std::string_view start = ".!";

@@ -72,7 +72,8 @@ void beginInPlaceEdits(const fs::path& file) {
   static_cast<void>(writeFileWhole(noteOfEdits(), note, 0600));
 }
 
-void endInPlaceEdits() {
+void endInPlaceEdits(const fs::path& file, EditsOutcome outcome) {
+  if (outcome == EditsOutcome::someFailed) return removeUnfinishedEdits(file);
   ::unlink(noteOfEdits().c_str());
 }
 
@@ -87,7 +88,7 @@ void removeUnfinishedEdits(const fs::path& /*file*/) {
       ::unlink((folder / name).c_str());
     }
   }
-  endInPlaceEdits();
+  ::unlink(noteOfEdits().c_str());
 }
 
 }  // namespace tarnwick::platform

@@ -80,9 +80,11 @@ std::string currentDateAndTime();
 std::string_view inPlaceEditCommand();
 
 /// To be called before and after such commands on a file: what they leave when they are killed can
-/// then be told from other people's files.
+/// then be told from other people's files. Where one of them failed, or was killed alone, that is
+/// removed at the end.
+enum class EditsOutcome { allSucceeded, someFailed };
 void beginInPlaceEdits(const std::filesystem::path& file);
-void endInPlaceEdits();
+void endInPlaceEdits(const std::filesystem::path& file, EditsOutcome outcome);
 
 /// Removes what edits of this file left when they were killed, and nothing that may be another's.
 void removeUnfinishedEdits(const std::filesystem::path& file);

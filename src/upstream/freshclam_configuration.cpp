@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/durable_file.hpp"
 #include "base/prefix.hpp"
 #include "driver/commands.hpp"
 #include "platform/platform.hpp"
@@ -67,12 +68,17 @@ std::array<Substitution, 5> towardUpstreamMirror() {
 void switchFreshclamMirror(const RunContext& context, bool towardVendor) {
   const auto substitutions = towardVendor ? towardVendorMirror(context) : towardUpstreamMirror();
   platform::beginInPlaceEdits(configuration());
+  auto outcome = platform::EditsOutcome::allSucceeded;
   for (const auto& [from, to] : substitutions) {
     // Not escaped: a dot in a host matches any character.
-    runShellCommand(fmt::format("{} 's/{}/{}/g' {}", platform::inPlaceEditCommand(), from, to,
-                                configuration()));
+    const int status = runShellCommand(fmt::format(
+        "{} 's/{}/{}/g' {}", platform::inPlaceEditCommand(), from, to, configuration()));
+    if (status != 0) outcome = platform::EditsOutcome::someFailed;
   }
-  platform::endInPlaceEdits();
+  // The editor syncs nothing: after a loss of power the file could be empty. Nothing can be done
+  // where that fails, and a machine may have no such file.
+  static_cast<void>(syncFileAndFolder(configuration()));
+  platform::endInPlaceEdits(configuration(), outcome);
 }
 
 void prepareFreshclamConfiguration(const RunContext& context) {

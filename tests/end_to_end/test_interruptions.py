@@ -169,21 +169,22 @@ def test_killed_at_every_step(world, way):
 
 
 @pytest.mark.parametrize("edit", ["s/#MaxAttempts 5", "s/DatabaseMirror mirror"])
-def test_killed_while_the_configuration_is_edited(world, edit):
+@pytest.mark.parametrize("killed, status, left", [("$(pidof tarnwick)", -9, 1), ("$$", 0, 0)], ids=["run", "sed alone"])
+def test_killed_while_the_configuration_is_edited(world, edit, killed, status, left):
     """sed leaves a temporary file then, under a name that an administrator's file can have too."""
     quick(world)
     etc, mine = f"{PREFIX}/etc", "sedBackup sed-conf1 sedOld123"
     world.shell(f"cd {etc}; mkdir real; mv freshclam.conf real; ln -s real/freshclam.conf .; touch {mine}; cd real; "
                 f"touch {mine}")
     world.write("/srv/sed", f"""#!/bin/sh
-case $* in *'{edit}'*) mktemp -p {etc}/real sedXXXXXX; kill -KILL $(pidof tarnwick) ;; esac
+case $* in *'{edit}'*) mktemp -p {etc}/real sedXXXXXX; kill -KILL {killed} ;; esac
 /srv/real-sed "$@"
 """, 0o755)
     world.shell("cp /usr/bin/sed /srv/real-sed; mount --bind /srv/sed /usr/bin/sed")
     before = world.shell(f"cd {etc}; ls . real")
-    assert world.run().status == -9
+    assert world.run().status == status
     world.shell("umount /usr/bin/sed")
-    assert len(world.shell(f"cd {etc}; ls . real")) == len(before) + len("sedXXXXXX\n")
+    assert len(world.shell(f"cd {etc}; ls . real")) == len(before) + left * len("sedXXXXXX\n")
     world.shell(f"cd {etc}; touch -d '1 minute' sedAfter1 real/sedAfter1")
     assert world.run().status == 0
     world.shell(f"cd {etc}; rm sedAfter1 real/sedAfter1")
@@ -197,7 +198,8 @@ def test_what_is_remembered_is_on_the_disk_before(world):
     quick(world)
     world.publish("withdraw")
     world.write("/srv/vendor/mirror/daily.cvd", "ClamAV-VDB:dummy")
-    world.shell(f"rm {DATA}/daily.cvd; mount -t tmpfs tmp /tmp")
+    world.shell(f"rm {DATA}/daily.cvd; mount -t tmpfs tmp /tmp; cd {PREFIX}/etc; mkdir real; "
+                "mv freshclam.conf real/real.conf; ln -s real/real.conf freshclam.conf")
     assert world.run(record="/srv/steps").status == 1
     steps = re.sub(r"staged\.\w+", "staged", world.log("/srv/steps")).splitlines()
     state = STATE.rsplit("/", maxsplit=1)[1]
@@ -208,6 +210,9 @@ def test_what_is_remembered_is_on_the_disk_before(world):
     assert recorded("delete Vestrum.database", "sync clamav", "sync .tarnwick-staged", f"rename {state}",
                     "sync tarnwick")
     assert recorded("sync daily.cvd_download", "rename daily.cvd", "sync clamav")
+    # Both switches of the configuration, each before anything else is synced.
+    switched = ["rename edits", "sync tarnwick", "sync real.conf", "sync real", "delete edits"]
+    assert [steps[start:start + 5] for start, step in enumerate(steps) if step == switched[0]] == [switched] * 2
 
 
 def test_the_second_of_two_runs_waits(world):
