@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "base/files.hpp"
+#include "base/path_rights.hpp"
 #include "base/platform_log.hpp"
 #include "base/prefix.hpp"
 
@@ -25,29 +26,55 @@ bool othersCanChange(const fs::path& path) {
   return fileExists(path) && !belongsToRootAlone(path);
 }
 
-/// Where it is a link, others could also exchange what it leads to.
-bool othersCanChangeOrExchange(const fs::path& path) {
-  std::error_code error;
-  const fs::path target = fs::canonical(path, error);
-  if (error) return false;
-  return othersCanChange(target) ||
-         (fs::is_symlink(path, error) && othersCanChange(target.parent_path()));
+constexpr uid_t rootAlone = 0;
+
+/// Whether others can make a path lead elsewhere, by something that is not among the `known`.
+bool othersCanRedirect(const std::string& path, const Paths& known) {
+  const std::vector<fs::path> found = whereOthersCanRedirect(path, rootAlone);
+  return std::ranges::any_of(found, [&known](const fs::path& where) {
+    return std::ranges::find(known, where.string()) == known.end();
+  });
 }
 
-void findInFolder(const std::string& folder, Paths& found) {
+/// The paths that others can change or redirect. A folder that is `known` does not count again for
+/// each path that leads through it.
+Paths changeableAmong(const Paths& paths, const Paths& known) {
+  Paths found;
+  std::ranges::copy_if(paths, std::back_inserter(found), [&known](const std::string& path) {
+    return othersCanChange(path) || othersCanRedirect(path, known);
+  });
+  return found;
+}
+
+Paths pathsIn(const std::string& folder) {
   Paths names = namesIn(folder).value_or(Paths{});
   std::ranges::sort(names);
-  for (const std::string& name : names) {
-    std::string path = fmt::format("{}/{}", folder, name);
-    if (othersCanChangeOrExchange(path)) found.push_back(std::move(path));
+  std::ranges::transform(names, names.begin(), [&folder](const std::string& name) {
+    return fmt::format("{}/{}", folder, name);
+  });
+  return names;
+}
+
+/// Such folders let others exchange the prefix as a whole.
+Paths foldersAboveThatOthersCanChange() {
+  Paths found;
+  for (const fs::path& where : whereOthersCanRedirect(inPrefix(""), rootAlone)) {
+    found.push_back(where.string());
   }
+  return found;
+}
+
+void append(Paths& paths, const Paths& more) {
+  paths.insert(paths.end(), more.begin(), more.end());
 }
 
 Paths whatOthersCanChange() {
-  Paths found;
-  const Paths folders{inPrefix(""), inPrefix("bin"), inPrefix("etc"), inPrefix("share")};
-  std::ranges::copy_if(folders, std::back_inserter(found), othersCanChange);
-  for (const auto* const folder : {"bin", "etc"}) findInFolder(inPrefix(folder), found);
+  Paths found = foldersAboveThatOthersCanChange();
+  append(found, changeableAmong({inPrefix("")}, found));
+  append(found, changeableAmong({inPrefix("bin"), inPrefix("etc"), inPrefix("share")}, found));
+  for (const auto* const folder : {"bin", "etc"}) {
+    append(found, changeableAmong(pathsIn(inPrefix(folder)), found));
+  }
   return found;
 }
 
@@ -57,13 +84,15 @@ void reportPrefixRights() {
   const Paths found = whatOthersCanChange();
   if (found.empty()) return;
   std::string first = found.front();
+  const auto* const advice = first.starts_with(inPrefix(""))
+                                 ? "Run provision, as root."
+                                 : "Make root its owner, and the only one who can write to it.";
   // The name may be somebody else's choice: it stays within its line.
   const auto breaksTheLine = [](unsigned char c) { return c < ' '; };
   std::ranges::replace_if(first, breaksTheLine, '?');
   const std::string more =
       found.size() > 1 ? fmt::format(" (and {} more)", found.size() - 1) : std::string();
-  platformLog(
-      fmt::format("Others than root can change {}{}. Run provision, as root.", first, more));
+  platformLog(fmt::format("Others than root can change {}{}. {}", first, more, advice));
 }
 
 }  // namespace tarnwick
