@@ -81,15 +81,15 @@ std::string operatingSystemVersion() {
 }
 
 // macOS gives each user a temporary folder that other users cannot open.
-fs::path makeTemporaryDirectory() {
+TemporaryDirectory makeTemporaryDirectory() {
   std::array<char, 1024> parent{};  // PATH_MAX here
   const std::size_t length = ::confstr(_CS_DARWIN_USER_TEMP_DIR, parent.data(), parent.size());
   const bool known = length > 0 && length <= parent.size();
   const fs::path usual = fs::path(known ? parent.data() : "/tmp") / "tarnwick";
-  if (known && (::mkdir(usual.c_str(), 0700) == 0 || errno == EEXIST)) return usual;
+  if (known && (::mkdir(usual.c_str(), 0700) == 0 || errno == EEXIST)) return {.path = usual};
   std::string spare = "/tmp/tarnwick-XXXXXX";
   // Never use a name that others can guess.
-  return ::mkdtemp(spare.data()) != nullptr ? fs::path(spare) : unmakeablePath(usual);
+  return {.path = ::mkdtemp(spare.data()) != nullptr ? fs::path(spare) : unmakeablePath(usual)};
 }
 
 void releaseTemporaryDirectory(const fs::path& directory) {

@@ -19,10 +19,15 @@ namespace tarnwick::platform {
 /// The version that the system's vendor gives it, such as "12"; "unknown" when it says none.
 std::string operatingSystemVersion();
 
-/// A folder of our own for this run's temporary files: closed to other users, and found again by
-/// the next run, so that what a killed run left there can be swept. Where none can be made, the
-/// unmakeablePath of the one that was wanted.
-std::filesystem::path makeTemporaryDirectory();
+struct TemporaryDirectory {
+  /// A folder of our own for this run's temporary files: closed to other users, and found again by
+  /// the next run, so that what a killed run left there can be swept. Where none can be made, the
+  /// unmakeablePath of the one that was wanted.
+  std::filesystem::path path;
+  /// Why the folder that the caller asked for, by the environment, is not the one above it.
+  std::optional<std::string> whyNotAsAsked = {};
+};
+TemporaryDirectory makeTemporaryDirectory();
 
 /// Removes the folder if it is empty and was made by makeTemporaryDirectory.
 void releaseTemporaryDirectory(const std::filesystem::path& directory);

@@ -2,10 +2,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
+#include <string_view>
+#include <system_error>
+#include <variant>
 
 #include "base/files.hpp"
+#include "base/path_rights.hpp"
 #include "base/text_rules.hpp"
 #include "platform/platform.hpp"
 
@@ -27,8 +33,8 @@ bool isOursAlone(const fs::path& directory) {
 }
 
 /// The path becomes part of command lines for the shell, and of commands run in other folders.
-bool fitsInCommand(const char* path) {
-  return path != nullptr && *path == '/' && isPlainShellWord(path);
+bool fitsInCommand(const fs::path& path) {
+  return path.is_absolute() && isPlainShellWord(path.string());
 }
 
 /// Folders under a random name that killed runs left, from when the usual name was not to be had.
@@ -40,18 +46,58 @@ void sweepSpareDirectories(const fs::path& parent) {
   }
 }
 
-}  // namespace
+constexpr auto usualParent = "/tmp";
 
-fs::path makeTemporaryDirectory() {
-  const char* const configured = std::getenv("TMPDIR");  // NOLINT(concurrency-mt-unsafe)
-  const fs::path parent = fitsInCommand(configured) ? configured : "/tmp";
+/// Why no temporary files are to be made below this folder; none where they may be.
+std::optional<std::string> whyNotBelow(const fs::path& parent) {
+  if (!fitsInCommand(parent)) return "no absolute path of plain characters";
+  std::error_code error;
+  if (!fs::is_directory(parent, error)) {
+    return error ? error.message() : std::system_category().message(ENOTDIR);
+  }
+  const auto others = whereOthersCanRedirect(parent, ::geteuid());
+  if (!others.empty()) return fmt::format("others can change {}", others.front().string());
+  if (othersCanExchangeIn(parent, ::geteuid())) return "others can change it";
+  return std::nullopt;
+}
+
+struct WhyNot {
+  std::string reason;
+};
+
+/// The folder that was made or found below `parent`, or why there is none.
+std::variant<fs::path, WhyNot> makeBelow(const fs::path& parent) {
   sweepSpareDirectories(parent);
   fs::path usual = parent / temporaryName();
   ::mkdir(usual.c_str(), 0700);
   if (isOursAlone(usual)) return usual;
   std::string spare = usual.string() + "-XXXXXX";
-  // Nothing at all, rather than a folder that may be somebody else's.
-  return ::mkdtemp(spare.data()) != nullptr ? fs::path(spare) : unmakeablePath(usual);
+  if (::mkdtemp(spare.data()) != nullptr) return spare;
+  return WhyNot{std::system_category().message(errno)};
+}
+
+std::variant<fs::path, WhyNot> makeAsAsked(const fs::path& parent) {
+  if (const auto reason = whyNotBelow(parent)) return WhyNot{*reason};
+  return makeBelow(parent);
+}
+
+/// Without a folder for temporary files, nothing at all rather than one that may be another user's.
+fs::path makeWhereUsual() {
+  const auto result = makeBelow(usualParent);
+  const auto* const made = std::get_if<fs::path>(&result);
+  return made != nullptr ? *made : unmakeablePath(fs::path(usualParent) / temporaryName());
+}
+
+}  // namespace
+
+TemporaryDirectory makeTemporaryDirectory() {
+  const char* const asked = std::getenv("TMPDIR");  // NOLINT(concurrency-mt-unsafe)
+  if (asked == nullptr || *asked == '\0' || asked == std::string_view(usualParent)) {
+    return {.path = makeWhereUsual()};
+  }
+  const auto result = makeAsAsked(asked);
+  if (const auto* const made = std::get_if<fs::path>(&result)) return {.path = *made};
+  return {.path = makeWhereUsual(), .whyNotAsAsked = std::get<WhyNot>(result).reason};
 }
 
 void releaseTemporaryDirectory(const fs::path& directory) {

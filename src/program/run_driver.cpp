@@ -36,7 +36,13 @@ constexpr int noNetwork = 123;
 /// The folder for this run's temporary files, removed at the end if nothing is left in it.
 class TemporaryDirectory {
  public:
-  TemporaryDirectory() : path_(platform::makeTemporaryDirectory()) {}
+  TemporaryDirectory() {
+    platform::TemporaryDirectory made = platform::makeTemporaryDirectory();
+    path_ = std::move(made.path);
+    if (!made.whyNotAsAsked) return;
+    platformLog(fmt::format("TMPDIR is not used: {}. Temporary files go to {}.",
+                            *made.whyNotAsAsked, wantedPath(path_).string()));
+  }
   TemporaryDirectory(const TemporaryDirectory&) = delete;
   TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
   ~TemporaryDirectory() { platform::releaseTemporaryDirectory(path_); }

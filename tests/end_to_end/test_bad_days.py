@@ -153,7 +153,7 @@ def test_what_a_run_does_on_a_bad_machine(world, bad):
 
 
 @pytest.mark.parametrize("folder, spoil", [
-    ("/none", "true"), ("/tmp", "mount -t tmpfs -o ro,mode=1777 tmp /tmp"), ("/tmp", SHUT_WORK_FOLDER),
+    ("/tmp", "mount -t tmpfs -o ro,mode=1777 tmp /tmp"), ("/tmp", SHUT_WORK_FOLDER),
     ("/tmp", "ln -s /srv /tmp/tarnwick-0; mount --bind /tmp /tmp; mount -o remount,bind,ro /tmp")])
 def test_a_temporary_folder_that_cannot_be_made(world, folder, spoil):
     world.install(1)
@@ -164,6 +164,29 @@ def test_a_temporary_folder_that_cannot_be_made(world, folder, spoil):
         BANNER + said + "Failed to download and/or verify VestRUM.cud\n" + UNCHANGED + FRESHCLAM,
         "tarnwick: Download failed! ERROR\n")
     assert not world.path("/srv/VestRUMdefs").exists()
+
+
+@pytest.mark.parametrize("folder, reason", [
+    ("/srv/mine", None), ("/srv/sticky", None), ("/srv/link/mine", None),
+    ("mine", "no absolute path of plain characters"), ("/srv/mine;id", "no absolute path of plain characters"),
+    ("/none", "No such file or directory"),
+    ("/etc/passwd", "Not a directory"), ("/srv/shared", "others can change it"),
+    ("/srv/theirs", "others can change it"), ("/srv/shared/mine", "others can change /srv/shared"),
+    ("/srv/sticky/theirs/mine", "others can change /srv/sticky/theirs"),
+    ("/srv/sticky/link", "others can change /srv/sticky/link"),
+    ("/srv/way/mine", "others can change /srv/shared"), ("/srv/full", "Read-only file system")])
+def test_a_temporary_folder_elsewhere(world, folder, reason):
+    world.shell("""cd /srv; mkdir -m 1777 sticky; mkdir -m 777 shared; mkdir -p mine sticky/theirs/mine shared/mine full
+ln -s . link; ln -s shared way; ln -s ../mine sticky/link; chown -h clamav sticky/link; chown clamav sticky/theirs
+install -d -o clamav theirs; mount -t tmpfs -o ro full full""")
+    world.install(1)
+    outcome = world.run(env={"TMPDIR": folder})
+    used = folder if reason is None else "/tmp"
+    assert (outcome.stdout, outcome.stderr) == (
+        BANNER + NEWER.format(local=1, available=3).replace("/tmp/", f"{used}/") + SCRIPTS + SOUND + UNCHANGED
+        + FRESHCLAM, f"tarnwick: TMPDIR is not used: {reason}. Temporary files go to /tmp/tarnwick-0.\n"
+        if reason else "")
+    assert world.shell("find /srv /tmp -name 'tarnwick-0*'") == ""
 
 
 MEBIBYTE = 1 << 20
