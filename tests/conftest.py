@@ -1,5 +1,6 @@
 """Worlds and publishing homes for the tests; the world of a test that failed is kept."""
 
+import os
 import pathlib
 import re
 import shutil
@@ -10,7 +11,8 @@ import pytest
 
 from testbed import REPOSITORY, World, vendor
 
-LONGEST_TEST = 240  # seconds, on a busy machine; nothing here waits for more than events that come at once
+# Seconds, on a busy machine; nothing here waits for more than events that come at once.
+LONGEST_TEST = int(os.environ.get("TARNWICK_TEST_LIMIT", "240"))
 
 
 def kept(item):
@@ -24,6 +26,10 @@ def pytest_runtest_makereport(item, call):
     if call.when == "call" and report.failed and world:
         world.keep(kept(item))
         report.sections.append(("The world of this test", f"is kept in {kept(item)}"))
+        if world.ended_by_watchdog:
+            said = f"ended after {LONGEST_TEST} s: is this machine overloaded? TARNWICK_TEST_LIMIT=SECONDS gives more"
+            report.longrepr.reprcrash.message = said  # which the summary shows
+            report.sections.append(("The watchdog", f"This test's machine was {said}."))
 
 
 @pytest.fixture
@@ -33,7 +39,13 @@ def new_world(request):
     marker = request.node.get_closest_marker("versions")
     with World(marker.args[0] if marker else 3) as made:
         # The end of its machine ends every wait of a test that has got stuck.
-        watchdog = threading.Timer(LONGEST_TEST, lambda: (made.keep(kept(request.node)), made.kill()))
+        def end():
+            made.ended_by_watchdog = True
+            made.keep(kept(request.node))
+            made.kill()
+
+        made.ended_by_watchdog = False
+        watchdog = threading.Timer(LONGEST_TEST, end)
         watchdog.start()
         yield made
         watchdog.cancel()
