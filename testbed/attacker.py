@@ -39,6 +39,7 @@ CONTAINERS = {
     "a path": [member("../pwned", "x")],
     "the folder above": [member("..", "x")],
     "options for tar": [member("--checkpoint=1"), member("--checkpoint-action=exec=touch pwned")],
+    "a name that tar reads as a path": [member(r"\057srv\057secret", "x")],
     "the names of the work": [member("VestRUM.tar.gz", "x"), member("VestRUMdefs.scripts", "x")],
     "no databases": [member("VestRUM.ndb", "")],
 }

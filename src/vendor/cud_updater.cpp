@@ -178,19 +178,7 @@ bool applyScripts(const Workplace& work) {
 }
 
 bool repack(const RunContext& context, const Workplace& work) {
-  // A folder that could not be read to its end counts as empty: a container must not lack members.
-  const auto entries = namesIn(work.directory).value_or(std::vector<std::string>{});
-  std::vector<std::string> arguments{"-czf", work.archive().string(),
-                                     fmt::format("--exclude={}", archiveName)};
-  arguments.insert(arguments.end(), entries.begin(), entries.end());
-  // An entry that tar would take for an option is none of a database's.
-  const bool sound = !entries.empty() && std::ranges::none_of(entries, [](const std::string& name) {
-    return name.starts_with('-');
-  });
-  const bool packed = sound && runTool({.executable = "/usr/bin/tar",
-                                        .arguments = arguments,
-                                        .workingDirectory = work.directory})
-                                       .status == 0;
+  const bool packed = packFolder(work.directory, work.archive());
   if (!packed) printMessage(context, "Repackage failed");
   return packed;
 }
@@ -210,13 +198,8 @@ bool writeContainer(const RunContext& context, const Workplace& work) {
     printMessage(context, "Couldn't generate checksum of new cud file");
     return false;
   }
-  const std::string header = newHeader(context, work, md5);
-  // Inside the quotes these would end the text or make the shell run a part of it.
-  const bool sound = !header.empty() && header.find_first_of("\"$`") == std::string::npos;
-  // The header is printf's format: a "%" or "\" in it is printf's to interpret.
-  const std::string join = fmt::format(R"(/usr/bin/printf "{}" | cat - "{}" > "{}/VestRUM.cud")",
-                                       header, work.archive().string(), work.directory.string());
-  const bool written = sound && runShellCommand(join) == 0;
+  const auto join = joinCommand(newHeader(context, work, md5), work.archive(), work.container());
+  const bool written = join && runShellCommand(*join) == 0;
   if (!written) printMessage(context, "Couldn't write header of new cud file");
   return written;
 }
@@ -320,6 +303,30 @@ bool updateByWholeContainer(const RunContext& context, const VendorSession& sess
 std::int64_t versionInText(std::string_view text) {
   const std::vector<std::string_view> fields = split(text, ':');
   return fields.size() > 1 ? parseInteger(fields[1]) : 0;
+}
+
+bool packFolder(const fs::path& folder, const fs::path& archive) {
+  // A folder that could not be read to its end counts as empty: a container must not lack members.
+  const auto entries = namesIn(folder).value_or(std::vector<std::string>{});
+  std::vector<std::string> arguments{"-czf", archive.string(),
+                                     fmt::format("--exclude={}", archive.filename().string())};
+  arguments.insert(arguments.end(), entries.begin(), entries.end());
+  // tar takes "-x" for an option, and "\\057etc" for the path "/etc".
+  const auto isPlain = [](const std::string& name) {
+    return !name.starts_with('-') && name.find('\\') == std::string::npos;
+  };
+  return !entries.empty() && std::ranges::all_of(entries, isPlain) &&
+         runTool({.executable = "/usr/bin/tar", .arguments = arguments, .workingDirectory = folder})
+                 .status == 0;
+}
+
+std::optional<std::string> joinCommand(std::string_view header, const fs::path& archive,
+                                       const fs::path& container) {
+  // Inside the quotes these would end the text or make the shell run a part of it.
+  if (header.empty() || header.find_first_of("\"$`") != std::string_view::npos) return std::nullopt;
+  // The header is printf's format: a "%" or "\" in it is printf's to interpret.
+  return fmt::format(R"(/usr/bin/printf "{}" | cat - "{}" > "{}")", header, archive.string(),
+                     container.string());
 }
 
 bool updateIncrementalDatabase(const RunContext& context, const VendorSession& session) {

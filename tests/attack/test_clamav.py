@@ -14,7 +14,7 @@ NOT_UNPACKED = OLD + "Couldn't unpack cud file\n" + FULL + FETCHED
 NOT_APPLIED = OLD + SCRIPTS + FULL + FETCHED
 NOT_PACKED = OLD + SCRIPTS + "Repackage failed\n" + FULL + FETCHED
 NO_HEADER = OLD + SCRIPTS + "Couldn't write header of new cud file\n" + FULL + FETCHED
-SAID = {"options for tar": NOT_PACKED, "no databases": NOT_APPLIED, **dict.fromkeys((
+SAID = {"options for tar": NOT_PACKED, "a name that tar reads as a path": NOT_PACKED, "no databases": NOT_APPLIED, **dict.fromkeys((
     "a link to where scripts are fetched", "a hard link to where they are fetched", "a pipe for a script",
     "a link for the database", "a folder", "a path", "the folder above"), NOT_UNPACKED)}
 
