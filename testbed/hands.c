@@ -3,7 +3,9 @@
  * TARNWICK_TEST_SIGNAL: TARNWICK_TEST_AFTER microseconds after it was ready for signals, TARNWICK_TEST_SPAWN
  * microseconds after it began to start freshclam, or just before its change number TARNWICK_TEST_STEP to any file. What
  * a loss of power depends on goes to the file TARNWICK_TEST_RECORD: each renaming, deletion and bringing to the disk,
- * with the last part of the path. */
+ * with the last part of the path. Of the calls of the kind TARNWICK_TEST_CALL ("open", "write", "fsync", "rename",
+ * "unlink" or "fork"), number TARNWICK_TEST_NTH fails with the error TARNWICK_TEST_ERROR, and is recorded as "fail". No
+ * call of a child fails. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
@@ -11,6 +13,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -84,6 +87,46 @@ int nanosleep(const struct timespec *asked, struct timespec *left)
     return REAL(nanosleep)(&shorter, left);
 }
 
+static void step(void)
+{
+    static long steps;
+    if (++steps == number("TARNWICK_TEST_STEP"))
+        kill(getpid(), (int)number("TARNWICK_TEST_SIGNAL"));
+}
+
+static void record(const char *what, const char *path)
+{
+    const char *to = getenv("TARNWICK_TEST_RECORD");
+    int file = to && strcmp(program_invocation_short_name, "tarnwick") == 0
+                   ? REAL(open)(to, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644) : -1;
+    if (file >= 0) {
+        const char *last = strrchr(path, '/');
+        dprintf(file, "%s %s\n", what, last ? last + 1 : path);
+        close(file);
+    }
+}
+
+static const char *name_of(int file)
+{
+    static char path[4096];
+    char link[32];
+    snprintf(link, sizeof link, "/proc/self/fd/%d", file);
+    ssize_t length = readlink(link, path, sizeof path - 1);
+    path[length > 0 ? length : 0] = 0;
+    return path;
+}
+
+static int fails(const char *call, const char *path)
+{
+    static long calls;
+    const char *chosen = is_program("tarnwick") ? getenv("TARNWICK_TEST_CALL") : NULL;
+    if (!chosen || strcmp(chosen, call) != 0 || ++calls != number("TARNWICK_TEST_NTH"))
+        return 0;
+    record("fail", path);
+    errno = (int)number("TARNWICK_TEST_ERROR");
+    return 1;
+}
+
 static void send_signal_after(long microseconds)
 {
     static int armed;
@@ -111,58 +154,56 @@ int posix_spawn(pid_t *child, const char *path, const posix_spawn_file_actions_t
     static const char freshclam[] = "/usr/local/vestRum/bin/freshclam ";
     if (arguments[1] && arguments[2] && strncmp(arguments[2], freshclam, strlen(freshclam)) == 0)
         send_signal_after(number("TARNWICK_TEST_SPAWN"));
+    if (fails("fork", path))
+        return errno;
     return REAL(posix_spawn)(child, path, actions, attributes, arguments, environment);
 }
 
-static void step(void)
-{
-    static long steps;
-    if (++steps == number("TARNWICK_TEST_STEP"))
-        kill(getpid(), (int)number("TARNWICK_TEST_SIGNAL"));
-}
-
-static void record(const char *what, const char *path)
-{
-    const char *to = getenv("TARNWICK_TEST_RECORD");
-    int file = to && strcmp(program_invocation_short_name, "tarnwick") == 0
-                   ? open(to, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644) : -1;
-    if (file >= 0) {
-        const char *last = strrchr(path, '/');
-        dprintf(file, "%s %s\n", what, last ? last + 1 : path);
-        close(file);
-    }
-}
-
-static const char *name_of(int file)
-{
-    static char path[4096];
-    char link[32];
-    snprintf(link, sizeof link, "/proc/self/fd/%d", file);
-    ssize_t length = readlink(link, path, sizeof path - 1);
-    path[length > 0 ? length : 0] = 0;
-    return path;
-}
-
 #define RECORDED(what, path) record(what, path),
-#define STEP(result, name, parameters, arguments, ...) \
-    result name parameters                             \
-    {                                                  \
-        step();                                        \
-        return __VA_ARGS__ REAL(name) arguments;       \
+#define STEP(call, path, result, name, parameters, arguments, ...) \
+    result name parameters                                         \
+    {                                                              \
+        step();                                                    \
+        return fails(call, path) ? -1 : (__VA_ARGS__ REAL(name) arguments); \
     }
 
-STEP(int, fchmod, (int file, mode_t mode), (file, mode))
-STEP(int, fsync, (int file), (file), RECORDED("sync", name_of(file)))
-STEP(int, mkdir, (const char *path, mode_t mode), (path, mode))
-STEP(int, mkostemp, (char *pattern, int flags), (pattern, flags))
-STEP(int, rename, (const char *from, const char *to), (from, to), RECORDED("rename", to))
-STEP(int, rmdir, (const char *path), (path))
-STEP(int, unlink, (const char *path), (path), RECORDED("delete", path))
-STEP(int, unlinkat, (int folder, const char *path, int flags), (folder, path, flags), RECORDED("delete", path))
-STEP(ssize_t, write, (int file, const void *bytes, size_t count), (file, bytes, count))
+STEP("fchmod", "", int, fchmod, (int file, mode_t mode), (file, mode))
+STEP("fsync", name_of(file), int, fsync, (int file), (file), RECORDED("sync", name_of(file)))
+STEP("open", path, int, mkdir, (const char *path, mode_t mode), (path, mode))
+STEP("open", pattern, int, mkostemp, (char *pattern, int flags), (pattern, flags))
+STEP("rename", to, int, rename, (const char *from, const char *to), (from, to), RECORDED("rename", to))
+STEP("unlink", path, int, rmdir, (const char *path), (path))
+STEP("unlink", path, int, unlink, (const char *path), (path), RECORDED("delete", path))
+STEP("unlink", path, int, unlinkat, (int folder, const char *path, int flags), (folder, path, flags),
+     RECORDED("delete", path))
+STEP("write", name_of(file), ssize_t, write, (int file, const void *bytes, size_t count), (file, bytes, count))
 
 /* Of a single file, which is deleted or is not: no step of its own. */
 int remove(const char *path)
 {
-    return RECORDED("delete", path) REAL(remove)(path);
+    return fails("unlink", path) ? -1 : (RECORDED("delete", path) REAL(remove)(path));
+}
+
+/* Nor has an opening, which changes no file that is there. */
+#define OPEN(name, parameters, ...)                                             \
+    int name parameters                                                         \
+    {                                                                           \
+        va_list rest;                                                           \
+        va_start(rest, flags);                                                  \
+        mode_t mode = flags & (O_CREAT | O_TMPFILE) ? va_arg(rest, mode_t) : 0; \
+        va_end(rest);                                                           \
+        return fails("open", path) ? -1 : REAL(name)(__VA_ARGS__, mode);        \
+    }
+
+OPEN(open, (const char *path, int flags, ...), path, flags)
+OPEN(openat, (int folder, const char *path, int flags, ...), folder, path, flags)
+
+FILE *fopen(const char *path, const char *mode)
+{
+    return fails("open", path) ? NULL : REAL(fopen)(path, mode);
+}
+
+FILE *fopen64(const char *path, const char *mode)
+{
+    return fails("open", path) ? NULL : REAL(fopen64)(path, mode);
 }

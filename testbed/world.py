@@ -131,16 +131,18 @@ class World(Machine):
         return self.shell(f"find /tmp {PREFIX} /var/lib/tarnwick -mindepth 1 "
                           rf"\( -path '/tmp/*' -o -name '.*' -o -name '*.new*' -o -name '*_download' \)")
 
-    def launch(self, *arguments, rate=None, kill=None, record=None, through=(), **more):
+    def launch(self, *arguments, rate=None, kill=None, fail=None, record=None, through=(), **more):
         """Starts the tool: with clocks `rate` times as fast, or with `kill`, a signal and when it comes ("AFTER" so
-        many microseconds, so many after the "SPAWN" of freshclam, or before the "STEP" of that number), or with a file
-        to `record` its syncs and renames. A program that it is started `through` becomes the tool."""
+        many microseconds, so many after the "SPAWN" of freshclam, or before the "STEP" of that number), or with
+        `fail`, a kind of call, the number of the one that fails and its error, or with a file to `record` its syncs,
+        renames and failed call. A program that it is started `through` becomes the tool."""
         settings = []
         if rate or kill or record:
             number, kind, moment = kill or (0, "AFTER", 0)
             settings = [*self.hands(rate or 1), *self.day, "ASAN_OPTIONS=verify_asan_link_order=0:handle_segv=0",
                         f"TARNWICK_TEST_SIGNAL={number}", f"TARNWICK_TEST_{kind}={moment}",
-                        *([f"TARNWICK_TEST_RECORD={record}"] if record else [])]
+                        *([f"TARNWICK_TEST_RECORD={record}"] if record else []),
+                        *(map("TARNWICK_TEST_{}={}".format, ("CALL", "NTH", "ERROR"), fail) if fail else [])]
         return self.start(*through, "env", *settings, TOOL, *arguments, **more)
 
     def launch_on_a_terminal(self, mode=0):
