@@ -17,6 +17,7 @@
 #include "base/file_descriptor.hpp"
 #include "platform/os_release.hpp"
 #include "platform/platform.hpp"
+#include "platform/process_stat.hpp"
 #include "platform/property_list.hpp"
 
 namespace tarnwick::platform {
@@ -166,14 +167,7 @@ std::string_view executablePathOf(pid_t process, std::span<char> buffer) {
 
 std::optional<ProcessSight> lookAtProcess(pid_t process) {
   std::array<char, 256> buffer;  // NOLINT(*-member-init): read fills it
-  const std::string_view known = readProcFile(process, "/stat", buffer);
-  // Id, name in brackets, state, parent. A name may hold brackets of its own.
-  const std::size_t bracket = known.rfind(") ");
-  if (bracket == std::string_view::npos || bracket + 4 >= known.size()) return std::nullopt;
-  constexpr std::string_view standing = "TtZX";
-  ProcessSight sight{.standsStill = standing.find(known[bracket + 2]) != std::string_view::npos};
-  std::from_chars(known.data() + bracket + 4, known.data() + known.size(), sight.parent);
-  return sight;
+  return sightInStat(readProcFile(process, "/stat", buffer));
 }
 
 void closeOtherDescriptors(posix_spawn_file_actions_t& actions, posix_spawnattr_t& /*attributes*/) {

@@ -1,32 +1,17 @@
 #include <unistd.h>
 
-#include <cstdlib>
-
 #include "base/text_rules.hpp"
+#include "every_server.hpp"
 #include "fuzz.hpp"
-#include "testbed/loopback_server.hpp"
 #include "transfer/http/file_downloader.hpp"
 
 namespace tarnwick::fuzz {
-
-/// What stands for every server there is: it is the user's proxy, so that a request comes here
-/// whatever address an answer leads to. A client that waits for more than it got sends no request,
-/// and is given up after two milliseconds.
-static testbed::LoopbackServer& server() {
-  static testbed::LoopbackServer* const started = [] {
-    auto* const made = new testbed::LoopbackServer({}, 2);
-    for (const char* name : {"http_proxy", "https_proxy"}) ::setenv(name, made->url().c_str(), 1);
-    for (const char* name : {"no_proxy", "NO_PROXY"}) ::unsetenv(name);
-    return made;
-  }();
-  return *started;
-}
 
 /// The answers, one after the other, to the requests of a run.
 void tryInput(std::string_view input) {
   std::deque<testbed::Answer> answers;
   for (const std::string& text : splitByModel(input, '~')) answers.push_back({text, text.empty()});
-  server().setAnswers(answers);
+  everyServer().setAnswers(answers);
   HttpClient client(1000);
   HttpRequest request{.url = "http://vendor.example/file",
                       .userAgent = "fuzz",

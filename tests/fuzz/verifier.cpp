@@ -80,6 +80,10 @@ void tryInput(std::string_view input) {
   require(Verifier::validatePathWithEncodedDSASignatureWithPublicDSAKey(
               fileWith(texts[2]), texts[0], texts[1]) == valid,
           "and so is a file");
+  require(
+      !Verifier::validateStringWithEncodedDSASignatureWithPublicDSAKey({}, texts[0], texts[1]) &&
+          !Verifier::validatePathWithEncodedDSASignatureWithPublicDSAKey({}, texts[0], texts[1]),
+      "an absent text has no signature, where an empty one may have");
 }
 
 }  // namespace tarnwick::fuzz
