@@ -161,14 +161,15 @@ class Servers:
         where = {host: elsewhere.get(host.split(".", maxsplit=1)[0], HERE) for host in HOSTS}
         self._machine.write("/etc/hosts", "".join(f"{at} {host}\n" for host, at in where.items() if at))
 
-    def answer(self, request, body=b"", status="200 OK", headers=(), length=None, hold=False, pause=0):
+    def answer(self, request, body=b"", status="200 OK", headers=(), length=None, hold=False, pause=0, pieces=8):
         """`request`, such as "GET /dns.txt", is answered thus: `length` may promise more than there is, `hold` leaves
-        the connection open afterwards (`held_for` tells how long the tool bore it), and a `pause` comes before each
-        eighth of the body. Status None: no word."""
+        the connection open afterwards (`held_for` tells how long the tool bore it), and a `pause` comes before each of
+        so many pieces of the body. Status None: no word."""
         body = body.encode() if isinstance(body, str) else body
         length = len(body) if length is None else length
         lines = [f"HTTP/1.0 {status}", *headers, f"Content-Length: {length}", "", ""]
-        self._answers[request] = ("\r\n".join(lines).encode() if status else b"", body, hold, pause)
+        step = max(len(body) // pieces if pause else len(body), 1)
+        self._answers[request] = ("\r\n".join(lines).encode() if status else b"", body, step, hold, pause)
         self._machine.write("/srv/faults/" + request.replace(" ", "", 1))
 
     def drop(self, request):
@@ -212,9 +213,8 @@ class Servers:
                 lines.append(line.decode())
             path = next(line for line in lines if line.startswith("Plain: "))[7:]
             request = f"{lines[0].split()[0]} {path}"
-            head, body, hold, pause = self._answers[request]
+            head, body, step, hold, pause = self._answers[request]
             connection.sendall(head)
-            step = max(len(body) // 8 if pause else len(body), 1)
             for start in range(0, len(body), step):
                 time.sleep(pause)
                 connection.sendall(body[start:start + step])

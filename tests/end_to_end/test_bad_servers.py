@@ -86,6 +86,17 @@ def test_a_download_may_take_longer_than_its_links_live(world, name, said):
     assert said in outcome.stdout and (outcome.stderr, world.version()) == ("", 3)
 
 
+def test_a_text_has_ten_minutes_and_a_file_has_not(new_world):
+    new_world.freshclam(0)
+    for end in ("", ".signature"):
+        body = new_world.published("VestRUM.cud" + end)
+        new_world.servers.answer(CONTAINER + end, body, pause=0.2, pieces=32)  # 640 seconds by the tool's clock
+    raw = new_world.launch(rate=100).end()
+    assert "\rDownloading VestRUM.cud [100%]\nFailed to download and/or verify VestRUM.cud\n" in raw.stdout
+    assert (f"Error - The answer takes longer than allowed https://{LINKS}{CONTAINER[4:]}.signature\n"
+            in raw.stderr)
+
+
 def test_the_users_proxy_is_asked(world):
     world.install(1)
     outcome = world.run(env={"https_proxy": f"http://{NOBODY}:3128"})
