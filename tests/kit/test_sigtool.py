@@ -1,8 +1,11 @@
 """The sigtool that provisioning puts into the prefix: folders of scripts, and containers without theirs."""
 
+import contextlib
+from typing import NamedTuple
+
 import pytest
 
-from testbed import BIN, member, repacked
+from testbed import BIN, Outcome, member, repacked
 from testbed.vendor import scripts_after
 
 SCRIPTED = "/srv/vendor/site/VestRUM2/Scripted"
@@ -100,6 +103,123 @@ def test_unpacking_leaves_out_scripts_of_the_container_only(world):
         "own\nCOPYING\nVestRUM.info\nVestRUM.ndb\nown.script\nx.txt\nregular file\n")
     outcome = world.command(f"{BIN}/sigtool", "--unpack=/tmp/outside")
     assert (outcome.status, outcome.stdout, world.shell("ls -A /tmp")) == (1, "", "c.cud\nwork\n")
+
+
+@contextlib.contextmanager
+def in_place_of(world, program, script):
+    """A script in the place of one of the system's programs, which is then /srv/real/PROGRAM."""
+    world.shell(f"mkdir -p /srv/real; cp /usr/bin/{program} /srv/real")
+    world.write(f"/srv/{program}", f"#!/bin/sh\n{script}\n", 0o755)
+    world.shell(f"mount --bind /srv/{program} /usr/bin/{program}")
+    try:
+        yield
+    finally:
+        world.shell(f"umount /usr/bin/{program}")
+
+
+DATABASE, GENUINE = "/tmp/base/test.cvd", "/repository/testbed/clamav/test-5.cvd"
+
+
+def sigtool(world, *arguments, **more):
+    """What it answers in a folder of its own. What makes it wait for a named pipe ends by the clock."""
+    world.shell("rm -rf /tmp/work; mkdir /tmp/work")
+    return world.command("env", "-C", "/tmp/work", "timeout", "20", f"{BIN}/sigtool", *arguments, **more)
+
+
+class Place(NamedTuple):
+    """What clamav does in its folder, before the adapter looks or after it has looked."""
+    before: str
+    after: str = "true"
+    complaint: str = "{}"
+
+
+COPY_FAILED = f"ERROR: {DATABASE} could not be copied"
+PLACES = {
+    "database": Place(f"cp {GENUINE} {DATABASE}", complaint=""),
+    "nothing": Place("true"),
+    "link": Place(f"ln -s {GENUINE} {DATABASE}"),
+    "pipe": Place(f"mkfifo {DATABASE}"),
+    "folder": Place(f"mkdir {DATABASE}"),
+    "link, late": Place(f"cp {GENUINE} {DATABASE}", f"ln -sf {GENUINE} {DATABASE}", COPY_FAILED),
+    "pipe, late": Place(f"cp {GENUINE} {DATABASE}", f"rm -f {DATABASE}; mkfifo {DATABASE}"),
+    "folder, late": Place(f"cp {GENUINE} {DATABASE}", f"rm -rf {DATABASE}; mkdir {DATABASE}", COPY_FAILED),
+}
+
+
+@pytest.mark.parametrize("place", PLACES.values(), ids=PLACES)
+def test_only_regular_files_are_read_whatever_comes_between(world, place):
+    for option, complaint in (("-i", "cvdinfo: Can't read/parse CVD header of {}"),
+                              ("--unpack", "unpack: {} is not a valid CVD")):
+        arguments = [option, DATABASE] if option == "-i" else [f"{option}={DATABASE}"]
+        world.shell(f"rm -rf /tmp/*; mkdir /tmp/base; {place.before}")
+        with in_place_of(world, "dd", f"{place.after}; exec /srv/real/dd \"$@\""):
+            outcome = sigtool(world, *arguments)
+        if not place.complaint:
+            assert outcome == world.command("env", "-C", "/tmp/work", "/usr/bin/sigtool", *arguments)
+        elif (option, place.after) == ("-i", PLACES["pipe, late"].after):
+            assert outcome == Outcome(0, "Version: 0\n", "")  # as for any file without content
+        else:
+            last = outcome.stderr.splitlines()[-1]
+            assert (outcome.status, outcome.stdout, last) == (
+                1, "", place.complaint.format(f"ERROR: {complaint.format(DATABASE)}"))
+        assert world.shell("ls -A /tmp /tmp/work | grep -E 'tarnwick|unpacked' || true") == ""
+
+
+WATCHING = '''
+for last; do :; done
+cd "${last%/*}"
+stat -c %s "$last"
+[ "$(stat -c %b "$last")" -lt 9999 ] || echo takes much room
+pwd | sed 's/[^/]*\\/copy$/FOLDER/'
+cat ./*.sign 2>/dev/null || true
+'''
+ELSEWHERE = "rm -rf /tmp/d; install -d -m {} -o {} /tmp/d /tmp/d/e"
+
+
+GIVEN = {
+    "signature": ("echo signed >test-5.cvd.sign; echo other >test-4.cvd.sign", "519\n/tmp/FOLDER\nsigned\n"),
+    "link as its signature": (f"ln -s {GENUINE} test-5.cvd.sign", "519\n/tmp/FOLDER\n"),
+    "pipe as its signature": ("mkfifo test-5.cvd.sign", "519\n/tmp/FOLDER\n"),
+    "version that is a path": (
+        "sed -i 's|:5:|:/../x:|' test.cvd; mkdir test-; echo other >x.cvd.sign", "523\n/tmp/FOLDER\n"),
+    "too large": ("truncate -s 5G test.cvd", f"{4 << 30}\n/tmp/FOLDER\n"),
+    "temporary folder of root": (ELSEWHERE.format("755", "root"), "519\n/tmp/d/e/FOLDER\n"),
+    "temporary folder of another user": (ELSEWHERE.format("1777", "clamav"), "519\n/tmp/FOLDER\n"),
+    "temporary folder open to all": (ELSEWHERE.format("777", "root"), "519\n/tmp/FOLDER\n"),
+    "temporary folder below one open to all": (
+        ELSEWHERE.format("755", "root") + "; chmod 777 /tmp/d", "519\n/tmp/FOLDER\n"),
+}
+
+
+@pytest.mark.parametrize("preparation, answer", GIVEN.values(), ids=GIVEN)
+def test_what_the_real_program_is_given(world, preparation, answer):
+    world.shell(f"rm -rf /tmp/*; mkdir /tmp/base; cd /tmp/base; head -c 519 {GENUINE} >test.cvd; {preparation}")
+    with in_place_of(world, "sigtool", WATCHING):
+        outcome = sigtool(world, "-i", DATABASE, env={"TMPDIR": "/tmp/d/e"})
+    assert (outcome.status, outcome.stdout, outcome.stderr) == (0, answer, "")
+
+
+def test_a_question_has_an_end(world):
+    world.shell(f"rm -rf /tmp/*; mkdir /tmp/base; cp {GENUINE} {DATABASE}")
+    hurried = "for word; do shift; [ $word != 600 ] || word=1; set -- \"$@\" \"$word\"; done"
+    with in_place_of(world, "sigtool", "exec sleep infinity"), \
+         in_place_of(world, "timeout", f'{hurried}; exec /srv/real/timeout "$@"'):
+        outcome = sigtool(world, "-i", DATABASE)
+    assert (outcome.status, outcome.stdout, outcome.stderr) == (
+        1, "", "ERROR: sigtool did not end within 600 seconds\n")
+
+
+@pytest.mark.parametrize("member_of_another_kind", [
+    "ln ../../../outside x", "ln -s ../../../outside x", "mkdir x", "mkfifo x", "touch x; ln x y"])
+def test_containers_of_more_than_plain_files_are_not_unpacked(world, member_of_another_kind):
+    """Whatever the real program makes of a container: Debian's makes less than others do."""
+    world.shell("rm -rf /tmp/*; echo mine >/tmp/outside; chmod 600 /tmp/outside")
+    with in_place_of(world, "sigtool", f"echo a >COPYING; {member_of_another_kind}"):
+        outcome = sigtool(world, "--unpack=/srv/vendor/first.cud")
+    assert (outcome.status, outcome.stdout, outcome.stderr) == (
+        1, "", "ERROR: the container holds more than plain files; none was unpacked\n")
+    assert world.shell("cd /tmp; ls -A . work; cat outside; stat -c '%h %a' outside") == (
+        ".:\noutside\nwork\n\nwork:\nmine\n1 600\n")
 
 
 # What an update run does with them, twenty times: 25 new versions in each.
