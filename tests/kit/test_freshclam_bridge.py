@@ -1,6 +1,7 @@
 """The prefix's freshclam against the real program: each cause provoked for real, each answer checked."""
 
 import signal
+import subprocess
 from typing import NamedTuple
 
 import pytest
@@ -35,6 +36,9 @@ ANSWERS = {
     "unknown owner": Answer(56, EDIT.format("s/Owner.*/Owner nobody-known/")),
     "folder of another owner": Answer(57, f"chown root:root {DATA}; chmod 0755 {DATA}"),
     "mirror has nothing": Answer(58, EDIT.format("/Exclude/d; /Custom/d") + "; rm /srv/vendor/mirror/daily.cvd"),
+    "log of another owner, folder of the owner's second group": Answer(
+        62, f"sed -i 's/^adm:.*:/&clamav,/' /etc/group; chown root:adm {DATA}; chmod 0770 {DATA}; {LOG_OF_ANOTHER}",
+        f"--log={LOG}"),
     "log cannot be made": Answer(62, argument="--log=/proc/none/log"),
     "log of another owner": Answer(62, LOG_OF_ANOTHER, f"--log={LOG}"),
     "log of another owner, from the configuration": Answer(
@@ -65,6 +69,57 @@ def test_answers_with_the_documented_status(world, answer):
     assert outcome.status == answer.status, outcome
 
 
+# From 1.5 on the real program can crash where it ended with 2 before.
+CRASHES = {
+    "folder cannot be entered": Answer(50, f"chown root:root {DATA}; chmod 0700 {DATA}"),
+    "folder of another owner": Answer(57, f"chown root:root {DATA}; chmod 0755 {DATA}"),
+    "nothing else": Answer(0, argument=f"--log={LOG}"),
+}
+
+
+@pytest.mark.parametrize("number, status", [(signal.SIGABRT, 134), (signal.SIGSEGV, 139)])
+@pytest.mark.parametrize("answer", CRASHES.values(), ids=CRASHES)
+def test_crashes_are_answered_with_their_cause(world, answer, number, status):
+    crashing = f"#!/bin/bash\nulimit -c 0\n[[ $* == *--version* ]] || kill -{int(number)} $$\n"
+    world.shell(answer.cause)
+    world.write("/srv/crashing", crashing, 0o755)
+    world.shell("mount --bind /srv/crashing /usr/bin/freshclam")
+    outcome = world.command(FRESHCLAM, *answer.argument.split())
+    world.shell("umount /usr/bin/freshclam")
+    assert outcome.status == (answer.status or status)
+
+
+# Has the log locked, under this name, until its standard input ends.
+LOCKING = f"""
+import fcntl, os, pathlib, sys
+log = open("{LOG}", "a")
+fcntl.lockf(log, fcntl.LOCK_EX)
+pathlib.Path("/proc/self/comm").write_text(sys.argv[1])
+os.setresuid(*[int(sys.argv[2])] * 3)
+print("ready", flush=True)
+sys.stdin.read()
+"""
+WITHOUT_LOG = f"freshclam: {LOG} is locked by another program; running without a log\n"
+CLAMAV, ANYBODY = "clamav", "nobody"
+
+
+@pytest.mark.parametrize("name, user, arguments, status", [
+    ("freshclam", CLAMAV, [f"--log={LOG}"], 62), ("freshclam", "root", ["-l", LOG], 62),
+    ("freshclam", ANYBODY, [f"--log={LOG}"], 0), ("locker", ANYBODY, ["-l", LOG, "--verbose"], 0),
+    ("locker", CLAMAV, ["--verbose", "--log", LOG], 0)])
+def test_a_log_that_another_program_has_locked_is_left_out(world, name, user, arguments, status):
+    world.shell(f"install -m 0666 /dev/null {LOG}")
+    number = world.shell(f"id -u {user}").strip()
+    locker = world.start("/usr/bin/python3", "-c", LOCKING, name, number, stdin=subprocess.PIPE)
+    locker.read_until("ready\n")
+    outcome = world.command(FRESHCLAM, *arguments)
+    locker.end()
+    left_out = status == 0
+    assert (outcome.status, WITHOUT_LOG in outcome.stderr, world.log(LOG)) == (status, left_out, ""), outcome
+    assert ("custom.ndb updated" in outcome.stdout) == left_out, outcome
+    assert ("Current working dir" in outcome.stdout) == ("--verbose" in arguments), outcome
+
+
 @pytest.mark.parametrize("argument", ["--version", "--no-such-option"])
 def test_output_is_the_programs_own(world, argument):
     ours, real = (world.command(program, argument) for program in (FRESHCLAM, "/usr/bin/freshclam"))
@@ -76,7 +131,7 @@ LATE = ("strace", "-D", "-qq", "-o", "/dev/null", "-e", "inject=kill:delay_exit=
 
 
 # Interrupted from the keyboard, the program itself says that it ended well.
-@pytest.mark.parametrize("number, status", [(signal.SIGINT, 0), (signal.SIGQUIT, 131), (signal.SIGTERM, 143)])
+@pytest.mark.parametrize("number, status", [(signal.SIGHUP, 129), (signal.SIGINT, 0), (signal.SIGQUIT, 131), (signal.SIGTERM, 143)])
 def test_signals_reach_the_program_and_its_log_stays_locked_until_then(world, number, status):
     world.shell(EDIT.format(f"s/custom.ndb/custom-{status}.ndb/"))
     world.servers.answer(f"GET /custom-{status}.ndb", "cut", length=9, hold=True)
