@@ -33,6 +33,7 @@ CONTAINERS = {
     "a script without a number": [member(".script"), member("-rf.script"), member("*.script")],
     "a link to where scripts are fetched": [member("VestRUM-2.script", "", tarfile.SYMTYPE, SECRET)],
     "a hard link to where they are fetched": [member("VestRUM-2.script", "", tarfile.LNKTYPE, SECRET)],
+    "a hard link behind a member without a name": [member(""), member("x", "", tarfile.LNKTYPE, SECRET)],
     "a pipe for a script": [member("VestRUM-2.script", "", tarfile.FIFOTYPE)],
     "a link for the database": [member("VestRUM.ndb", "", tarfile.SYMTYPE, SECRET)],
     "a folder": [member("VestRUM-2.script/", "", tarfile.DIRTYPE)],
