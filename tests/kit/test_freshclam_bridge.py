@@ -131,7 +131,8 @@ LATE = ("strace", "-D", "-qq", "-o", "/dev/null", "-e", "inject=kill:delay_exit=
 
 
 # Interrupted from the keyboard, the program itself says that it ended well.
-@pytest.mark.parametrize("number, status", [(signal.SIGHUP, 129), (signal.SIGINT, 0), (signal.SIGQUIT, 131), (signal.SIGTERM, 143)])
+@pytest.mark.parametrize("number, status", [
+    (signal.SIGHUP, 129), (signal.SIGINT, 0), (signal.SIGQUIT, 131), (signal.SIGTERM, 143)])
 def test_signals_reach_the_program_and_its_log_stays_locked_until_then(world, number, status):
     world.shell(EDIT.format(f"s/custom.ndb/custom-{status}.ndb/"))
     world.servers.answer(f"GET /custom-{status}.ndb", "cut", length=9, hold=True)
