@@ -120,6 +120,13 @@ def test_a_log_that_another_program_has_locked_is_left_out(world, name, user, ar
     assert ("Current working dir" in outcome.stdout) == ("--verbose" in arguments), outcome
 
 
+def test_a_log_that_is_locked_only_while_freshclam_starts_is_left_out(world):
+    world.shell(f"install -m 0666 /dev/null {LOG}")
+    refusing = ("strace", "-f", "-qq", "-o", "/dev/null", "-P", LOG, "-e", "inject=fcntl:error=EAGAIN")
+    outcome = world.command(*refusing, FRESHCLAM, f"--log={LOG}")
+    assert (outcome.status, WITHOUT_LOG in outcome.stderr, world.log(LOG)) == (0, True, ""), outcome
+
+
 @pytest.mark.parametrize("argument", ["--version", "--no-such-option"])
 def test_output_is_the_programs_own(world, argument):
     ours, real = (world.command(program, argument) for program in (FRESHCLAM, "/usr/bin/freshclam"))
