@@ -2,7 +2,7 @@
 
 import pytest
 
-from testbed import BIN, CONFIGURATION, PREFIX
+from testbed import BIN, CONFIGURATION, DATA, PREFIX
 from testbed.provisioned import LAID_OUT, LISTING, PROVISION
 
 
@@ -21,6 +21,8 @@ def test_the_prefix_is_laid_out_and_what_somebody_changed_is_kept(world):
     kept = world.shell(f"cat {CONFIGURATION} {BIN}/clamscan; cmp {BIN}/sigtool /repository/packaging/linux/sigtool")
     assert kept == "of our own" * 2
     assert world.shell(LISTING) == LAID_OUT.replace("-> '/usr/bin/clamscan' lrwxrwxrwx", "-rwxr-xr-x")
+    # A link that leads nowhere yet is kept as well.
+    world.shell(f"ln -sf /nowhere {PREFIX}/etc/freshclamBAK.conf; {PROVISION}; test -L {PREFIX}/etc/freshclamBAK.conf")
 
 
 def test_what_root_executes_or_believes_becomes_its_own(world):
@@ -43,6 +45,28 @@ def test_what_root_executes_or_believes_becomes_its_own(world):
         "'./bin/sigtool'", own[1] + "'./bin/sigtool'")
     assert (world.shell(LISTING), world.shell(others)) == (laid_out, before)
     assert world.shell(PROVISION) == f"{PREFIX} is ready.\n"
+
+
+def test_a_configuration_names_the_hosts_of_its_build(world):
+    world.write("/srv/lib/build", "mirror-host: a.example\nupstream-mirror-host: mirror.example.org\n"
+                "upstream-version-record-host: record.example.org\n")
+    written = world.shell(f"cp {PROVISION} /srv/lib; /srv/lib/provision --print-configuration | grep -v '^# '")
+    assert written == (f"DatabaseDirectory {DATA}\nDatabaseOwner clamav\nDatabaseMirror mirror.example.org\n"
+                       "#DNSDatabaseInfo record.example.org\n#MaxAttempts 5\n")
+
+
+def test_freshclam_starts_from_a_configuration_with_a_password(world):
+    """Only from one that nobody but root can read, and it stays so through a run's edits."""
+    world.shell(f"rm -rf {PREFIX}/*; {PROVISION}; echo HTTPProxyPassword secret >>{CONFIGURATION}")
+    world.custom_database()
+    said = f"{CONFIGURATION} was changed here and is kept as it is.\n"
+    assert world.shell(PROVISION) == (
+        f"{said}{CONFIGURATION} holds a password: only root can read it now.\n{PREFIX} is ready.\n")
+    assert world.shell(PROVISION) == f"{said}{PREFIX} is ready.\n"
+    outcome = world.run()
+    assert (outcome.status, "custom.ndb updated" in outcome.stdout) == (1, True), outcome
+    assert world.shell(f"stat -c '%A %U' {CONFIGURATION}; ls {DATA}") == (
+        "-rw------- root\nVestRUM.cud\nVestrum.database\nVestrum.database.signature\ncustom.ndb\nfreshclam.dat\n")
 
 
 def test_provisioning_says_what_to_do_when_it_cannot(world):
