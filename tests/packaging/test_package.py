@@ -49,6 +49,11 @@ UNINSTALL = f"""cd {EXECUTABLE.parent}; /usr/local/lib/tarnwick/takedown; xargs 
 STATE = "mkdir -p /var/lib/tarnwick && touch /var/lib/tarnwick/state\n"
 MIRROR_OF_A_RUN = f"sed -i 's/Mirror .*/Mirror mirror.vestrum.example/' {CONFIGURATIONS[0]}\n"
 CLAMD = [f"/etc/apparmor.d/{folder}usr.sbin.clamd" for folder in ("", "local/")]
+OTHER_UPSTREAM = f"""sed -i 's/^\\(upstream.*-host\\): .*/\\1: upstream.example.org/' /usr/lib/tarnwick/build
+    rm {' '.join(CONFIGURATIONS)}; /usr/lib/tarnwick/provision >/dev/null
+    """
+LINKED = f"""cd {PREFIX}; rm -r bin etc; mv share /srv; ln -s /usr/bin bin; ln -s /etc/clamav etc; ln -s /srv/share share
+    cd /\n"""
 CHANGED = f"for file in {' '.join(CONFIGURATIONS)}; do echo Checks 3 >>$file; done\n"
 
 
@@ -104,10 +109,14 @@ def test_installed_package_is_whole(package):
      [f"{DATA}/main.cvd"]),
     (CHANGED + INSTALL + "dpkg -r tarnwick", [*CONFIGURATIONS, f"{DATA}/main.cvd"]),
     (f"echo '# mine' >>{CONFIGURATIONS[1]}; dpkg -r tarnwick", [CONFIGURATIONS[1], f"{DATA}/main.cvd"]),
+    (OTHER_UPSTREAM + MIRROR_OF_A_RUN + "dpkg -r tarnwick", [f"{DATA}/main.cvd"]),
+    (f"cp --remove-destination /bin/true {BIN}/clamscan; dpkg -r tarnwick", [f"{BIN}/clamscan", f"{DATA}/main.cvd"]),
     (CHANGED + STATE + "dpkg -P tarnwick", []),
+    (LINKED + "dpkg -P tarnwick; test -e /etc/clamav/freshclam.conf -a -e /usr/bin/sigtool -a ! -e " + PREFIX,
+     ["/srv/share/clamav/main.cvd"]),
     ("dpkg -P tarnwick\n" + FROM_SOURCE + STATE + MIRROR_OF_A_RUN + UNINSTALL, [f"{DATA}/main.cvd"]),
 ], ids=["removed", "removed where no clamd is", "removed with a changed configuration", "removed with a comment",
-        "purged", "installed from source"])
+        "for another upstream", "somebody's own scanner", "purged", "purged with links", "installed from source"])
 def test_what_stays_behind(package, script, left):
     assert try_out(package, INSTALL + script)[1] == left
 
