@@ -60,7 +60,11 @@ else()
   install(FILES ${packaging}/apparmor/freshclam ${packaging}/apparmor/clamd
           DESTINATION lib/tarnwick/apparmor)
   install(PROGRAMS ${packaging}/monitoring/check_tarnwick DESTINATION lib/nagios/plugins)
-  install(FILES ${packaging}/systemd/tarnwick.service ${packaging}/systemd/tarnwick.timer
+  # What the service may use follows from what a build may download.
+  math(EXPR TARNWICK_SERVICE_FILE_SIZE "4 * ${TARNWICK_LARGEST_DOWNLOAD}")
+  math(EXPR TARNWICK_SERVICE_MEMORY "2 * ${TARNWICK_LARGEST_DOWNLOAD} + 4 * 1024 * 1024 * 1024")
+  configure_file(${packaging}/systemd/tarnwick.service ${packaged}/tarnwick.service @ONLY)
+  install(FILES ${packaged}/tarnwick.service ${packaging}/systemd/tarnwick.timer
           DESTINATION lib/systemd/system)
   tarnwick_install_compressed(${packaged}/changelog changelog.Debian ${documents})
   install(FILES ${packaging}/debian/lintian-overrides

@@ -2,19 +2,23 @@
 
 import re
 import shlex
+import subprocess
 
-from .machine import REPOSITORY
+from .world import EXECUTABLE
 
-UNIT = {}  # the last of the settings of the same name
-AFTERWARDS = []
-for _line in (REPOSITORY / "packaging/systemd/tarnwick.service").read_text(encoding="utf-8").splitlines():
+UNIT = {}  # the values of each setting, in their order
+for _line in (EXECUTABLE.parent / "packaging/tarnwick.service").read_text(encoding="utf-8").splitlines():
     if _setting := re.fullmatch(r"(\w+)=(.*)", _line):
-        UNIT[_setting[1]] = _setting[2]
-        AFTERWARDS += [_setting[2]] if _setting[1] == "ExecStopPost" else []
+        UNIT.setdefault(_setting[1], []).append(_setting[2])
 
-# Nothing can be written but what is named, and of that not what is named again.
+# Nothing can be written but what is named, and of that not what is named again. What is hidden looks empty.
 WALLS = """
-mkdir -p /var/lib/tarnwick
+mkdir -p /var/lib/tarnwick /run/hidden
+touch /run/empty
+for path in $HIDDEN; do
+    if [ -d "$path" ]; then mount --bind /run/hidden "$path"
+    elif [ -e "$path" ]; then mount --bind /run/empty "$path"; fi
+done
 for path in $WRITABLE; do [ ! -e "$path" ] || mount --bind "$path" "$path"; done
 for path in $READABLE; do mount --bind "$path" "$path"; done
 for path in / /usr/local $READABLE; do mount -o remount,bind,ro "$path"; done
@@ -22,19 +26,44 @@ exec "$@"
 """
 
 
+def paths(setting):
+    """Each path of all lines of a setting."""
+    return [path.removeprefix("-") for line in UNIT.get(setting, []) for path in line.split()]
+
+
 def as_the_service():
     """The command that gives up what the unit does not leave to the tool."""
-    assert UNIT["NoNewPrivileges"] == "yes"
-    kept = UNIT["CapabilityBoundingSet"].lower().removeprefix("cap_").split(" cap_")
+    assert UNIT["NoNewPrivileges"] == ["yes"]
+    kept = UNIT["CapabilityBoundingSet"][0].lower().removeprefix("cap_").split(" cap_")
     capabilities = ",".join(["-all", *(f"+{name}" for name in kept)])
     return "setpriv", f"--bounding-set={capabilities}", f"--inh-caps={capabilities}", "--no-new-privs"
 
 
+def system_calls():
+    """The names of those that the unit allows."""
+    told = subprocess.run(["systemd-analyze", "syscall-filter"], check=True, capture_output=True, text=True).stdout
+    groups = {group.split(maxsplit=1)[0]: re.findall(r"(?m)^    ([-@\w]+)$", group)
+              for group in re.split(r"\n(?=@)", told)}
+
+    def expanded(names):
+        return {call for name in names for call in (expanded(groups[name]) if name in groups else [name])}
+
+    allowed = set()
+    for line in UNIT["SystemCallFilter"]:
+        names = expanded(line.removeprefix("~").split())
+        allowed = allowed - names if line.startswith("~") else allowed | names
+    return sorted(allowed)
+
+
 def behind_walls():
-    """The command that shows a program the file system as systemd lays it out for the unit."""
-    writable = f"/tmp /var/lib/tarnwick {UNIT['ReadWritePaths'].replace(' -', ' ')}"
-    readable = UNIT.get("ReadOnlyPaths", "").replace("-", "")
-    return "env", f"WRITABLE={writable}", f"READABLE={readable}", "unshare", "-m", "sh", "-euc", WALLS, "sh"
+    """The command that starts a program with what systemd leaves to the unit's; stand-ins take notes in /srv."""
+    writable = " ".join(["/srv", "/tmp", "/var/lib/tarnwick", *paths("ReadWritePaths")])
+    readable = " ".join(paths("ReadOnlyPaths"))
+    hidden = " ".join(paths("InaccessiblePaths"))
+    return ("env", f"WRITABLE={writable}", f"READABLE={readable}", f"HIDDEN={hidden}",
+            "unshare", *(["-mi"] if UNIT["PrivateIPC"] == ["yes"] else ["-m"]), "sh", "-euc", WALLS, "sh",
+            "prlimit", f"--fsize={UNIT['LimitFSIZE'][0]}", *as_the_service(),
+            "/repository/testbed/filter_system_calls", ",".join(system_calls()))
 
 
 def command(setting):
@@ -43,12 +72,15 @@ def command(setting):
     return [word for word in words if word != "$TARNWICK_ARGUMENTS"]
 
 
-def ended(world, **environment):
-    """What the service says and does when a run has ended."""
+def ended(world, status=0):
+    """What the service says and does when a run has ended with this status."""
     world.shell("mkdir -p /usr/local/lib /var/log/tarnwick; cd /usr/local/lib; "
                 "ln -sfn /repository/packaging/linux tarnwick")
+    known = {"0", *" ".join(UNIT.get("SuccessExitStatus", [])).split()}
+    environment = {"SERVICE_RESULT": "success" if str(status) in known else "exit-code",
+                   "EXIT_CODE": "exited", "EXIT_STATUS": str(status)}
     said = ""
-    for setting in AFTERWARDS:
+    for setting in UNIT["ExecStopPost"]:
         outcome = world.command(*command(setting), env=environment)
         assert outcome.status == 0
         said += outcome.stdout + outcome.stderr

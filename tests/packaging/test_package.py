@@ -7,6 +7,7 @@ import re
 import shutil
 import signal
 import subprocess
+import typing
 
 import pytest
 
@@ -52,8 +53,8 @@ CLAMD = [f"/etc/apparmor.d/{folder}usr.sbin.clamd" for folder in ("", "local/")]
 OTHER_UPSTREAM = f"""sed -i 's/^\\(upstream.*-host\\): .*/\\1: upstream.example.org/' /usr/lib/tarnwick/build
     rm {' '.join(CONFIGURATIONS)}; /usr/lib/tarnwick/provision >/dev/null
     """
-LINKED = f"""cd {PREFIX}; rm -r bin etc; mv share /srv; ln -s /usr/bin bin; ln -s /etc/clamav etc; ln -s /srv/share share
-    cd /\n"""
+LINKED = f"""cd {PREFIX}; rm -r bin etc; mv share /srv; ln -s /usr/bin bin; ln -s /etc/clamav etc
+    ln -s /srv/share share; cd /\n"""
 CHANGED = f"for file in {' '.join(CONFIGURATIONS)}; do echo Checks 3 >>$file; done\n"
 
 
@@ -190,18 +191,80 @@ def test_documents_lead_nowhere_that_is_not_installed(package, kit, tmp_path):
             if not (page.parent / link).exists()] == []
 
 
-def test_a_run_needs_no_more_than_the_unit_gives_it(world):
-    world.program("freshclam", f"touch {PREFIX}/here {BIN}/there; echo mine >{BIN}/sigtool; true")
+TAMPERING = f"exec 2>/dev/null; touch {PREFIX}/here {BIN}/there; echo mine >{BIN}/sigtool; true"
+# What the unit hides from a run, some of it in folders.
+HIDDEN = ["/etc/shadow", "/etc/gshadow", "/etc/ssh/key", "/etc/ssl/private/key", "/run/systemd/private",
+          "/run/dbus/system_bus_socket", "/run/docker.sock", "/run/containerd/containerd.sock",
+          "/run/podman/podman.sock"]
+# The calls that its filter refuses, by what a program gets to hear.
+REFUSED = """import ctypes, os
+libc = ctypes.CDLL(None, use_errno=True)
+print("refused:", *(name for name, call in {
+    "chroot": lambda: libc.chroot(b"/"), "mknod": lambda: libc.mknod(b"/tmp/x", 0o10600, 0),
+    "mlock": lambda: libc.mlock(bytes(9), 9), "shmget": lambda: libc.shmget(0, 9, 0o1600),
+    "io_setup": lambda: libc.syscall(206, 1, bytes(8)), "keyctl": lambda: libc.syscall(250, 0, -3, 1),
+    "pipe": lambda: os.pipe() and 0}.items() if call() == -1 and ctypes.get_errno() == 1))"""
+
+
+class Kind(typing.NamedTuple):
+    """A kind of run: what is made of its world, and how it ends."""
+    status: int
+    version: int
+    before: typing.Callable = lambda world: None
+    arguments: tuple = ()
+
+
+def by_scripts(world):
     world.install(1)
-    world.shell(f"chown clamav {PREFIX}")
-    before = world.shell(f"cd {BIN}; md5sum *")
-    outcome = world.run(through=behind_walls())
-    assert (outcome.status, world.version()) == (0, 3), outcome
-    assert world.shell(f"cd {BIN}; md5sum *; stat -c %U {PREFIX} {PREFIX}/here") == before + "root\nroot\n"
+    world.program("freshclam", TAMPERING)
+
+
+def by_whole_databases(world):
+    world.freshclam(*[52] * 6)
+    world.write("/srv/vendor/mirror/dns.txt", "0.103.2:62:27000:0:1:90:49192:333")
+
+
+def with_repairs(world):
+    world.install(1)
+    world.freshclam(50, 52, 56, 56, 62, 0)
+
+
+KINDS = {
+    "by scripts": Kind(0, 3, by_scripts),
+    "the first one": Kind(1, 3, lambda world: world.custom_database(), ("--log=/var/log/clamav/tarnwick.log",)),
+    "repaired": Kind(0, 3, with_repairs),
+    "afresh": Kind(1, 3, lambda world: world.freshclam(0), ("--remove-old-first", "--quiet")),
+    "without freshclam": Kind(234, 3, by_whole_databases),
+}
+
+
+@pytest.mark.parametrize("kind", KINDS.values(), ids=KINDS)
+def test_a_run_needs_no_more_than_the_unit_gives_it(new_world, kind):
+    kind.before(new_world)
+    new_world.shell(f"chown clamav {PREFIX}; mkdir -p /var/log/clamav")
+    programs = f"cd {BIN}; md5sum *"
+    before = new_world.shell(programs)
+    outcome = new_world.run(*kind.arguments, through=behind_walls())
+    assert (outcome.status, new_world.version()) == (kind.status, kind.version), outcome
+    assert not re.search("denied|not permitted|Read-only|too large", outcome.stdout + outcome.stderr), outcome
+    assert new_world.shell(f"{programs}; stat -c %U {PREFIX}") == f"{before}root\n"
+
+
+def test_what_the_unit_keeps_from_a_run(world):
+    for file in HIDDEN:
+        world.write(file, "a secret")
+    world.write("/srv/calls.py", REFUSED)
+    seen = world.command(*behind_walls(), "sh", "-c", f"cat {' '.join(HIDDEN)}; /usr/bin/python3 /srv/calls.py")
+    assert seen.stdout == "refused: chroot mknod mlock shmget io_setup keyctl\n", seen
+
+
+def test_the_unit_sets_every_variable_that_it_names():
+    named = {name for line in UNIT["ExecStart"] for name in re.findall(r"(?<!\$)\$(\w+)", line)}
+    assert named == {line.split("=")[0] for line in UNIT.get("Environment", [])}
 
 
 def test_the_unit_writes_text_and_passes_on_status_and_signals(new_world):
-    service = [*command(UNIT["ExecStart"]), "--first", "--second"]
+    service = [*command(UNIT["ExecStart"][0]), "--first", "--second"]
     environment = {"PATH": "/usr/local/bin:/usr/bin:/bin"}
     new_world.program("freshclam", r"echo $*; echo complaint >&2; printf 'half\rwhole\r\nend\r'; exit 3")
     outcome = new_world.command(*service, env=environment)
