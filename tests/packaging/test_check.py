@@ -6,14 +6,15 @@ import typing
 
 import pytest
 
-from testbed import BIN, DATA, Machine
+from testbed import BIN, DATA, PREFIX, Machine
 from testbed.machine import seen_inside
 from testbed.service import ended
 from testbed.world import EXECUTABLE
 
 FRESH = {"VestRUM.cud": 1, "daily.cvd": 1, "main.cvd": 9000, "bytecode.cvd": 9000}
-ALL_FRESH = "VestRUM.cud is 1 h old, daily is 1 h old, main is 9000 h old, bytecode is 9000 h old"
-MEASURED = "VestRUM.cud={0};172800;345600;0 daily={0};172800;345600;0 main={0};;;0 bytecode={0};;;0".format("Ns")
+ALL_FRESH = ("VestRUM.cud is 1 h 0 min old, daily is 1 h 0 min old, main is 375 d 0 h 0 min old, "
+             "bytecode is 375 d 0 h 0 min old")
+MEASURED = "VestRUM.cud={0};187200;345600;0 daily={0};187200;345600;0 main={0};;;0 bytecode={0};;;0".format("Ns")
 
 
 @pytest.fixture(scope="module")
@@ -27,7 +28,7 @@ def check(machine, databases, *arguments, tool=EXECUTABLE, through=(), before=""
     if tool:
         machine.shell(f"ln -s {seen_inside(tool)} /usr/local/sbin/tarnwick")
     for name, hours in databases.items():
-        built = int(time.time()) - hours * 3600 - 60 if isinstance(hours, int) else hours
+        built = int(time.time()) - hours * 3600 - 30 if isinstance(hours, int) else hours
         machine.write(f"{DATA}/{name}", f"ClamAV-VDB:date:7:1:90:X:X:builder:{built}".ljust(512) + "\0\n:data")
     machine.shell(before)
     outcome = machine.command(*through, "/repository/packaging/monitoring/check_tarnwick", *arguments, **more)
@@ -36,17 +37,21 @@ def check(machine, databases, *arguments, tool=EXECUTABLE, through=(), before=""
 
 @pytest.mark.parametrize("changes, arguments, status, text", [
     ({}, [], 0, f"OK - {ALL_FRESH} | {MEASURED}"),
-    ({"daily.cvd": 60}, [], 1, f"WARNING - daily is 60 h old, 12 h past the limit of 48 h | {MEASURED}"),
+    ({"daily.cvd": 60}, [], 1, f"WARNING - daily is 2 d 12 h 0 min old, 8 h 0 min past the limit of 52 h | {MEASURED}"),
     ({"daily.cvd": 60, "daily.cld": 2, "VestRUM.cud": 100}, [], 2,
-     f"CRITICAL - VestRUM.cud is 100 h old, 4 h past the limit of 96 h | {MEASURED}"),
-    ({"VestRUM.cud": 3}, ["-w", "2", "-c", "5"], 1, "WARNING - VestRUM.cud is 3 h old, 1 h past the limit of 2 h | "
-     + MEASURED.replace("172800;345600", "7200;18000")),
+     f"CRITICAL - VestRUM.cud is 4 d 4 h 0 min old, 4 h 0 min past the limit of 96 h | {MEASURED}"),
+    ({"VestRUM.cud": 3}, ["-w", "2", "-c", "5"], 1, "WARNING - VestRUM.cud is 3 h 0 min old, 1 h 0 min past the limit of "
+     "2 h | " + MEASURED.replace("187200;345600", "7200;18000")),
     ({"main.cvd": None}, [], 2, f"CRITICAL - main is missing | {MEASURED.replace('main=Ns;;;0 ', '')}"),
-    ({"bytecode.cvd": "soon", "daily.cvd": 50}, [], 3, "UNKNOWN - the age of bytecode cannot be read, "
-     f"daily is 50 h old, 2 h past the limit of 48 h | {MEASURED.replace(' bytecode=Ns;;;0', '')}"),
-    ({}, ["-r", "8760"], 1, "WARNING - main is 9000 h old, 240 h past the limit of 8760 h, bytecode is 9000 h old, "
-     f"240 h past the limit of 8760 h | {MEASURED.replace(';;;0', ';31536000;;0')}"),
+    ({"bytecode.cvd": "soon", "daily.cvd": 53}, [], 3, "UNKNOWN - the age of bytecode cannot be read, "
+     f"daily is 2 d 5 h 0 min old, 1 h 0 min past the limit of 52 h | {MEASURED.replace(' bytecode=Ns;;;0', '')}"),
+    ({}, ["-r", "8760"], 1, "WARNING - main is 375 d 0 h 0 min old, 10 d 0 h 0 min past the limit of 8760 h, "
+     f"bytecode is 375 d 0 h 0 min old, 10 d 0 h 0 min past the limit of 8760 h | {MEASURED.replace(';;;0', ';31536000;;0')}"),
     ({}, ["-w", "two"], 3, "UNKNOWN - -w takes a whole number of hours, not 'two'"),
+    ({"VestRUM.cud": -47, "daily.cvd": -25, "bytecode.cvd": -23}, [], 2,
+     "CRITICAL - VestRUM.cud is dated in the future, 1 d 22 h 59 min ahead, daily is dated in the future, "
+     "1 d 0 h 59 min ahead | main=Ns;;;0 bytecode=Ns;;;0"),
+    ({}, ["-w", "96"], 0, f"OK - {ALL_FRESH} | {MEASURED.replace('187200', '345600')}"),
     ({}, ["-w", "97"], 3, "UNKNOWN - the limit for WARNING, 97 h, is above that for CRITICAL, 96 h"),
 ], ids=str)
 def test_one_line_and_a_status(machine, changes, arguments, status, text):
@@ -62,14 +67,15 @@ def test_without_the_tool_nothing_is_known(machine):
 MOVED = f"mkdir -p /etc/default; echo 'TARNWICK_ARGUMENTS=\"--quiet --datadir=/data\"' >/etc/default/tarnwick"
 NOBODY = ["setpriv", "--reuid=nobody", "--clear-groups"]
 DETAILS = """\
-VestRUM.cud       version 7, built DATE, 1 h ago
-daily             version 7, built DATE, 1 h ago
-main              version 7, built DATE, 9000 h ago
-bytecode          version 7, built DATE, 9000 h ago
-Last runs         ended DATE, 0 h ago, exited (0)
+VestRUM.cud       version 7, built DATE, 1 h 0 min ago
+daily             version 7, built DATE, 1 h 0 min ago
+main              version 7, built DATE, 375 d 0 h 0 min ago
+bytecode          version 7, built DATE, 375 d 0 h 0 min ago
+Last runs         ended DATE, 0 min ago, exited (0)
 Next run          Mon 2026-11-23 08:11:05 UTC
 Installation      /usr/local/vestRum, in order; databases in /usr/local/vestRum/share/clamav
 """
+WELL = "All is well: every database is there, and none is too old.\n\n"
 UNHEALTHY = "No database is too old, but not all is well:\n"
 LAY_OUT = "put it in order: sudo /usr/local/lib/tarnwick/provision"
 
@@ -92,10 +98,21 @@ def long(machine, before="", changes=(), through=(), status=0):
 
 
 def test_all_is_well(installed):
-    assert long(installed) == f"All is well: every database is there, and none is too old.\n\n{DETAILS}"
+    assert long(installed) == f"{WELL}{DETAILS}"
     moved = f"{MOVED}; mkdir /data; mv {DATA}/* /data; touch -d '3 hours ago' /data/Vestrum.database"
-    assert long(installed, moved) == "All is well: every database is there, and none is too old.\n\n" + DETAILS.replace(
-        f"in {DATA}", "in /data").replace("Last", "Vestrum.database  dated DATE, 3 h ago\nLast")
+    assert long(installed, moved) == WELL + DETAILS.replace(
+        f"in {DATA}", "in /data").replace("Last", "Vestrum.database  dated DATE, 3 h 0 min ago\nLast")
+
+
+@pytest.mark.parametrize("status", [1, 62])
+def test_how_the_service_judges_a_run(installed, status):
+    ended(installed, status)
+    told = DETAILS.replace("exited (0)\n", f"exited (0)\n{'':18}ended DATE, 0 min ago, exited ({status})\n")
+    assert long(installed) == (f"{WELL}{told}" if status == 1 else f"""{UNHEALTHY}\
+- The last run of the service failed (exit-code {status}):
+    see EXIT STATUS in tarnwick(8), and: sudo journalctl -u tarnwick.service
+
+{told}""")
 
 
 class Trouble(typing.NamedTuple):
@@ -107,13 +124,20 @@ class Trouble(typing.NamedTuple):
     status: int = 0
 
 
+AHEAD = "if the clock is right (timedatectl), have it fetched afresh: sudo rm"
 BAD = "not all databases are what they should be:\n"
 FETCH = "have it fetched, and read what is said: sudo tarnwick"
 BUILD = "cd /usr/local/lib; rm tarnwick; mkdir tarnwick; echo {} | tr ' ' '\\n' | sed 's/:/: /' >tarnwick/build"
 TROUBLES = {
     "old": Trouble(status=2, changes={"daily.cvd": 100}, told=f"""CRITICAL - {BAD}\
-- daily is 100 h old; more than 96 h are too much:
+- daily is 4 d 4 h 0 min old; more than 96 h are too much:
     see what keeps it from being updated: sudo tarnwick
+"""),
+    "in the future": Trouble(status=2, changes={"VestRUM.cud": -30, "main.cvd": -9000}, told=f"""CRITICAL - {BAD}\
+- VestRUM.cud is dated in the future, so that its age is not known:
+    {AHEAD} {DATA}/VestRUM.cud; sudo tarnwick
+- main is dated in the future, so that its age is not known:
+    {AHEAD} {DATA}/main.cvd; sudo tarnwick
 """),
     "missing": Trouble(status=2, before=f"rm {DATA}/[Vm]*", told=f"""CRITICAL - {BAD}\
 - VestRUM.cud is missing:
@@ -160,11 +184,11 @@ TROUBLES = {
 - No run is to come:
     switch them on: sudo systemctl enable --now tarnwick.timer
 """),
-    "run": Trouble(before="echo $(($(date +%s) - 180001)) exit-code exited 62 >>/var/log/tarnwick/runs",
+    "run": Trouble(before="echo $(($(date +%s) - 187801)) exit-code exited 62 >>/var/log/tarnwick/runs",
                    told=f"""{UNHEALTHY}\
 - The last run of the service failed (exit-code 62):
     see EXIT STATUS in tarnwick(8), and: sudo journalctl -u tarnwick.service
-- The last run of the service ended 50 h ago:
+- The last run of the service ended 2 d 4 h 10 min ago:
     see what keeps it from running: systemctl status tarnwick.timer tarnwick.service
 """),
     "example host": Trouble(before=BUILD.format("content-host:a.example.org link-host:b.example"), told=f"""{UNHEALTHY}\
@@ -182,6 +206,17 @@ TROUBLES = {
 def test_what_is_wrong_and_what_to_do(installed, trouble):
     seen = long(installed, trouble.before, trouble.changes, trouble.through, trouble.status)
     assert seen.startswith(trouble.told + "\n")
+
+
+@pytest.mark.parametrize("before, changed", [
+    ("rm -r /var/log/tarnwick", ("ended DATE, 0 min ago, exited (0)", "none of the service is noted")),
+    (rf"printf 'ClamAV-VDB:date:\033]0;8\007\233:1:90:X:X:builder:%s\n' $(($(date +%s) - 3630)) >{DATA}/daily.cvd", (
+        "daily             version 7", "daily             version ?]0;8??")),
+    (f"chmod 600 {PREFIX}/etc/freshclam.conf", ("", "")),
+], ids=["before the first run", "characters that a terminal obeys", "a password"])
+def test_well_all_the_same(installed, before, changed):
+    told = long(installed, before, through=NOBODY if "chmod" in before else ())
+    assert told == WELL + DETAILS.replace(*changed)
 
 
 def test_what_it_tells_of_the_build_is_in_the_build(installed):
