@@ -11,7 +11,7 @@ for _line in (EXECUTABLE.parent / "packaging/tarnwick.service").read_text(encodi
     if _setting := re.fullmatch(r"(\w+)=(.*)", _line):
         UNIT.setdefault(_setting[1], []).append(_setting[2])
 
-# Nothing can be written but what is named, and of that not what is named again. What is hidden looks empty.
+# Only what is named can be written, except what is named again as readable. What is hidden looks empty.
 WALLS = """
 mkdir -p /var/lib/tarnwick /run/hidden
 touch /run/empty
@@ -40,7 +40,7 @@ def as_the_service():
 
 
 def system_calls():
-    """The names of those that the unit allows."""
+    """The names of the system calls that the unit allows."""
     told = subprocess.run(["systemd-analyze", "syscall-filter"], check=True, capture_output=True, text=True).stdout
     groups = {group.split(maxsplit=1)[0]: re.findall(r"(?m)^    ([-@\w]+)$", group)
               for group in re.split(r"\n(?=@)", told)}
@@ -56,7 +56,7 @@ def system_calls():
 
 
 def behind_walls():
-    """The command that starts a program with what systemd leaves to the unit's; stand-ins take notes in /srv."""
+    """The command that starts a program confined as the unit is; stand-ins still write their notes to /srv."""
     writable = " ".join(["/srv", "/tmp", "/var/lib/tarnwick", *paths("ReadWritePaths")])
     readable = " ".join(paths("ReadOnlyPaths"))
     hidden = " ".join(paths("InaccessiblePaths"))

@@ -40,13 +40,15 @@ def check(machine, databases, *arguments, tool=EXECUTABLE, through=(), before=""
     ({"daily.cvd": 60}, [], 1, f"WARNING - daily is 2 d 12 h 0 min old, 8 h 0 min past the limit of 52 h | {MEASURED}"),
     ({"daily.cvd": 60, "daily.cld": 2, "VestRUM.cud": 100}, [], 2,
      f"CRITICAL - VestRUM.cud is 4 d 4 h 0 min old, 4 h 0 min past the limit of 96 h | {MEASURED}"),
-    ({"VestRUM.cud": 3}, ["-w", "2", "-c", "5"], 1, "WARNING - VestRUM.cud is 3 h 0 min old, 1 h 0 min past the limit of "
-     "2 h | " + MEASURED.replace("187200;345600", "7200;18000")),
+    ({"VestRUM.cud": 3}, ["-w", "2", "-c", "5"], 1,
+     "WARNING - VestRUM.cud is 3 h 0 min old, 1 h 0 min past the limit of 2 h | "
+     + MEASURED.replace("187200;345600", "7200;18000")),
     ({"main.cvd": None}, [], 2, f"CRITICAL - main is missing | {MEASURED.replace('main=Ns;;;0 ', '')}"),
     ({"bytecode.cvd": "soon", "daily.cvd": 53}, [], 3, "UNKNOWN - the age of bytecode cannot be read, "
      f"daily is 2 d 5 h 0 min old, 1 h 0 min past the limit of 52 h | {MEASURED.replace(' bytecode=Ns;;;0', '')}"),
     ({}, ["-r", "8760"], 1, "WARNING - main is 375 d 0 h 0 min old, 10 d 0 h 0 min past the limit of 8760 h, "
-     f"bytecode is 375 d 0 h 0 min old, 10 d 0 h 0 min past the limit of 8760 h | {MEASURED.replace(';;;0', ';31536000;;0')}"),
+     f"bytecode is 375 d 0 h 0 min old, 10 d 0 h 0 min past the limit of 8760 h | "
+     f"{MEASURED.replace(';;;0', ';31536000;;0')}"),
     ({}, ["-w", "two"], 3, "UNKNOWN - -w takes a whole number of hours, not 'two'"),
     ({"VestRUM.cud": -47, "daily.cvd": -25, "bytecode.cvd": -23}, [], 2,
      "CRITICAL - VestRUM.cud is dated in the future, 1 d 22 h 59 min ahead, daily is dated in the future, "

@@ -192,11 +192,11 @@ def test_documents_lead_nowhere_that_is_not_installed(package, kit, tmp_path):
 
 
 TAMPERING = f"exec 2>/dev/null; touch {PREFIX}/here {BIN}/there; echo mine >{BIN}/sigtool; true"
-# What the unit hides from a run, some of it in folders.
+# Files that the unit hides from a run, some of them by their folders.
 HIDDEN = ["/etc/shadow", "/etc/gshadow", "/etc/ssh/key", "/etc/ssl/private/key", "/run/systemd/private",
           "/run/dbus/system_bus_socket", "/run/docker.sock", "/run/containerd/containerd.sock",
           "/run/podman/podman.sock"]
-# The calls that its filter refuses, by what a program gets to hear.
+# Prints the names of the calls that the filter refuses.
 REFUSED = """import ctypes, os
 libc = ctypes.CDLL(None, use_errno=True)
 print("refused:", *(name for name, call in {
@@ -207,7 +207,7 @@ print("refused:", *(name for name, call in {
 
 
 class Kind(typing.NamedTuple):
-    """A kind of run: what is made of its world, and how it ends."""
+    """A kind of run: how it ends, and how its world is prepared."""
     status: int
     version: int
     before: typing.Callable = lambda world: None
@@ -261,6 +261,14 @@ def test_what_the_unit_keeps_from_a_run(world):
 def test_the_unit_sets_every_variable_that_it_names():
     named = {name for line in UNIT["ExecStart"] for name in re.findall(r"(?<!\$)\$(\w+)", line)}
     assert named == {line.split("=")[0] for line in UNIT.get("Environment", [])}
+
+
+def test_the_unit_leaves_room_for_the_largest_download():
+    largest = next(int(setting.split("=")[1]) for setting in SETTINGS if "LARGEST_DOWNLOAD" in setting)
+    scanner = 1_600_000_000  # loads all of ClamAV's databases
+    assert int(UNIT["LimitFSIZE"][0]) > largest
+    # A container and its copy are in memory where /tmp is.
+    assert int(UNIT["MemoryMax"][0]) > 2 * largest + scanner
 
 
 def test_the_unit_writes_text_and_passes_on_status_and_signals(new_world):
