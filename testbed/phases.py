@@ -11,7 +11,8 @@ HOLD = "read -r nothing </srv/hold"
 
 
 def behind_another_run(world):
-    other = world.start("flock", "/var/lib/tarnwick", "sh", "-c", "echo locked; exec sleep infinity")
+    world.shell("umask 077; mkdir -p /var/lib/tarnwick; touch /var/lib/tarnwick/lock")
+    other = world.start("flock", "/var/lib/tarnwick/lock", "sh", "-c", "echo locked; exec sleep infinity")
     other.read_until("locked\n")
     return lambda job: job.read_until("Waiting for it to end.\n", "stderr")
 
@@ -41,7 +42,7 @@ def updating(world):
 
 
 def falling_back(world):
-    world.freshclam(*[52] * 8)
+    world.freshclam(*[52] * 10)
     return stalled(world, "GET /dns.txt")
 
 

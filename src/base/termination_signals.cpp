@@ -2,6 +2,11 @@
 
 namespace tarnwick {
 
+bool isIgnored(int signalNumber) {
+  struct sigaction action = {};
+  return ::sigaction(signalNumber, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
 void maskTerminationSignals(int how, sigset_t* before) {
   sigset_t set{};
   sigemptyset(&set);  // a macro on some systems, which bears no "::"

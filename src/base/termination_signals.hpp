@@ -5,8 +5,11 @@
 
 namespace tarnwick {
 
-/// The signals that end a run.
-inline constexpr std::array terminationSignals{SIGTERM, SIGINT, SIGQUIT, SIGABRT};
+/// The signals that end a run; SIGHUP only if the caller does not ignore it.
+inline constexpr std::array terminationSignals{SIGTERM, SIGINT, SIGQUIT, SIGABRT, SIGHUP};
+
+/// Whether this process ignores a signal, as it does when its caller did.
+bool isIgnored(int signalNumber);
 
 /// `how` as pthread_sigmask knows it, for the calling thread. The former mask goes to `before`.
 void maskTerminationSignals(int how, sigset_t* before = nullptr);

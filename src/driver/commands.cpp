@@ -24,13 +24,17 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// What a child program starts with.
-class SpawnSettings {
+/// The wait status of a child whose end nobody saw: no success.
+constexpr int couldNotBeTold = -1;
+
+/// The one child that this program has at a time. While it runs, a termination signal to this
+/// program ends it and its descendants too.
+class Child {
  public:
-  SpawnSettings() { posix_spawn_file_actions_init(&actions_); }
-  SpawnSettings(const SpawnSettings&) = delete;
-  SpawnSettings& operator=(const SpawnSettings&) = delete;
-  ~SpawnSettings() { posix_spawn_file_actions_destroy(&actions_); }
+  Child() { posix_spawn_file_actions_init(&actions_); }
+  Child(const Child&) = delete;
+  Child& operator=(const Child&) = delete;
+  ~Child() { posix_spawn_file_actions_destroy(&actions_); }
 
   void changeFolder(const fs::path& folder) {
     posix_spawn_file_actions_addchdir_np(&actions_, folder.c_str());
@@ -40,9 +44,9 @@ class SpawnSettings {
     posix_spawn_file_actions_adddup2(&actions_, to.get(), descriptor);
   }
 
-  /// 0, or the error number.
-  int spawn(pid_t& child, const std::string& executable,
-            const std::vector<std::string>& arguments) {
+  /// Returns 0 or the error number. A child that was started must be reaped.
+  [[nodiscard]] int start(const std::string& executable,
+                          const std::vector<std::string>& arguments) {
     platform::closeOtherDescriptors(actions_, attributes_.get());
     std::vector<char*> list;
     list.push_back(const_cast<char*>(executable.c_str()));
@@ -50,17 +54,40 @@ class SpawnSettings {
       list.push_back(const_cast<char*>(argument.c_str()));
     }
     list.push_back(nullptr);
-    return ::posix_spawn(&child, executable.c_str(), &actions_, &attributes_.get(), list.data(),
-                         environ);
+    const TerminationDelay untilTheChildIsKnown;
+    const int error = ::posix_spawn(&process_, executable.c_str(), &actions_, &attributes_.get(),
+                                    list.data(), environ);
+    if (error == 0) setChildToTerminate(process_);
+    return error;
+  }
+
+  [[nodiscard]] bool hasEnded() const { return lookForEnd(WNOHANG); }
+
+  /// Waits for the end and returns the wait status.
+  int reap() {
+    // Wait without reaping first, so that the id cannot be reused while the signal handler may
+    // still signal it.
+    lookForEnd(0);
+    setChildToTerminate(0);
+    int status = couldNotBeTold;
+    while (::waitpid(process_, &status, 0) < 0 && errno == EINTR) {
+    }
+    return status;
   }
 
  private:
+  bool lookForEnd(int options) const {
+    siginfo_t ended{};
+    while (::waitid(P_PID, static_cast<id_t>(process_), &ended, WEXITED | WNOWAIT | options) != 0) {
+      if (errno != EINTR) return true;
+    }
+    return ended.si_pid != 0;
+  }
+
   SpawnAttributes attributes_;
   posix_spawn_file_actions_t actions_{};
+  pid_t process_ = 0;
 };
-
-/// The wait status of a child whose end nobody saw: no success.
-constexpr int couldNotBeTold = -1;
 
 struct Pipe {
   FileDescriptor reading;
@@ -72,13 +99,6 @@ Pipe makePipe() {
   if (::pipe(ends.data()) != 0) return {};
   for (const int end : ends) ::fcntl(end, F_SETFD, FD_CLOEXEC);
   return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
-}
-
-int waitFor(pid_t child, int options, int& status) {
-  for (;;) {
-    const pid_t ended = ::waitpid(child, &status, options);
-    if (ended >= 0 || errno != EINTR) return ended;
-  }
 }
 
 int exitStatusOf(int waitStatus) {
@@ -108,23 +128,16 @@ void drainReady(std::array<FileDescriptor, 2>& pipes, std::string* into, int mil
   }
 }
 
-/// Empties the pipes while the child runs, so that it never waits for a reader. A child that has
-/// ended may have left its pipes to a program of its own: that one is not waited for.
-int drainUntilExit(pid_t child, std::array<FileDescriptor, 2>& pipes, std::string* into) {
-  constexpr int lookAgain = 100;  // milliseconds, for a child that closed nothing and ended
-  int status = couldNotBeTold;
+/// Empties the pipes while the child runs, so that it never waits for a reader. Does not wait for
+/// a process to which the child left its pipes.
+void drainUntilEnd(const Child& child, std::array<FileDescriptor, 2>& pipes, std::string* into) {
+  constexpr int lookAgain = 100;  // milliseconds, for a child that ends but leaves its pipes open
   while (pipes[0].isOpen() || pipes[1].isOpen()) {
-    drainReady(pipes, into, lookAgain);
-    if (waitFor(child, WNOHANG, status) == 0) continue;
-    drainReady(pipes, into, 0);  // what a full pipe still held fits in one go
-    return status;
+    // Asked first: what the child wrote before its end is in the pipes by then, and fits in one go.
+    const bool ended = child.hasEnded();
+    drainReady(pipes, into, ended ? 0 : lookAgain);
+    if (ended) return;
   }
-  waitFor(child, 0, status);
-  return status;
-}
-
-int spawnShell(SpawnSettings& settings, pid_t& child, const std::string& commandLine) {
-  return settings.spawn(child, "/bin/sh", {"-c", commandLine});
 }
 
 /// The raw status that the C library's `system` gives where there is no shell.
@@ -136,58 +149,36 @@ int shellNotStarted(int error) {
 }  // namespace
 
 int runShellCommand(const std::string& commandLine) {
-  SpawnSettings settings;
-  pid_t child = 0;
-  if (const int error = spawnShell(settings, child, commandLine)) return shellNotStarted(error);
-  int status = couldNotBeTold;
-  waitFor(child, 0, status);
-  return status;
-}
-
-int runInterruptibleShellCommand(const std::string& commandLine) {
-  SpawnSettings settings;
-  pid_t child = 0;
-  {
-    const TerminationDelay untilTheChildIsKnown;
-    if (const int error = spawnShell(settings, child, commandLine)) return shellNotStarted(error);
-    endWithThisRun(child);
-  }
-  // The number must not be another process's before it is forgotten: look first, then collect.
-  siginfo_t ended{};
-  while (::waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOWAIT) != 0 &&
-         errno == EINTR) {
-  }
-  endWithThisRun(0);
-  int status = couldNotBeTold;
-  waitFor(child, 0, status);
-  return status;
+  Child shell;
+  if (const int error = shell.start("/bin/sh", {"-c", commandLine})) return shellNotStarted(error);
+  return shell.reap();
 }
 
 ToolResult runTool(const ToolRun& run) {
-  SpawnSettings settings;
-  if (run.workingDirectory) settings.changeFolder(*run.workingDirectory);
+  Child child;
+  if (run.workingDirectory) child.changeFolder(*run.workingDirectory);
   Pipe input;
   Pipe output;
   Pipe errors;
   if (run.output == ToolOutput::captured) {
     input = makePipe();
-    settings.redirect(STDIN_FILENO, input.reading);
+    child.redirect(STDIN_FILENO, input.reading);
   }
   if (run.output != ToolOutput::inherited) {
     output = makePipe();
     if (run.output == ToolOutput::dropped) errors = makePipe();
-    settings.redirect(STDOUT_FILENO, output.writing);
-    settings.redirect(STDERR_FILENO, errors.writing.isOpen() ? errors.writing : output.writing);
+    child.redirect(STDOUT_FILENO, output.writing);
+    child.redirect(STDERR_FILENO, errors.writing.isOpen() ? errors.writing : output.writing);
   }
   ToolResult result;
-  pid_t child = 0;
-  if (settings.spawn(child, run.executable, run.arguments) != 0) return result;
+  if (child.start(run.executable, run.arguments) != 0) return result;
   input = {};
   output.writing.reset();
   errors.writing.reset();
   std::array<FileDescriptor, 2> pipes{std::move(output.reading), std::move(errors.reading)};
   const bool captured = run.output == ToolOutput::captured;
-  result.status = exitStatusOf(drainUntilExit(child, pipes, captured ? &result.output : nullptr));
+  drainUntilEnd(child, pipes, captured ? &result.output : nullptr);
+  result.status = exitStatusOf(child.reap());
   return result;
 }
 

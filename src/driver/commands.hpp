@@ -9,12 +9,9 @@ namespace tarnwick {
 
 /// Hands a command line to the system shell as it stands and waits for it. Returns the raw wait
 /// status: the exit status is that value shifted right by eight bits; -1 when the shell could not
-/// be started. Unlike the C library's `system`, leaves this program's signals as they are.
+/// be started. Unlike the C library's `system`, leaves this program's signals as they are: a
+/// termination signal ends the command and its descendants too.
 int runShellCommand(const std::string& commandLine);
-
-/// As runShellCommand, but a termination signal to this program ends the command too, and all that
-/// it has started.
-int runInterruptibleShellCommand(const std::string& commandLine);
 
 /// What becomes of a program's standard output and standard error.
 enum class ToolOutput {
@@ -36,7 +33,8 @@ struct ToolResult {
   std::string output;  ///< only when captured: its first mebibyte
 };
 
-/// Runs a program directly, without a shell, and waits for it to end.
+/// Runs a program directly, without a shell, and waits for it to end. A termination signal to this
+/// program ends it and its descendants too.
 ToolResult runTool(const ToolRun& run);
 
 }  // namespace tarnwick

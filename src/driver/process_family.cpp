@@ -9,45 +9,46 @@
 
 namespace tarnwick {
 
-ProcessFamily::ProcessFamily(pid_t ancestor) {
+ProcessFamily::ProcessFamily(pid_t ancestor) {  // NOLINT(*-member-init): see members_
   if (ancestor <= 0) return;
-  take(ancestor);
-  // One that the system cannot stop at once, on a slow disk say, must not keep the run from ending.
-  constexpr int patience = 100;
+  add(ancestor);
+  // A process that the system cannot stop at once, on a slow disk say, must not keep the run from
+  // ending.
+  constexpr int scansAtMost = 100;
   constexpr int pause = 1;  // milliseconds
-  // Twice: the first look may have been too early to see what somebody started before standing.
-  for (int looks = 0, still = 0; still < 2 && looks < patience; ++looks) {
-    still = standsStill() ? still + 1 : 0;
-    if (still == 0) ::poll(nullptr, 0, pause);
+  // Scan until two scans in a row find nothing new: a process may have forked just before it
+  // stopped.
+  for (int scans = 0, quiet = 0; quiet < 2 && scans < scansAtMost; ++scans) {
+    quiet = adoptNewcomers() ? 0 : quiet + 1;
+    if (quiet == 0) ::poll(nullptr, 0, pause);
   }
 }
 
-void ProcessFamily::end() const {
+void ProcessFamily::terminate() const {
   for (std::size_t i = 0; i < size_; ++i) {
     ::kill(members_[i], SIGTERM);
     ::kill(members_[i], SIGCONT);
   }
 }
 
-/// Takes in who has come since.
-bool ProcessFamily::standsStill() {
-  std::array<pid_t, 1024> processes{};
-  bool still = true;
-  const std::size_t count = platform::listProcesses(processes);
-  for (std::size_t i = 0; i < count; ++i) {
-    const auto seen = platform::lookAtProcess(processes[i]);
+/// Whether a member was new, or is still running.
+bool ProcessFamily::adoptNewcomers() {
+  bool changed = false;
+  platform::ProcessList processes;
+  while (const std::optional<pid_t> process = processes.next()) {
+    const auto seen = platform::lookAtProcess(*process);
     if (!seen) continue;
-    if (has(processes[i])) {
-      still = still && seen->standsStill;
+    if (has(*process)) {
+      changed = changed || !seen->standsStill;
     } else if (has(seen->parent)) {
-      take(processes[i]);
-      still = false;
+      add(*process);
+      changed = true;
     }
   }
-  return still;
+  return changed;
 }
 
-void ProcessFamily::take(pid_t process) {
+void ProcessFamily::add(pid_t process) {
   if (size_ == members_.size()) return;
   members_[size_++] = process;
   ::kill(process, SIGSTOP);

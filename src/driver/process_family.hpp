@@ -7,23 +7,23 @@
 
 namespace tarnwick {
 
-/// A process and everything that descends from it, wherever in being started each of them is.
+/// A process and all its descendants, which may be anywhere between fork and exec.
 /// Safe in a signal handler.
 class ProcessFamily {
  public:
-  /// Stops them all: who stands still starts nobody. `ancestor` is a child of this process that
-  /// has not been waited for, or 0 for nobody.
+  /// Stops every process of the family; a stopped process cannot fork. `ancestor` is a child of
+  /// this process that has not been reaped, or 0 for an empty family.
   explicit ProcessFamily(pid_t ancestor);
 
-  /// Asks them all to end and lets them go on to do so. Does not wait for it.
-  void end() const;
+  /// Sends SIGTERM to every member and lets it continue. Does not wait for its end.
+  void terminate() const;
 
  private:
-  bool standsStill();
-  void take(pid_t process);
+  bool adoptNewcomers();
+  void add(pid_t process);
   [[nodiscard]] bool has(pid_t process) const;
 
-  std::array<pid_t, 64> members_{};
+  std::array<pid_t, 1024> members_;  // NOLINT(*-member-init): the first size_ are set
   std::size_t size_ = 0;
 };
 

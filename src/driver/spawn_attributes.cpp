@@ -2,6 +2,8 @@
 
 #include <csignal>
 
+#include "base/termination_signals.hpp"
+
 namespace tarnwick {
 
 SpawnAttributes::SpawnAttributes() {
@@ -9,7 +11,7 @@ SpawnAttributes::SpawnAttributes() {
   sigset_t reset{};
   sigset_t none{};
   sigfillset(&reset);
-  sigdelset(&reset, SIGHUP);
+  if (isIgnored(SIGHUP)) sigdelset(&reset, SIGHUP);
   sigemptyset(&none);
   posix_spawnattr_setsigdefault(&attributes_, &reset);
   posix_spawnattr_setsigmask(&attributes_, &none);

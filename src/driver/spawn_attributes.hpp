@@ -4,8 +4,8 @@
 
 namespace tarnwick {
 
-/// How every child starts: default signal dispositions, no signal blocked. Only a hang-up that the
-/// caller ignores stays ignored, so that `nohup` holds for the children too.
+/// How every child starts: default signal dispositions, no signal blocked. Only a hang-up that this
+/// program ignores stays ignored, so that `nohup` protects the children too.
 class SpawnAttributes {
  public:
   SpawnAttributes();

@@ -20,7 +20,8 @@ namespace {
 struct {
   std::atomic<const RunContext*> run{nullptr};  ///< all are set before any handler is
   std::atomic<const posix_spawnattr_t*> childAttributes{nullptr};
-  std::atomic<pid_t> command{0};
+  std::atomic<pid_t> child{0};
+  std::atomic<bool> sparesOtherRuns{false};
 } interrupted;
 
 /// A reader that has stopped reading must not keep the run from ending.
@@ -61,10 +62,11 @@ void killEveryFreshclam() {
 
 void killFreshclamAndExit(int /*signalNumber*/) {
   announce();
-  // Ours may be too young to have the name that the others are found by.
-  const ProcessFamily ours(interrupted.command);
-  killEveryFreshclam();
-  ours.end();
+  // Stopped before the search: our own child may not have exec'd freshclam yet, so it cannot be
+  // found by name.
+  const ProcessFamily ours(interrupted.child);
+  if (!interrupted.sparesOtherRuns) killEveryFreshclam();
+  ours.terminate();
   ::_exit(255);
 }
 
@@ -75,24 +77,34 @@ TerminationHandlers::TerminationHandlers(const RunContext& context) {
   action.sa_handler = killFreshclamAndExit;
   // No second signal may cut the first one's work short.
   sigfillset(&action.sa_mask);
-  for (const int number : terminationSignals) ::sigaction(number, &action, nullptr);
+  for (const int number : terminationSignals) {
+    if (number != SIGHUP || !isIgnored(SIGHUP)) ::sigaction(number, &action, nullptr);
+  }
   // The caller may have started us with some of them blocked.
   maskTerminationSignals(SIG_UNBLOCK);
-  struct sigaction ignore = {};
-  ignore.sa_handler = SIG_IGN;
-  ::sigaction(SIGPIPE, &ignore, nullptr);
   // A caller that ignores it would otherwise keep us from learning how our children ended.
   struct sigaction standard = {};
   standard.sa_handler = SIG_DFL;
   ::sigaction(SIGCHLD, &standard, nullptr);
+  struct sigaction ignore = {};
+  ignore.sa_handler = SIG_IGN;
+  for (const int number : {SIGXFSZ, SIGPIPE}) ::sigaction(number, &ignore, nullptr);
 }
 
 TerminationHandlers::~TerminationHandlers() {
   maskTerminationSignals(SIG_BLOCK);
 }
 
-void endWithThisRun(pid_t command) {
-  interrupted.command = command;
+void setChildToTerminate(pid_t child) {
+  interrupted.child = child;
+}
+
+OtherRunsSpared::OtherRunsSpared() {
+  interrupted.sparesOtherRuns = true;
+}
+
+OtherRunsSpared::~OtherRunsSpared() {
+  interrupted.sparesOtherRuns = false;
 }
 
 }  // namespace tarnwick

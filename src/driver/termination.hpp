@@ -7,14 +7,15 @@
 
 namespace tarnwick {
 
-/// Ends the run with status 255 on a termination signal, after killing every running `freshclam`.
-/// Neither waits for nor cleans up what was interrupted. Safe at any moment: it calls nothing but
-/// what a signal handler may.
+/// Ends the run with status 255 on a termination signal, after ending the run's own child with its
+/// descendants and killing every running `freshclam`. Neither waits for nor cleans up what was
+/// interrupted. Calls only functions that are safe in a signal handler.
 [[noreturn]] void killFreshclamAndExit(int signalNumber);
 
-/// While it lives, killFreshclamAndExit handles signals 15, 2, 3 and 6, and a closed standard
-/// output is no signal but a failed write. When it goes the run is over: a signal that comes too
-/// late no longer changes how it ended. `context` must outlive it.
+/// While it lives, killFreshclamAndExit handles signals 15, 2, 3 and 6, and 1 unless the caller
+/// ignores it. A closed standard output and a file that reaches the caller's limit are failed
+/// writes instead of signals. From its destruction on the signals stay blocked, so that a late one
+/// no longer changes the exit status. `context` must outlive it.
 class TerminationHandlers {
  public:
   explicit TerminationHandlers(const RunContext& context);
@@ -26,8 +27,18 @@ class TerminationHandlers {
   SpawnAttributes childAttributes_;  ///< for the handler, which could not make them
 };
 
-/// Makes a termination signal end this child too, and all that it has started; 0 for none. The
-/// child must not be waited for before it is withdrawn.
-void endWithThisRun(pid_t command);
+/// Makes a termination signal end this child and its descendants too; 0 for no child. Requires
+/// that the child is not reaped before it is withdrawn, so that its id cannot be reused.
+void setChildToTerminate(pid_t child);
+
+/// While it lives, a termination signal ends this run only. Another run is at work then, and its
+/// `freshclam` must go on.
+class OtherRunsSpared {
+ public:
+  OtherRunsSpared();
+  OtherRunsSpared(const OtherRunsSpared&) = delete;
+  OtherRunsSpared& operator=(const OtherRunsSpared&) = delete;
+  ~OtherRunsSpared();
+};
 
 }  // namespace tarnwick

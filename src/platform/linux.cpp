@@ -118,23 +118,36 @@ void keepNewest(std::span<pid_t> processes, std::size_t& count, pid_t process) {
 
 }  // namespace
 
-std::size_t listProcesses(std::span<pid_t> processes) {
-  const FileDescriptor folder(::open("/proc", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!folder.isOpen()) return 0;
-  std::size_t count = 0;
-  alignas(DirectoryEntry) std::array<char, 8192> buffer;  // NOLINT(*-member-init): read fills it
+ProcessList::ProcessList()  // NOLINT(*-member-init): next fills the buffer
+    : folder_(::open("/proc", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
+
+ProcessList::~ProcessList() {
+  if (folder_ >= 0) ::close(folder_);
+}
+
+std::optional<pid_t> ProcessList::next() {
+  if (folder_ < 0) return std::nullopt;
   for (;;) {
-    const long filled = ::syscall(SYS_getdents64, folder.get(), buffer.data(), buffer.size());
-    if (filled <= 0) return count;
-    for (long position = 0; position < filled;) {
-      const char* const start = buffer.data() + position;
-      std::uint16_t length = 0;
-      std::memcpy(&length, start + offsetof(DirectoryEntry, length), sizeof length);
-      const pid_t process = processNamed(start + offsetof(DirectoryEntry, name));
-      if (process > 0) keepNewest(processes, count, process);
-      position += length;
+    if (position_ == end_) {
+      const long filled = ::syscall(SYS_getdents64, folder_, buffer_.data(), buffer_.size());
+      if (filled <= 0) return std::nullopt;
+      position_ = 0;
+      end_ = static_cast<std::size_t>(filled);
     }
+    const char* const start = buffer_.data() + position_;
+    std::uint16_t length = 0;
+    std::memcpy(&length, start + offsetof(DirectoryEntry, length), sizeof length);
+    position_ += length;
+    const pid_t process = processNamed(start + offsetof(DirectoryEntry, name));
+    if (process > 0) return process;
   }
+}
+
+std::size_t listProcesses(std::span<pid_t> processes) {
+  std::size_t count = 0;
+  ProcessList all;
+  while (const std::optional<pid_t> process = all.next()) keepNewest(processes, count, *process);
+  return count;
 }
 
 namespace {

@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <memory>
 #include <sstream>
@@ -112,6 +113,25 @@ bool defaultRouteIsUsable() {
          (flags & kSCNetworkReachabilityFlagsConnectionRequired) == 0;
 }
 #pragma clang diagnostic pop
+
+// The kernel fills the buffer with the newest ids. It runs far fewer processes than fit.
+ProcessList::ProcessList() {  // NOLINT(*-member-init): the kernel fills the buffer
+  const int bytes =
+      ::proc_listpids(PROC_ALL_PIDS, 0, buffer_.data(), static_cast<int>(buffer_.size()));
+  if (bytes > 0) end_ = static_cast<std::size_t>(bytes);
+}
+
+ProcessList::~ProcessList() = default;
+
+std::optional<pid_t> ProcessList::next() {
+  pid_t process = 0;
+  while (process == 0) {
+    if (end_ - position_ < sizeof process) return std::nullopt;
+    std::memcpy(&process, buffer_.data() + position_, sizeof process);
+    position_ += sizeof process;
+  }
+  return process;
+}
 
 // The kernel lists the newest processes first and stops when the buffer is full.
 std::size_t listProcesses(std::span<pid_t> processes) {

@@ -3,6 +3,7 @@
 #include <spawn.h>
 #include <sys/types.h>
 
+#include <array>
 #include <cstddef>
 #include <filesystem>
 #include <map>
@@ -34,6 +35,24 @@ void releaseTemporaryDirectory(const std::filesystem::path& directory);
 
 /// Whether a default route exists that can be used as it stands. Sends nothing.
 bool defaultRouteIsUsable();
+
+/// Goes through the ids of all processes once. Safe in a signal handler.
+class ProcessList {
+ public:
+  ProcessList();
+  ProcessList(const ProcessList&) = delete;
+  ProcessList& operator=(const ProcessList&) = delete;
+  ~ProcessList();
+
+  /// None at the end, and where the system lists no processes.
+  std::optional<pid_t> next();
+
+ private:
+  [[maybe_unused]] int folder_ = -1;  ///< on systems that list processes as files
+  std::size_t position_ = 0;
+  std::size_t end_ = 0;
+  alignas(8) std::array<char, 65536> buffer_;  // NOLINT(*-member-init): filled by the system
+};
 
 /// Fills `processes` with the ids of running processes and returns how many these are. Where there
 /// are more than fit, the oldest are left out. Safe in a signal handler.

@@ -56,7 +56,7 @@ constexpr auto recoveryLadder = std::to_array<Rung>({
 });
 
 int runFreshclam(const RunContext& context) {
-  return runInterruptibleShellCommand(context.freshclamCommand);
+  return runShellCommand(context.freshclamCommand);
 }
 
 }  // namespace

@@ -126,6 +126,10 @@ MACHINES = {
         command=f"{TOOL} --remove-old-first --quiet --log=/srv/log; stat -c %F /srv/log"),
     "closed output": BadMachine("", command=f"exec {TOOL} >&- 2>&-"),
     "full output": BadMachine("", command=f"exec {TOOL} >/dev/full"),
+    "no room in any file": BadMachine(
+        ORDINARY.replace("freshclam -", f"Downloaded main.cvd from {MIRROR}\nfreshclam -"),
+        spoil=f"rm {DATA}/main.cvd; head -c 9999 /dev/zero >/srv/vendor/mirror/main.cvd",
+        command=f"ulimit -f 4; exec {TOOL}"),
     "broken output": BadMachine("", command=f"exec 3> >(exec true); wait $!; exec {TOOL} >&3", freshclam="exit 0"),
     "not root": BadMachine(status=7, command=f"exec setpriv --reuid=65534 --regid=65534 --clear-groups {TOOL}",
                            freshclam="echo freshclam $*; exit 7",
