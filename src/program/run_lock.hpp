@@ -4,7 +4,8 @@
 
 namespace tarnwick {
 
-/// Keeps a second run waiting while this one lives. It goes with the process, however that ends.
+/// Keeps a second run waiting while this one lives. The kernel releases it with the process,
+/// however that ends. The lock is on a file that no other user can open.
 class RunLock {
  public:
   /// Waits, and says so on standard error, while another run holds the lock. Without the rights
@@ -12,9 +13,9 @@ class RunLock {
   static RunLock acquire();
 
  private:
-  explicit RunLock(FileDescriptor folder) : folder_(std::move(folder)) {}
+  explicit RunLock(FileDescriptor file) : file_(std::move(file)) {}
 
-  FileDescriptor folder_;
+  FileDescriptor file_;
 };
 
 }  // namespace tarnwick

@@ -13,7 +13,8 @@ KEEP = "echo theirs >{0}/Vestrum.database; mkdir {0}/VestRUMdefs; echo theirs >{
 
 class Trick(NamedTuple):
     script: str  # what they do before the run
-    usual: bool = True  # the usual temporary folder is still to be had
+    usual: bool = True  # the usual temporary folder can still be used
+    open_folder: bool = False  # the lock's folder was made with a mode that lets everybody in
 
 
 TRICKS = {
@@ -25,7 +26,12 @@ TRICKS = {
     "a spare folder is theirs": Trick(
         "mkdir -m 777 /tmp/tarnwick-0-AAAAAA; " + KEEP.format("/tmp/tarnwick-0-AAAAAA")),
     "a spare folder leads to root's": Trick("ln -s /etc /tmp/tarnwick-0-AAAAAA"),
-    "the lock is theirs to take": Trick("! flock -n /var/lib/tarnwick true 2>/dev/null"),
+    "they hold the folder of the lock": Trick(
+        "flock -n /var/lib/tarnwick sleep infinity >/dev/null 2>&1 & sleep 0.1", open_folder=True),
+    "they hold a file in the lock's place": Trick(
+        "flock -n /var/lib/tarnwick/lock sleep infinity >/dev/null 2>&1 & sleep 0.1", open_folder=True),
+    "a link in the lock's place": Trick("ln -s /etc/shadow /var/lib/tarnwick/lock", open_folder=True),
+    "a pipe in the lock's place": Trick("mkfifo /var/lib/tarnwick/lock", open_folder=True),
     "they run it themselves": Trick(f"{TOOL} --datadir=/etc --remove-old-first >/dev/null 2>&1 || true"),
 }
 OUTSIDE = f"find /etc {BIN} /usr/local/bin -exec stat -c '%N %A %U:%G %s %Y' {{}} + | sort"
@@ -35,7 +41,7 @@ LEFT = "find /tmp -mindepth 1 -user 65534 -printf '%p %l %m\\n' | sort; cat /tmp
 @pytest.mark.parametrize("trick", TRICKS.values(), ids=TRICKS)
 def test_what_they_leave_lying_about_changes_nothing(world, trick):
     world.install(1)
-    world.shell("install -d -m 700 /var/lib/tarnwick")
+    world.shell(f"install -d -m {777 if trick.open_folder else 700} /var/lib/tarnwick")
     world.remember({})
     assert world.command(*THEIRS, "sh", "-euc", f"umask 0; {trick.script}").status == 0
     before = world.shell(OUTSIDE), world.shell(LEFT)
@@ -47,6 +53,8 @@ def test_what_they_leave_lying_about_changes_nothing(world, trick):
         1, BANNER + NEWER.format(local=1, available=3) + SCRIPTS + SOUND + INSTALLED + FRESHCLAM, "")
     assert (world.shell(OUTSIDE), world.shell(LEFT), world.version()) == (*before, 3)
     assert world.shell("find /tmp -mindepth 1 ! -user 65534") == ""
+    assert world.shell("cd /var/lib/tarnwick; stat -c '%F %U %a' . lock") == (
+        "directory root 700\nregular empty file root 600\n")
 
 
 @pytest.mark.parametrize("lay", ["mkfifo VestRUM.cud", "mkfifo VestRUM.cud; ln -s /etc/shadow Vestrum.database"])

@@ -8,6 +8,7 @@ import os
 import pathlib
 import re
 import signal
+import subprocess
 import termios
 
 import pytest
@@ -261,6 +262,18 @@ def test_what_is_remembered_is_on_the_disk_before(world):
     # Both switches of the configuration, each before anything else is synced.
     switched = ["rename edits", "sync tarnwick", "sync real.conf", "sync real", "delete edits"]
     assert [steps[start:start + 5] for start, step in enumerate(steps) if step == switched[0]] == [switched] * 2
+
+
+def test_a_run_of_an_earlier_release_is_waited_for(world):
+    """That one locks the folder."""
+    world.shell("chmod 700 /var/lib/tarnwick")
+    earlier = world.start("flock", "/var/lib/tarnwick", "sh", "-c", "echo locked; read -r nothing",
+                          stdin=subprocess.PIPE)
+    earlier.read_until("locked\n")
+    job = world.launch()
+    job.read_until("Waiting for it to end.\n", "stderr")
+    earlier.end()
+    assert world.finish(job) == Outcome(0, BANNER + CURRENT + UNCHANGED + FRESHCLAM, "")
 
 
 def test_the_second_of_two_runs_waits(world):
