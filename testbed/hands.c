@@ -5,7 +5,7 @@
  * a loss of power depends on goes to the file TARNWICK_TEST_RECORD: each renaming, deletion and bringing to the disk,
  * with the last part of the path. Of the calls of the kind TARNWICK_TEST_CALL ("open", "write", "fsync", "rename",
  * "unlink" or "fork"), number TARNWICK_TEST_NTH fails with the error TARNWICK_TEST_ERROR, and is recorded as "fail". No
- * call of a child fails. */
+ * call of a child fails. Files in sticky folders are protected as on Debian. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
@@ -184,19 +184,37 @@ int remove(const char *path)
     return fails("unlink", path) ? -1 : (RECORDED("delete", path) REAL(remove)(path));
 }
 
+/* As the kernel does where fs.protected_regular is 2, which no private machine has a setting of its own for. */
+static int is_protected(int folder, const char *path, int flags)
+{
+    struct stat file, around;
+    char parent[4096];
+    if (!(flags & O_CREAT) || fstatat(folder, path, &file, flags & O_NOFOLLOW ? AT_SYMLINK_NOFOLLOW : 0) != 0)
+        return 0;
+    snprintf(parent, sizeof parent, "%s", path);
+    char *last = strrchr(parent, '/');
+    strcpy(last ? last + (last == parent) : parent, last ? "" : ".");
+    return S_ISREG(file.st_mode) && file.st_uid != geteuid() && fstatat(folder, parent, &around, 0) == 0 &&
+           around.st_mode & S_ISVTX && around.st_mode & (S_IWGRP | S_IWOTH) && around.st_uid != file.st_uid;
+}
+
 /* Nor has an opening, which changes no file that is there. */
-#define OPEN(name, parameters, ...)                                             \
+#define OPEN(name, parameters, at, ...)                                         \
     int name parameters                                                         \
     {                                                                           \
         va_list rest;                                                           \
         va_start(rest, flags);                                                  \
         mode_t mode = flags & (O_CREAT | O_TMPFILE) ? va_arg(rest, mode_t) : 0; \
         va_end(rest);                                                           \
+        if (is_protected(at, path, flags)) {                                    \
+            errno = EACCES;                                                     \
+            return -1;                                                          \
+        }                                                                       \
         return fails("open", path) ? -1 : REAL(name)(__VA_ARGS__, mode);        \
     }
 
-OPEN(open, (const char *path, int flags, ...), path, flags)
-OPEN(openat, (int folder, const char *path, int flags, ...), folder, path, flags)
+OPEN(open, (const char *path, int flags, ...), AT_FDCWD, path, flags)
+OPEN(openat, (int folder, const char *path, int flags, ...), folder, folder, path, flags)
 
 FILE *fopen(const char *path, const char *mode)
 {

@@ -9,7 +9,7 @@ void writeMessage(const RunContext& context, std::string_view format, const std:
   // Callers rely on this rule, although no message of this program begins so: the progress of a
   // definitions file is written by the downloader, past this function.
   const bool belongsInLog = !format.starts_with("Downloading Vestrum");
-  if (context.logEnabled && belongsInLog) context.logFile.append(line);
+  if (belongsInLog) context.logFile.append(line);
 }
 
 }  // namespace tarnwick

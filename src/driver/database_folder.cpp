@@ -67,11 +67,7 @@ void fixDatabasePermissions(const RunContext& context) {
     runShellCommand(
         fmt::format("{}chmod 0664 {}/*", commandToBecomeClamav(), context.dataDirectory));
   }
-  if (!context.logEnabled || !context.logPath) return;
-  // Where a link can be put between the commands, root must not be led to another file by it.
-  if (othersCanPlaceLink(*context.logPath)) return openLogToAll(*context.logPath);
-  runShellCommand(fmt::format("touch {}", *context.logPath));
-  runShellCommand(fmt::format("chmod a+rw {}", *context.logPath));
+  context.logFile.openToAll();
 }
 
 }  // namespace tarnwick

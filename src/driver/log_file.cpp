@@ -1,58 +1,70 @@
 #include "driver/log_file.hpp"
 
 #include <fcntl.h>
+#include <fmt/format.h>
+#include <grp.h>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <filesystem>
+#include <cerrno>
+#include <system_error>
 
-#include "base/file_descriptor.hpp"
+#include "base/platform_log.hpp"
+#include "driver/commands.hpp"
+#include "driver/log_place.hpp"
 
 namespace tarnwick {
-
 namespace {
 
-constexpr mode_t openToAll = 0666;
+/// By commands on the path where only root can change what it leads to, else on the open file.
+void openLogToAll(const std::string& path, bool giveToClamav) {
+  const auto found = LogPlace::find(path);
+  const auto* const place = std::get_if<LogPlace>(&found);
+  if (place == nullptr) return;
+  if (place->isOursAlone()) {
+    runShellCommand(fmt::format("touch {}", path));
+    if (giveToClamav) runShellCommand(fmt::format("chown clamav:clamav {}", path));
+    runShellCommand(fmt::format("chmod a+rw {}", path));
+    return;
+  }
+  const FileDescriptor file = place->openOrMake(O_RDONLY);
+  struct stat status = {};
+  if (!file.isOpen() || ::fstat(file.get(), &status) != 0) return;
+  ::futimens(file.get(), nullptr);
+  ::fchmod(file.get(), (status.st_mode & 07777) | 0666);
+  if (!giveToClamav) return;
+  // NOLINTBEGIN(concurrency-mt-unsafe): no other thread looks up users
+  const passwd* const user = ::getpwnam("clamav");
+  const group* const members = ::getgrnam("clamav");
+  // NOLINTEND(concurrency-mt-unsafe)
+  if (user == nullptr || members == nullptr) return;
+  [[maybe_unused]] const int owned = ::fchown(file.get(), user->pw_uid, members->gr_gid);
+}
 
-/// A log that is made here is open to all at once: `freshclam` writes to it as a user of its own.
-FileDescriptor openOrMake(const std::string& path) {
-  // A named pipe without a reader would keep the run waiting.
-  const int following = othersCanPlaceLink(path) ? O_NOFOLLOW : 0;
-  const int flags = O_WRONLY | O_CREAT | O_APPEND | O_NONBLOCK | O_CLOEXEC | following;
-  FileDescriptor made(::open(path.c_str(), flags | O_EXCL, openToAll));
-  if (!made.isOpen()) return FileDescriptor(::open(path.c_str(), flags, openToAll));
-  ::fchmod(made.get(), openToAll);
-  return made;
+void removeLog(const std::string& path) {
+  const auto found = LogPlace::find(path, LogPlace::LastLink::kept);
+  if (const auto* const place = std::get_if<LogPlace>(&found)) place->remove();
+}
+
+bool isStream(const std::string& path) {
+  const auto found = LogPlace::find(path);
+  const auto* const place = std::get_if<LogPlace>(&found);
+  return place != nullptr && place->isStream();
 }
 
 }  // namespace
 
-bool othersCanPlaceLink(const std::string& path) {
-  const std::filesystem::path folder = std::filesystem::path(path).parent_path();
-  struct stat status = {};
-  if (::stat(folder.empty() ? "." : folder.c_str(), &status) != 0) return false;
-  const bool ours = status.st_uid == 0 || status.st_uid == ::geteuid();
-  const bool shared = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
-  return !ours || (shared && (status.st_mode & S_ISVTX) == 0);
-}
-
-void openLogToAll(const std::string& path) {
-  const FileDescriptor file(
-      ::open(path.c_str(), O_RDONLY | O_CREAT | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC, openToAll));
-  struct stat status = {};
-  if (!file.isOpen() || ::fstat(file.get(), &status) != 0) return;
-  ::futimens(file.get(), nullptr);
-  ::fchmod(file.get(), (status.st_mode & 07777) | openToAll);
+void beginLogAnew(const std::string& path) {
+  removeLog(path);
+  openLogToAll(path, true);
 }
 
 void LogFile::open(const std::string& path) {
   close();
-  FileDescriptor file = openOrMake(path);
-  struct stat status = {};
-  if (!file.isOpen() || ::fstat(file.get(), &status) != 0) return;
-  // A pipe stays as it is, so that append can tell when it is full.
-  if (!S_ISFIFO(status.st_mode)) ::fcntl(file.get(), F_SETFL, O_APPEND);
-  descriptor_ = file.release();
+  path_ = path;
+  failureIsReported_ = false;
+  takeBack();
 }
 
 void LogFile::append(std::string_view line) const {
@@ -61,10 +73,55 @@ void LogFile::append(std::string_view line) const {
   if (descriptor >= 0) writeFully(descriptor, line, patience);
 }
 
+void LogFile::handOver() {
+  // Cleared first: the signal handler must never write to a number that means another file.
+  descriptor_ = -1;
+  if (isRegular_) file_.reset();
+}
+
+void LogFile::takeBack() {
+  if (!path_) return;
+  const std::string failure = file_.isOpen() ? std::string() : reopen();
+  descriptor_ = file_.get();
+  if (failure.empty() || failureIsReported_) return;
+  failureIsReported_ = true;
+  platformLog(fmt::format("The log {} is not written: {}", *path_, failure));
+}
+
+/// Returns why it failed; empty on success.
+std::string LogFile::reopen() {
+  const auto found = LogPlace::find(*path_);
+  if (const auto* const refusal = std::get_if<std::string>(&found)) return *refusal;
+  FileDescriptor file = std::get<LogPlace>(found).openOrMake(O_WRONLY | O_APPEND);
+  struct stat status = {};
+  if (!file.isOpen() || ::fstat(file.get(), &status) != 0) {
+    return std::error_code(errno, std::generic_category()).message();
+  }
+  isRegular_ = S_ISREG(status.st_mode);
+  // A pipe stays as it is, so that append can tell when it is full.
+  if (!S_ISFIFO(status.st_mode)) ::fcntl(file.get(), F_SETFL, O_APPEND);
+  file_ = std::move(file);
+  return {};
+}
+
+void LogFile::beginAnew() {
+  if (!path_) return;
+  handOver();
+  if (isStream(*path_)) {
+    openLogToAll(*path_, true);
+  } else {
+    beginLogAnew(*path_);
+  }
+  takeBack();
+}
+
+void LogFile::openToAll() const {
+  if (path_) openLogToAll(*path_, false);
+}
+
 void LogFile::close() {
-  // Forgotten first: the signal handler must never write to a number that means another file.
-  const int descriptor = descriptor_.exchange(-1);
-  if (descriptor >= 0) ::close(descriptor);
+  descriptor_ = -1;
+  file_.reset();
 }
 
 }  // namespace tarnwick

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <optional>
 #include <string>
 
 #include "base/prefix.hpp"
@@ -19,8 +18,6 @@ struct RunContext {
   std::string mirrorHost{settings::contentHost};
   std::string toolVersion{settings::toolVersion};
   std::string freshclamCommand;
-  std::atomic<bool> logEnabled = false;
-  std::optional<std::string> logPath;
   LogFile logFile;
   std::atomic<bool> quietMode = false;
   bool definitionsChanged = false;  ///< a vendor definitions file was replaced or deleted

@@ -37,7 +37,7 @@ void announce() {
   constexpr std::string_view line = "killling...\n";
   const RunContext* const run = interrupted.run;
   if (!run->quietMode) writeIfReady(STDOUT_FILENO, line);
-  if (run->logEnabled) writeIfReady(run->logFile.descriptor(), line);
+  writeIfReady(run->logFile.descriptor(), line);
 }
 
 void runShellCommandSafely(const char* commandLine) {

@@ -1,7 +1,9 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <linux/magic.h>
 #include <sys/syscall.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -85,6 +87,16 @@ bool hasInternet6DefaultRoute() {
 
 bool defaultRouteIsUsable() {
   return hasInternet4DefaultRoute() || hasInternet6DefaultRoute();
+}
+
+int openForLookup(int folder, const char* name, bool followLink) {
+  const int following = followLink ? 0 : O_NOFOLLOW;
+  return ::openat(folder, name, O_PATH | O_DIRECTORY | O_CLOEXEC | following);
+}
+
+bool holdsDescriptors(int folder) {
+  struct statfs status = {};
+  return ::fstatfs(folder, &status) == 0 && status.f_type == PROC_SUPER_MAGIC;
 }
 
 namespace {

@@ -1,5 +1,6 @@
 #include <CoreFoundation/CoreFoundation.h>
 #include <SystemConfiguration/SystemConfiguration.h>
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <libproc.h>
 #include <netinet/in.h>
@@ -113,6 +114,16 @@ bool defaultRouteIsUsable() {
          (flags & kSCNetworkReachabilityFlagsConnectionRequired) == 0;
 }
 #pragma clang diagnostic pop
+
+int openForLookup(int folder, const char* name, bool followLink) {
+  const int following = followLink ? 0 : O_NOFOLLOW;
+  return ::openat(folder, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | following);
+}
+
+// What /dev/fd holds are devices, not links.
+bool holdsDescriptors(int /*folder*/) {
+  return false;
+}
 
 // The kernel fills the buffer with the newest ids. It runs far fewer processes than fit.
 ProcessList::ProcessList() {  // NOLINT(*-member-init): the kernel fills the buffer

@@ -36,6 +36,13 @@ void releaseTemporaryDirectory(const std::filesystem::path& directory);
 /// Whether a default route exists that can be used as it stands. Sends nothing.
 bool defaultRouteIsUsable();
 
+/// Opens a folder only to look names up in it; -1 on failure. Follows a link in the last place only
+/// if told to.
+int openForLookup(int folder, const char* name, bool followLink = false);
+
+/// Whether the links in this folder stand for open files, so that only the kernel can follow them.
+bool holdsDescriptors(int folder);
+
 /// Goes through the ids of all processes once. Safe in a signal handler.
 class ProcessList {
  public:

@@ -17,9 +17,7 @@ void takeLog(RunContext& context, const std::string& argument) {
   constexpr std::size_t cut = 6;
   const std::string_view path = dropCharacters(argument, cut);
   if (path.empty()) return;
-  context.logPath = std::string(path);
-  context.logFile.open(*context.logPath);
-  context.logEnabled = true;
+  context.logFile.open(std::string(path));
 }
 
 /// Cuts eight characters, whatever they are: the word and the "=" after it.

@@ -1,8 +1,6 @@
 #include "program/wipe.hpp"
 
 #include <fmt/format.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <string>
 
@@ -14,36 +12,10 @@
 namespace tarnwick {
 namespace {
 
-void makeLogAnew(const std::string& log) {
-  if (othersCanPlaceLink(log)) {  // at any moment, so that no step may follow one
-    openLogToAll(log);
-    runShellCommand(fmt::format("chown -h clamav:clamav {}", log));
-    return;
-  }
-  runShellCommand(fmt::format("touch {}", log));
-  runShellCommand(fmt::format("chown clamav:clamav {}", log));
-  runShellCommand(fmt::format("chmod a+rw {}", log));
-}
-
-/// A pipe or a device, such as /dev/stdout, holds nothing old, and is not ours to remove.
-void removeLog(const std::string& log) {
-  struct stat status = {};
-  if (::stat(log.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) return;
-  ::unlink(log.c_str());
-}
-
 void wipeLog(RunContext& context) {
-  if (!context.logPath) {
-    if (dataDirectoryUse(context) != DataDirectoryUse::commands) return;
-    const std::string log = inDataDirectory(context, "freshclam.log").string();
-    ::unlink(log.c_str());
-    makeLogAnew(log);
-    return;
-  }
-  context.logFile.close();
-  removeLog(*context.logPath);
-  makeLogAnew(*context.logPath);
-  context.logFile.open(*context.logPath);
+  if (context.logFile.path()) return context.logFile.beginAnew();
+  if (dataDirectoryUse(context) != DataDirectoryUse::commands) return;
+  beginLogAnew(inDataDirectory(context, "freshclam.log").string());
 }
 
 void wipeDatabases(const RunContext& context) {

@@ -29,7 +29,7 @@ void restoreCleanConfiguration() {
 }
 
 void killOtherFreshclams(RunContext& context) {
-  context.logFile.close();
+  context.logFile.handOver();
   runShellCommand("killall freshclam");
 }
 

@@ -9,8 +9,8 @@ namespace tarnwick {
 int shiftedStatus(int rawStatus);
 
 /// Runs `freshclam`, then once more after each repair that its exit status asks for, in the order
-/// of the ladder. Requires a closed log: `freshclam` writes to it alone. Returns the last raw wait
-/// status.
+/// of the ladder. Requires that the log is handed over: `freshclam` writes to it alone. Returns the
+/// last raw wait status.
 int runFreshclamWithRepairs(RunContext& context);
 
 }  // namespace tarnwick

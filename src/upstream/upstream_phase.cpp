@@ -38,9 +38,9 @@ void fetchMissingDatabases(const RunContext& context, HttpClient& http) {
 
 /// Runs `freshclam` with the log left to it alone.
 int bringUpstreamForward(RunContext& context, HttpClient& http) {
-  context.logFile.close();
+  context.logFile.handOver();
   const int rawStatus = runFreshclamWithRepairs(context);
-  if (context.logEnabled && context.logPath) context.logFile.open(*context.logPath);
+  context.logFile.takeBack();
   if (shiftedStatus(rawStatus) != connectionProblem) return rawStatus;
   printMessage(context, "Still failing with network issues. Download full file.");
   return updateByVersionRecord(context, http).value_or(rawStatus);

@@ -143,14 +143,26 @@ def test_database_folders(world, name):
                            ) == ""
 
 
-@pytest.mark.parametrize("target", [SECRET, f"{PREFIX}/etc/freshclam.conf", "/etc/pwned"])
-def test_links_in_a_logs_place(world, target):
+@pytest.mark.parametrize("log, script, healed", [
+    ("/var/log/clamav/a.log", f"ln -s {SECRET} $log", True),
+    ("/var/log/clamav/a.log", f"ln -s {PREFIX}/etc/freshclam.conf $log", True),
+    ("/var/log/clamav/a.log", "ln -s /etc/pwned $log", True),
+    ("/var/log/clamav/sub/pwned", "rmdir $folder; ln -s /etc $folder", False),
+    ("/var/log/clamav/sub/../../../../etc/freshclam", "rmdir $folder; ln -s /etc/a/b/c $folder", False),
+    ("/var/log/clamav/sub/a.log", f"ln -s {SECRET} $log", True),
+    ("/tmp/a.log", "ln -s /etc/pwned $log", True),
+    ("/tmp/pwned/pwned", "ln -s /etc /tmp/pwned", False),
+], ids=range(8))
+def test_links_in_a_logs_place(world, log, script, healed):
     """The folder in which ClamAV keeps its logs is clamav's as well."""
-    log = "/var/log/clamav/a.log"
     world.write(SECRET, "secret", 0o600)
-    world.shell(f"install -d -o clamav -g clamav /var/log/clamav; ln -s {target} {log}")
+    world.shell("mkdir -p /etc/a/b/c; install -d -o clamav -g clamav /var/log/clamav /var/log/clamav/sub")
+    as_clamav = ["setpriv", "--reuid=clamav", "--regid=clamav", "--clear-groups"]
+    assert world.command(*as_clamav, "sh", "-euc", f"log={log} folder=/var/log/clamav/sub; {script}").status == 0
     before = outside(world)
-    for arguments in ([], ["--remove-old-first"]):
-        assert world.run(*arguments, f"--log={log}").status in (0, 1)
-        assert outside(world) == before
-    assert world.log(log).startswith(BANNER) and world.shell(f"stat -c '%U %a' {log}") == "clamav 666\n"
+    refused = f"tarnwick: The log {log} is not written: a link in its path is not root's\n"
+    outcome = world.run(f"--log={log}")
+    assert (outcome.status, outcome.stderr, outside(world)) == (0, refused, before)
+    assert world.run("--remove-old-first", f"--log={log}").status in (0, 1) and outside(world) == before
+    if healed:
+        assert world.log(log).startswith(BANNER) and world.shell(f"stat -c '%U %a' {log}") == "clamav 666\n"

@@ -87,6 +87,10 @@ NOTHING_INSTALLED = (
     "\nChecking ClamAV definitions\n" + "".join(f"Downloaded {name} from {MIRROR}\n" for name in OFFICIAL))
 
 
+LOGGED = ORDINARY.removesuffix("freshclam --no-warnings\n")
+ON_MIRROR = "for f in main daily bytecode; do echo ClamAV-VDB:x >/srv/vendor/mirror/$f.cvd; done"
+
+
 class BadMachine(NamedTuple):
     said: str = ORDINARY
     status: int = 0
@@ -115,14 +119,28 @@ MACHINES = {
         ORDINARY.replace("clam -", "clam --datadir=/data -") + "bytecode.cvd\ndaily.cvd\nkept\nmain.cvd\n",
         spoil=f"cp -r {DATA} /data; touch /data/.tarnwick-staged.abcdef /data/kept",
         command=f"{TOOL} --datadir=/data; ls -A /data | grep -v V"),
-    "no log folder": BadMachine(ORDINARY.replace("clam -", "clam --log=/none/a.log -"),
-                                command=f"exec {TOOL} --log=/none/a.log"),
+    "no log folder": BadMachine(
+        "tarnwick: The log /none/a.log is not written: No such file or directory\n"
+        + ORDINARY.replace("clam -", "clam --log=/none/a.log -"), command=f"exec {TOOL} --log=/none/a.log 2>&1"),
+    "log behind a dangling link": BadMachine(
+        "666\n", spoil="ln -s ../srv/new.log /srv/a.log", command=f"umask 077; exec {TOOL} --quiet --log=/srv/a.log",
+        freshclam="stat -c %a /srv/new.log"),
+    "log that is the output": BadMachine(
+        f"Downloaded bytecode.cvd from {MIRROR}\nsymbolic link\n", freshclam="exit 0",
+        spoil=f"ln -s /proc/self/fd/1 /srv/log; {ON_MIRROR}",
+        command=f"{TOOL} --remove-old-first --quiet --log=/srv/log >/srv/out; tail -n 1 /srv/out; stat -c %F /srv/log"),
+    "log that is a pipe with a reader": BadMachine(
+        "remove old DB files and freshclam log\n" + "".join(map(SAVED.format, OFFICIAL))
+        + f"no defs version number available on {MIRROR}\n",
+        spoil=f"mkfifo /srv/log; {ON_MIRROR}", freshclam="exit 52",
+        command="cat /srv/log >/srv/read & until grep -q ^257 /proc/$!/syscall; do :; done; "
+        f"{TOOL} --remove-old-first --quiet --log=/srv/log; wait $!; tail -n 1 /srv/read"),
     "log to a pipe": BadMachine(ORDINARY.replace("clam -", "clam --quiet --log=/dev/stdout -"),
                                 command=f"{TOOL} --quiet --log=/dev/stdout | cat"),
     "log that is a pipe": BadMachine(
         "remove old DB files and freshclam log\n" + "".join(map(SAVED.format, OFFICIAL))
         + "freshclam --quiet --log=/srv/log --no-warnings\nfifo\n",
-        spoil="mkfifo /srv/log; for f in main daily bytecode; do echo ClamAV-VDB:x >/srv/vendor/mirror/$f.cvd; done",
+        spoil=f"mkfifo /srv/log; {ON_MIRROR}",
         command=f"{TOOL} --remove-old-first --quiet --log=/srv/log; stat -c %F /srv/log"),
     "closed output": BadMachine("", command=f"exec {TOOL} >&- 2>&-"),
     "full output": BadMachine("", command=f"exec {TOOL} >/dev/full"),

@@ -238,20 +238,24 @@ def test_quiet_and_log(world):
 
 @pytest.mark.parametrize("arguments, wiped", [
     (["--remove-old-first"], True), (["--remove-old-first", "--log=/srv/a.log"], True),
+    (["--remove-old-first", "--log=/tmp/a.log"], True),
     (["--remove-old-first", "--datadir=/srv/a#b"], True),
     (["-v", "-V", "--remove-old-first"], False)])
 def test_wipe(world, arguments, wiped):
     folder = "/srv/a#b" if "--datadir=/srv/a#b" in arguments else DATA
-    log = "/srv/a.log" if "--log=/srv/a.log" in arguments else f"{folder}/freshclam.log"
+    named = [argument.removeprefix("--log=") for argument in arguments if argument.startswith("--log=")]
+    log = named[0] if named else f"{folder}/freshclam.log"
     old = ("Vestrum.ndb", "Vestrum.hdb", "Vestrum.fp", "Vestrum.ign2", "Vestrum.ldb", "old.cld", "old.cvd")
     for name in old:
         world.write(f"{folder}/{name}", "old")
     world.write(log, "old\n")
-    outcome = world.run(*arguments)
+    outcome = world.run(*arguments, rate=1)
     assert outcome.stdout.startswith(
         "remove old DB files and freshclam log\n" * wiped + BANNER + (FULL if wiped and folder == DATA else CURRENT))
     kept = " ".join(argument for argument in [*arguments, "--no-warnings"] if argument != "--remove-old-first")
     assert f"freshclam {kept}\n" in outcome.stdout
     assert {name for name in old if world.path(f"{folder}/{name}").exists()} == (set() if wiped else set(old))
+    if named:  # and what is written goes on after the wipe
+        assert world.log(log).startswith(BANNER) and "\nChecking ClamAV definitions\n" in world.log(log)
     assert ("old\n" in world.log(log), world.path(log).stat().st_mode & 0o777) == (
         not wiped, 0o664 if log.startswith(folder) else 0o666)

@@ -37,8 +37,8 @@ static void requireContext(const RunContext& context, const Arguments& arguments
   }
   require(context.freshclamCommand == command + " --no-warnings", "command");
   require(context.quietMode == quiet, "quiet mode");
-  require(context.logEnabled == !log.empty(), "log enabled");
-  require(charactersByModel(context.logPath.value_or("")) == log, "log path");
+  require(context.logFile.path().has_value() == !log.empty(), "log wanted");
+  require(charactersByModel(context.logFile.path().value_or("")) == log, "log path");
   require(charactersByModel(context.dataDirectory) == directory, "data directory");
 }
 

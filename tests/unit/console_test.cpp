@@ -19,8 +19,7 @@ TEST(Console, TheFormatAndNotTheLineKeepsOutOfTheLog) {
       const testbed::Scratch scratch;
       RunContext context;
       context.quietMode = quiet;
-      context.logEnabled = logged;
-      context.logFile.open(scratch.path("log"));
+      if (logged) context.logFile.open(scratch.path("log"));
       testing::internal::CaptureStdout();
       printMessage(context, "\nplain {}", 1);
       printMessage(context, "Downloading Vestrum.{}", "x");
@@ -36,7 +35,7 @@ TEST(Console, TheFormatAndNotTheLineKeepsOutOfTheLog) {
 TEST(Console, WritesToALogThatIsAPipe) {
   const testbed::Scratch scratch;
   RunContext context;
-  context.logEnabled = context.quietMode = true;
+  context.quietMode = true;
   ::mkfifo(scratch.path("pipe").c_str(), 0600);
   context.logFile.open(scratch.path("pipe"));
   printMessage(context, "nobody reads");
