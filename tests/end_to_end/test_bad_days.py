@@ -142,13 +142,19 @@ MACHINES = {
         + "freshclam --quiet --log=/srv/log --no-warnings\nfifo\n",
         spoil=f"mkfifo /srv/log; {ON_MIRROR}",
         command=f"{TOOL} --remove-old-first --quiet --log=/srv/log; stat -c %F /srv/log"),
-    "closed output": BadMachine("", command=f"exec {TOOL} >&- 2>&-"),
+    "closed streams": BadMachine(
+        LOGGED * 2, command=f"{TOOL} --log=/srv/log >&- 2>&-; {TOOL} --log=/srv/log <&- >&- 2>&-; "
+        "cat /srv/log /var/lib/tarnwick/lock"),
     "full output": BadMachine("", command=f"exec {TOOL} >/dev/full"),
     "no room in any file": BadMachine(
         ORDINARY.replace("freshclam -", f"Downloaded main.cvd from {MIRROR}\nfreshclam -"),
         spoil=f"rm {DATA}/main.cvd; head -c 9999 /dev/zero >/srv/vendor/mirror/main.cvd",
         command=f"ulimit -f 4; exec {TOOL}"),
     "broken output": BadMachine("", command=f"exec 3> >(exec true); wait $!; exec {TOOL} >&3", freshclam="exit 0"),
+    "children that the caller ignores": BadMachine(command=f"exec env --ignore-signal=CHLD {TOOL}"),
+    "descriptor that the caller left open": BadMachine(
+        LOGGED + "nothing\n", command=f"exec 7<>/srv/x {TOOL}",
+        freshclam="[ ! -e /proc/$$/fd/7 ] && echo nothing"),
     "not root": BadMachine(status=7, command=f"exec setpriv --reuid=65534 --regid=65534 --clear-groups {TOOL}",
                            freshclam="echo freshclam $*; exit 7",
                            noted="Not running as root: this run may be unable to install what it fetches."),

@@ -75,6 +75,29 @@ TEST(Commands, NeverWaitForAReader) {
   EXPECT_EQ(runShellCommand("kill " + left.output.substr(5)), 0);
 }
 
+TEST(Commands, TakeTheLastOutputOfAChildThatEndsBeforeItIsLookedAt) {
+  // This process is stopped until the child has ended, and left more than is read in one go.
+  const auto* const child =
+      "import fcntl, os\n"
+      "parent, child = os.getppid(), os.getpid()\n"
+      "def wait_until(process, state):\n"
+      "    while f') {state} ' not in open(f'/proc/{process}/stat').read(): pass\n"
+      "if os.fork() == 0:\n"
+      "    os.closerange(0, 3)\n"
+      "    wait_until(child, 'Z')\n"
+      "    os.kill(parent, 18)\n"
+      "    os._exit(0)\n"
+      "os.kill(parent, 19)\n"
+      "wait_until(parent, 'T')\n"
+      "fcntl.fcntl(1, 1031, 1 << 20)\n"  // F_SETPIPE_SZ
+      "os.write(1, bytes(100000))\n"
+      "os._exit(0)\n";
+  const ToolResult result = runTool({.executable = "/usr/bin/python3",
+                                     .arguments = {"-c", child},
+                                     .output = ToolOutput::captured});
+  EXPECT_EQ(result.output.size(), 100000U);
+}
+
 TEST(Commands, FailWhereAProgramCannotRun) {
   EXPECT_NE(runTool({.executable = "/no/such/program", .arguments = {}}).status, 0);
   EXPECT_NE(runTool({.executable = "/bin/sh", .arguments = {"-c", "kill -9 $$"}}).status, 0);
