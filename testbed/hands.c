@@ -87,6 +87,40 @@ int nanosleep(const struct timespec *asked, struct timespec *left)
     return REAL(nanosleep)(&shorter, left);
 }
 
+static void send_signal_after(long microseconds)
+{
+    static int armed;
+    if (microseconds && !armed++) {
+        struct sigevent event = {.sigev_notify = SIGEV_SIGNAL, .sigev_signo = (int)number("TARNWICK_TEST_SIGNAL")};
+        struct itimerspec once = {.it_value = {microseconds / 1000000, microseconds % 1000000 * 1000}};
+        timer_t timer;
+        if (timer_create(CLOCK_MONOTONIC, &event, &timer) == 0)
+            timer_settime(timer, 0, &once, NULL);
+    }
+}
+
+/* The tool takes care of a broken pipe last. */
+int sigaction(int which, const struct sigaction *action, struct sigaction *before)
+{
+    int result = REAL(sigaction)(which, action, before);
+    if (which == SIGPIPE)
+        send_signal_after(number("TARNWICK_TEST_AFTER"));
+    return result;
+}
+
+static int fails(const char *call, const char *path);
+
+int posix_spawn(pid_t *child, const char *path, const posix_spawn_file_actions_t *actions,
+                const posix_spawnattr_t *attributes, char *const arguments[], char *const environment[])
+{
+    static const char freshclam[] = "/usr/local/vestRum/bin/freshclam ";
+    if (arguments[1] && arguments[2] && strncmp(arguments[2], freshclam, strlen(freshclam)) == 0)
+        send_signal_after(number("TARNWICK_TEST_SPAWN"));
+    if (fails("fork", path))
+        return errno;
+    return REAL(posix_spawn)(child, path, actions, attributes, arguments, environment);
+}
+
 static void step(void)
 {
     static long steps;
@@ -125,38 +159,6 @@ static int fails(const char *call, const char *path)
     record("fail", path);
     errno = (int)number("TARNWICK_TEST_ERROR");
     return 1;
-}
-
-static void send_signal_after(long microseconds)
-{
-    static int armed;
-    if (microseconds && !armed++) {
-        struct sigevent event = {.sigev_notify = SIGEV_SIGNAL, .sigev_signo = (int)number("TARNWICK_TEST_SIGNAL")};
-        struct itimerspec once = {.it_value = {microseconds / 1000000, microseconds % 1000000 * 1000}};
-        timer_t timer;
-        if (timer_create(CLOCK_MONOTONIC, &event, &timer) == 0)
-            timer_settime(timer, 0, &once, NULL);
-    }
-}
-
-/* The tool takes care of a broken pipe last. */
-int sigaction(int which, const struct sigaction *action, struct sigaction *before)
-{
-    int result = REAL(sigaction)(which, action, before);
-    if (which == SIGPIPE)
-        send_signal_after(number("TARNWICK_TEST_AFTER"));
-    return result;
-}
-
-int posix_spawn(pid_t *child, const char *path, const posix_spawn_file_actions_t *actions,
-                const posix_spawnattr_t *attributes, char *const arguments[], char *const environment[])
-{
-    static const char freshclam[] = "/usr/local/vestRum/bin/freshclam ";
-    if (arguments[1] && arguments[2] && strncmp(arguments[2], freshclam, strlen(freshclam)) == 0)
-        send_signal_after(number("TARNWICK_TEST_SPAWN"));
-    if (fails("fork", path))
-        return errno;
-    return REAL(posix_spawn)(child, path, actions, attributes, arguments, environment);
 }
 
 #define RECORDED(what, path) record(what, path),

@@ -254,12 +254,13 @@ def test_what_is_remembered_is_on_the_disk_before(world):
     steps = re.sub(r"staged\.\w+", "staged", world.log("/srv/steps")).splitlines()
     state = STATE.rsplit("/", maxsplit=1)[1]
 
-    for wanted in (["sync .tarnwick-staged", "rename VestRUM.cud", "sync clamav"],
-                   ["delete Vestrum.database", "sync clamav", "sync .tarnwick-staged", f"rename {state}",
-                    "sync tarnwick"],
-                   ["sync daily.cvd_download", "rename daily.cvd", "sync clamav"]):
-        assert any(steps[start:start + len(wanted)] == wanted for start in range(len(steps))), "\n".join(
-            ["expected, in a row:", *wanted, "recorded:", *steps])
+    def recorded(*wanted):
+        return any(steps[start:start + len(wanted)] == list(wanted) for start in range(len(steps))) or pytest.fail(
+            "\n".join(["expected, in a row:", *wanted, "recorded:", *steps]))
+    assert recorded("sync .tarnwick-staged", "rename VestRUM.cud", "sync clamav")
+    assert recorded("delete Vestrum.database", "sync clamav", "sync .tarnwick-staged", f"rename {state}",
+                    "sync tarnwick")
+    assert recorded("sync daily.cvd_download", "rename daily.cvd", "sync clamav")
     # Both switches of the configuration, each before anything else is synced.
     switched = ["rename edits", "sync tarnwick", "sync real.conf", "sync real", "delete edits"]
     assert [steps[start:start + 5] for start, step in enumerate(steps) if step == switched[0]] == [switched] * 2

@@ -10,7 +10,7 @@ namespace tarnwick::fuzz {
 /// writes there; and anything at all.
 void tryInput(std::string_view input) {
   const auto texts = textsIn(input, 3);
-  const char state = texts[1].empty() ? 'S' : texts[1][0];
+  const char state = std::string("RSDTtZXI")[texts[1].size() % 8];
   const auto parent = static_cast<pid_t>(integerByModel(texts[2]) & 0x3FFFFF);
   const std::string stat =
       fmt::format("4194304 ({}) {} {} 1 1 0 -1 4194560 95 0 0 0 0 0 0 0 20 0 1 0",

@@ -49,17 +49,21 @@ class Shell {
 
 }  // namespace
 
-/// A path that would stand in a command line as it is, alone and before a pattern.
+/// Paths that would stand in a command line as they are, alone and before a pattern.
 void tryInput(std::string_view input) {
   static std::array<Shell, 2> shells{Shell("/bin/dash"), Shell("/bin/bash")};
-  const std::string word = std::string(input).c_str();
-  if (!isPlainShellWord(word)) return;
   for (const char* const match : {"a", "b", "ab"}) std::filesystem::create_directory(match);
-  for (Shell& shell : shells) {
+  auto words = splitByModel(input, '\n');
+  words.emplace_back(input);
+  for (const std::string& text : words) {
+    const std::string word = text.c_str();
+    if (!isPlainShellWord(word)) continue;
     const std::string pattern = word + "/no-such-*-file";
     const std::string end = "<" + word + "><" + pattern + ">\n";
-    require(shell.answer("printf '<%s>' " + word + " " + pattern + "; echo", end) == end,
-            "the shell takes the word as it stands");
+    for (Shell& shell : shells) {
+      require(shell.answer("printf '<%s>' " + word + " " + pattern + "; echo", end) == end,
+              "the shell takes the word as it stands");
+    }
   }
 }
 

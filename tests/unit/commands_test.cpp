@@ -1,11 +1,8 @@
 #include "driver/commands.hpp"
 
-#include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include "base/text_rules.hpp"
 #include "driver/database_folder.hpp"
-#include "testbed/scratch.hpp"
 
 namespace tarnwick {
 namespace {
@@ -25,39 +22,6 @@ TEST(Commands, KeepTheRootOfTheFileSystemFromRecursiveCommands) {
     context.dataDirectory = directory;
     EXPECT_EQ(dataDirectoryUse(context), DataDirectoryUse::commands) << directory;
   }
-}
-
-/// Whether this shell hands the word, and a pattern behind it, to a program as they stand.
-bool isTakenAsItStands(const std::string& shell, const std::string& word) {
-  const std::string command = fmt::format("printf '<%s>' {0} {0}/*", word);
-  const ToolResult result =
-      runTool({.executable = shell, .arguments = {"-c", command}, .output = ToolOutput::captured});
-  return result.output == fmt::format("<{0}><{0}/file>", word);
-}
-
-TEST(Commands, TakeWhatTheShellTakesAsItStands) {
-  const testbed::Scratch scratch;
-  std::filesystem::current_path(scratch.path(""));
-  for (const auto* const name : {"a", "b", "ab", "a-b"}) std::filesystem::create_directory(name);
-  std::filesystem::create_symlink("/bin/bash", "sh");
-  for (const auto* const word :
-       {"a", "a#b", "a~", "a:~b", "a=~b", "!", "a!b", "{a}", "}a,b{", "{a", "a,b", "a..b", "]a[",
-        "[a", "a^b", "%+@=,:.-_", "é", "\x01\x7f\x81\xff"}) {
-    std::filesystem::create_directory(word);
-    std::ofstream(std::filesystem::path(word) / "file") << "";
-    EXPECT_TRUE(isPlainShellWord(word)) << word;
-    for (const auto* const shell : {"/bin/sh", "./sh"}) {
-      EXPECT_TRUE(isTakenAsItStands(shell, word)) << shell << ' ' << word;
-    }
-  }
-  for (const auto* const word :
-       {"",     "#a",  "~",  "~root", "a b",  "a\tb",   "a\nb",  "a'b",      "''",
-        "a\"b", "a`b", "$a", "a\\b",  "a;b",  "a&b",    "a|b",   "a<b",      "a>b",
-        "(a",   "a)",  "a*", "?",     "[ab]", "a[!x]b", "{a,b}", "{a}{b,c}", "a{1..2}"}) {
-    EXPECT_FALSE(isPlainShellWord(word)) << word;
-    EXPECT_FALSE(isTakenAsItStands("/bin/sh", word) && isTakenAsItStands("./sh", word)) << word;
-  }
-  std::filesystem::current_path("/");
 }
 
 TEST(Commands, NeverWaitForAReader) {
