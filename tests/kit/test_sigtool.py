@@ -1,11 +1,14 @@
 """The sigtool that provisioning puts into the prefix: folders of scripts, and containers without theirs."""
 
 import contextlib
+import random
+import re
+import subprocess
 from typing import NamedTuple
 
 import pytest
 
-from testbed import BIN, Outcome, member, repacked
+from testbed import BIN, REPOSITORY, Outcome, member, repacked
 from testbed.vendor import scripts_after
 
 SCRIPTED = "/srv/vendor/site/VestRUM2/Scripted"
@@ -73,6 +76,37 @@ def test_what_a_script_may_not_say_lets_none_be_applied(world, name):
         1, "", "ERROR: the scripts hold a command or a file name that is not allowed; none was applied\n")
     assert world.shell("cd /tmp; diff -r before work; cat outside; ls -A scripts") == (
         "mine\nVestRUM-2.script\nVestRUM-3.script\n")
+
+
+PIECES = (b"#", b"ADD", b"DEL", b"XCHG", b"CLOSE", b"OPEN", b"UNLINK", b"MOVE", b"open", b"a", b"Vestrum.ndb", b"b-c",
+          b".", b"..", b"/", b"1", b"02", b" ", b" ", b"  ", b"\t", b"\r", b"\0", b"\xff", b"\\", b"*", b"_")
+SHAPES = (b"# x", b"ADD x", b"DEL 1 x", b"XCHG 2 a b", b"CLOSE", b"OPEN a", b"UNLINK a.b", b"MOVE a b 1 x 2 y", b"")
+CHECK = r"""eval "$(sed -n '/^\(file\|known\)=/p' "$1")"; LC_ALL=C grep -anvE "$known" || true"""
+
+
+def allowed(line):
+    """What the real program reads there touches plain files of the folder, if any."""
+    command, *words = line.split(b" ")
+    plain = [word[:1].isalnum() and word.replace(b".", b"").isalnum() for word in words]
+    return line[:1] == b"#" or line == b"CLOSE" or len(words) > 0 and (
+        command == b"ADD" or command in (b"DEL", b"XCHG") and len(words) > 1 and words[0].isdigit()
+        or command in (b"OPEN", b"UNLINK") and plain == [True]
+        or command == b"MOVE" and plain[:2] == [True, True] and len(words) > 3 and words[2].isdigit())
+
+
+def test_lines_that_a_script_may_hold():
+    """Many at once, against the same rule told in another way."""
+    dice, lines = random.Random(1), list(SHAPES)
+    while len(lines) < 50_000:
+        shape = list(map(bytes, re.findall(rb"\w+|\W", dice.choice(SHAPES)))) + [b""]
+        for _ in range(dice.randrange(4)):
+            shape[dice.randrange(len(shape))] = dice.choice(PIECES)
+        lines.append(b"".join(shape))
+    refused = subprocess.run(["bash", "-euc", CHECK, "check", REPOSITORY / "packaging/linux/sigtool"], check=True,
+                             input=b"\n".join(lines) + b"\n", capture_output=True).stdout
+    numbers = {int(line.split(b":")[0]) for line in refused.split(b"\n")[:-1]}
+    assert 5_000 < len(numbers) < 45_000
+    assert [line for number, line in enumerate(lines, 1) if allowed(line) == (number in numbers)] == []
 
 
 def test_scripts_are_not_applied_where_a_link_lies(world):
