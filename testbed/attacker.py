@@ -52,7 +52,6 @@ FOLDERS = {
     "a link to the configuration": f"ln -sf {PREFIX}/etc/freshclam.conf VestRUM.cud",
     "a pipe for the definitions": "rm V*; mkfifo Vestrum.database Vestrum.database.signature",
     "a pipe for the container": "rm VestRUM.cud; mkfifo VestRUM.cud",
-    "pipes for upstream databases": "rm *.cvd; mkfifo main.cvd daily.cld bytecode.cvd",
     "folders for everything": "rm -r *; mkdir -p VestRUM.cud/a Vestrum.database/a main.cvd/a mirrors.dat Vestrum.ndb/a",
     "links to folders": "rm -r *; ln -s /etc VestRUM.cud; ln -s /etc Vestrum.database; ln -s /etc Vestrum.ndb"
                         "; ln -s /etc .tarnwick-staged.abcdef",

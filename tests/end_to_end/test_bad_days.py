@@ -250,10 +250,12 @@ GIVING_UP = "No internet connection available. Giving up.\n"
 
 @pytest.mark.parametrize("route, reachable", [
     ("add default dev uplink", True), ("add default via fd00::2 dev uplink", True), ("add unreachable default", False),
-    ("add blackhole default", False), ("add 192.0.3.0/24 dev uplink", False), ("", False)])
+    ("add blackhole default", False), ("add 192.0.3.0/24 dev uplink", False), ("", False),
+    # As virtual private networks add it.
+    ("add 0.0.0.0/1 dev uplink", False), ("add ::/1 dev uplink", False)])
 def test_network_wait(world, route, reachable):
     before = world.log(CONFIGURATION)
-    family = "-6" if "fd00" in route else "-4"
+    family = "-6" if ":" in route else "-4"
     world.shell(f"ip route del default; ip -6 addr add fd00::1/64 dev uplink nodad; ip {family} route {route}"
                 if route else "ip link set uplink down")
     outcome = world.run("--quiet", "--log=/srv/a.log", rate=60)

@@ -5,7 +5,7 @@ from typing import Callable, NamedTuple
 
 import pytest
 
-from testbed import BIN, CONFIGURATION, DATA, LINKS, MACINTOSH, OLDER_STATE, PREFIX, sample
+from testbed import BIN, CONFIGURATION, DATA, LINKS, MACINTOSH, OLDER_STATE, PREFIX, STATE, sample
 from testbed.transcripts import (BANNER, CURRENT, FETCHED, FRESHCLAM, FULL, INSTALLED, LOCAL, NEWER, SCRIPTS, SOUND,
                                UNCHANGED, WARNING)
 
@@ -172,12 +172,14 @@ def test_what_a_container_failure_leads_to(world, failure):
     assert world.litter() == ""
 
 
-def test_an_older_domain_serves_one_run(world):
-    values = world.state()
-    world.shell("rm /var/lib/tarnwick/*")
-    world.remember(values, OLDER_STATE)
+@pytest.mark.parametrize("current, older", [(None, "right"), ("right", "wrong")])
+def test_an_older_domain_serves_one_run(world, current, older):
+    """And only for what the current one does not hold."""
+    values = {"right": world.state(), "wrong": {"database-Last-Modified": "some other date"}, None: {}}
+    world.remember(values[current], STATE)
+    world.remember(values[older], OLDER_STATE)
     assert world.run().status == 0
-    assert (world.state(), world.state(OLDER_STATE)) == (values, {})
+    assert (world.state(), world.state(OLDER_STATE)) == (values["right"], {})
 
 
 def test_data_directory_elsewhere_moves_half_of_the_paths(world):
