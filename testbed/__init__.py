@@ -8,7 +8,8 @@ A world needs root, starts in a fraction of a second and leaves nothing behind.
 """
 
 from .machine import REPOSITORY, Machine, Outcome
-from .servers import BAD_SERVERS, CONTENT, HERE, IMPOSTOR, LINKS, MIRROR, NAMESAKE, NOBODY, ORIGIN, SILENCE, UPSTREAM, redirect
+from .servers import (
+    BAD_SERVERS, CONTENT, HERE, IMPOSTOR, LINKS, MIRROR, NAMESAKE, NOBODY, ORIGIN, SILENCE, UPSTREAM, redirect)
 from . import overlay, service
 from .service import as_the_service
 from .vendor import definitions_text, member, repacked, sample

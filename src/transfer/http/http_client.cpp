@@ -17,17 +17,9 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-struct FreeEasy {
-  void operator()(CURL* easy) const { curl_easy_cleanup(easy); }
-};
-struct FreeMulti {
-  void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
-};
-struct FreeShare {
-  void operator()(CURLSH* share) const { curl_share_cleanup(share); }
-};
-struct FreeList {
-  void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+template <auto free>
+struct FreeBy {
+  void operator()(auto* handle) const { free(handle); }
 };
 
 }  // namespace
@@ -47,8 +39,9 @@ struct HttpClient::Session {
     curl_global_cleanup();
   }
 
-  std::unique_ptr<CURLM, FreeMulti> multi;   ///< keeps connections and names between requests
-  std::unique_ptr<CURLSH, FreeShare> share;  ///< keeps the TLS sessions
+  std::unique_ptr<CURLM, FreeBy<curl_multi_cleanup>>
+      multi;  ///< keeps connections and names between requests
+  std::unique_ptr<CURLSH, FreeBy<curl_share_cleanup>> share;  ///< keeps the TLS sessions
 };
 
 namespace {
@@ -85,6 +78,7 @@ class Exchange {
     while (!result_) {
       perform();
       takeResult();
+      if (!result_ && !isWithinLimits()) result_ = CURLE_ABORTED_BY_CALLBACK;
       if (!result_) waitForLife();
     }
     if (wasMade_) curl_multi_remove_handle(multi_, easy_.get());
@@ -242,10 +236,6 @@ class Exchange {
 
   /// Waits until something arrives, or libcurl may have something else to do.
   void waitForLife() {
-    if (!isWithinLimits()) {
-      result_ = CURLE_ABORTED_BY_CALLBACK;
-      return;
-    }
     // libcurl does not ask to be called when it is time for a host's next address.
     constexpr milliseconds longestWait(1000);
     const auto left = lastLife_ + request_.idleTimeout - Clock::now();
@@ -290,12 +280,12 @@ class Exchange {
 
   // A new one for each request: libcurl 7.88 reads freed memory when an answer on a used handle
   // begins with a header line that continues no other.
-  std::unique_ptr<CURL, FreeEasy> easy_{curl_easy_init()};
+  std::unique_ptr<CURL, FreeBy<curl_easy_cleanup>> easy_{curl_easy_init()};
   CURLM* multi_;
   const HttpRequest& request_;
   AnswerLimits limits_;
   const TakeBody& takeBody_;
-  std::unique_ptr<curl_slist, FreeList> headers_;
+  std::unique_ptr<curl_slist, FreeBy<curl_slist_free_all>> headers_;
   std::array<char, CURL_ERROR_SIZE> errorText_{};
   std::string failure_;  ///< what failed it where that was not libcurl
   HttpResponse response_;
@@ -336,11 +326,6 @@ HttpResult HttpClient::sendSynchronousRequest(const HttpRequest& request) {
                                });
   if (auto* const response = std::get_if<HttpResponse>(&result)) response->body = std::move(body);
   return result;
-}
-
-std::optional<std::string> textIn(const HttpResult& result) {
-  const auto* const response = std::get_if<HttpResponse>(&result);
-  return response != nullptr ? textFromUtf8(response->body) : std::nullopt;
 }
 
 HttpResult HttpClient::download(const HttpRequest& request,

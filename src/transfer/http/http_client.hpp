@@ -8,7 +8,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <variant>
 
 #include "transfer/http/http_response.hpp"
 
@@ -22,19 +21,6 @@ struct HttpRequest {
   std::chrono::milliseconds idleTimeout;
   std::string method = "GET";  ///< or "HEAD"
 };
-
-/// Why there is no response, or no complete one.
-struct HttpError {
-  std::string description;     ///< without control characters, though it can quote the server
-  std::string url;             ///< the one that failed: after a redirect, where that led to
-  bool requestWasMade = true;  ///< false when there was not even the memory for it
-};
-
-using HttpResult = std::variant<HttpResponse, HttpError>;
-
-/// The body of the response as text, whatever its status. None without a complete response, and
-/// for a body that is not UTF-8.
-std::optional<std::string> textIn(const HttpResult& result);
 
 /// What is told of a download on its way: its response, once, then the size of each piece.
 struct DownloadProgress {

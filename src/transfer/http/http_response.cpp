@@ -29,4 +29,9 @@ void HttpResponse::addHeaderLine(std::string_view line) {
                            std::string(stripped(line.substr(colon + 1), " \t\r\n")));
 }
 
+std::optional<std::string> textIn(const HttpResult& result) {
+  const auto* const response = std::get_if<HttpResponse>(&result);
+  return response != nullptr ? textFromUtf8(response->body) : std::nullopt;
+}
+
 }  // namespace tarnwick

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <variant>
 
 namespace tarnwick {
 
@@ -18,5 +19,18 @@ struct HttpResponse {
   /// Takes a header line; of two with one name the later counts. A line without ":" is no header.
   void addHeaderLine(std::string_view line);
 };
+
+/// Why there is no response, or no complete one.
+struct HttpError {
+  std::string description;     ///< without control characters, though it can quote the server
+  std::string url;             ///< the one that failed: after a redirect, where that led to
+  bool requestWasMade = true;  ///< false when there was not even the memory for it
+};
+
+using HttpResult = std::variant<HttpResponse, HttpError>;
+
+/// The body of the response as text, whatever its status. None without a complete response, and
+/// for a body that is not UTF-8.
+std::optional<std::string> textIn(const HttpResult& result);
 
 }  // namespace tarnwick
