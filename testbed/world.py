@@ -223,6 +223,7 @@ class World(Machine):
                    f"echo DatabaseCustomURL https://{MIRROR}/custom.ndb >>{CONFIGURATION}")
 
     def remember(self, values, path=STATE):
+        self.path(path).parent.mkdir(mode=0o700, parents=True, exist_ok=True)  # as a run makes it
         self.write(path, plistlib.dumps(values))
 
     def state(self, path=STATE):

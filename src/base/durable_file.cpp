@@ -120,7 +120,7 @@ std::optional<ReplacementFailure> moveByCopy(int file, const fs::path& source,
                                              const FileAttributes& attributes) {
   StagedFile staged(target);
   if (!staged.isOpen() || !copyContent(file, staged.descriptor())) return notReplaced(target);
-  const std::optional<ReplacementFailure> failure = staged.putInPlace(attributes);
+  std::optional<ReplacementFailure> failure = staged.putInPlace(attributes);
   if (isInPlaceAfter(failure)) ::unlink(source.c_str());
   return failure;
 }
@@ -138,7 +138,7 @@ std::optional<ReplacementFailure> moveFileIntoPlace(const fs::path& source, cons
   if (!opened.isOpen()) return notReplaced(source);
   if (canBeRenamed(opened.get(), target)) {
     setAttributes(opened.get(), attributes);
-    const std::optional<ReplacementFailure> failure = renameOver(opened.get(), source, target);
+    std::optional<ReplacementFailure> failure = renameOver(opened.get(), source, target);
     if (isInPlaceAfter(failure)) return failure;
   }
   // A file system that is mounted at both places refuses the rename and takes the copy.

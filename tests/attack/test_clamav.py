@@ -129,7 +129,6 @@ def test_a_run_says_what_of_the_prefix_is_not_roots_alone(world, rights):
 @pytest.mark.parametrize("name", FOLDERS)
 def test_database_folders(world, name):
     world.write(SECRET, "secret", 0o600)
-    world.shell("install -d -m 700 /var/lib/tarnwick")
     before = outside(world)
     for arguments, through in (([], ()), (["--remove-old-first"], ()), ([], as_the_service())):
         world.shell(f"rm -rf {DATA}/*; touch {DATA}/main.cvd {DATA}/daily.cvd {DATA}/bytecode.cvd")

@@ -68,8 +68,9 @@ TEST(DurableFiles, StayAsTheyWereWhereAMoveFails) {
 }
 
 TEST(DurableFiles, AreNotInstalledForGoodWhereTheirFolderCannotBeSynced) {
-  if (::geteuid() != 0)
-    GTEST_SKIP() << "root may read every folder, and others cannot give any away";
+  if (::geteuid() != 0) {
+    GTEST_SKIP() << "gives folders away, as only root can";
+  }
   const testbed::Scratch scratch;
   const std::string target = scratch.path("folder/target");
   fs::create_directory(scratch.path("folder"));
