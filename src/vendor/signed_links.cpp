@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <chrono>
-#include <cstdint>
 #include <utility>
 
 #include "base/text_rules.hpp"
@@ -24,11 +23,15 @@ std::string safeForUrlPath(std::string token) {
 
 }  // namespace
 
+std::string signedLink(const LinkKeeper& keeper, std::string_view path, std::int64_t expiry) {
+  const std::string tokenInput = fmt::format("{}{}{}", keeper.secret, path, expiry);
+  const std::string token = safeForUrlPath(FileHash::md5HashAsBase64OfString(tokenInput));
+  return fmt::format("https://{}/{}/{}{}", keeper.host, token, expiry, path);
+}
+
 std::string signedLinkForPathAt(std::string_view path, double secondsSince1970) {
   const auto expiry = static_cast<std::int64_t>(secondsSince1970 + secondsOfValidity);
-  const std::string tokenInput = fmt::format("{}{}{}", settings::linkSecret, path, expiry);
-  const std::string token = safeForUrlPath(FileHash::md5HashAsBase64OfString(tokenInput));
-  return fmt::format("https://{}/{}/{}{}", settings::linkHost, token, expiry, path);
+  return signedLink({.host = settings::linkHost, .secret = settings::linkSecret}, path, expiry);
 }
 
 LinkMaker signedLinksTo(std::string path) {

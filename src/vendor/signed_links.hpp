@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -13,6 +14,15 @@ std::string signedLinkForPath(std::string_view path);
 
 /// Makes such links. Their token and expiry are secret.
 LinkMaker signedLinksTo(std::string path);
+
+/// What protects a host's links.
+struct LinkKeeper {
+  std::string_view host;
+  std::string_view secret;
+};
+
+/// The link to `path` that is valid until a moment given in seconds since 1970 UTC.
+std::string signedLink(const LinkKeeper& keeper, std::string_view path, std::int64_t expiry);
 
 /// The link as made at a moment given in seconds since 1970 UTC.
 std::string signedLinkForPathAt(std::string_view path, double secondsSince1970);

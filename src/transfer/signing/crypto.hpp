@@ -12,7 +12,7 @@ namespace tarnwick::crypto {
 
 using Bytes = std::vector<unsigned char>;
 
-enum class DigestAlgorithm { md5, sha1, sha512 };
+enum class DigestAlgorithm { md5, sha1, sha256, sha512 };
 
 /// Computes the digest of data that comes in pieces.
 class Digest {
@@ -42,5 +42,22 @@ std::string base64WithLineFeed(std::span<const unsigned char> bytes);
 [[nodiscard]] bool verifyDsaSha1(std::span<const unsigned char> key,
                                  std::span<const unsigned char> message,
                                  std::span<const unsigned char> signature);
+
+/// A DSA signature (DER) with SHA-1 over `message` under a private key in PEM. None for anything
+/// that is no such key. Never asks for a password.
+std::optional<Bytes> signDsaSha1(std::string_view privateKey,
+                                 std::span<const unsigned char> message);
+
+/// The PEM text of the public half of a private key in PEM. None for anything that is no such key.
+std::optional<std::string> publicHalfOf(std::string_view privateKey);
+
+/// PEM texts.
+struct KeyPair {
+  std::string privateKey;
+  std::string publicKey;
+};
+
+/// A new DSA pair of 2048 bits with a group of 160. None when the library refused.
+std::optional<KeyPair> makeDsaKeyPair();
 
 }  // namespace tarnwick::crypto
