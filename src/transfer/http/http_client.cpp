@@ -58,6 +58,7 @@ class Exchange {
     if (!easy_) return;
     set(CURLOPT_SHARE, share);
     setAddressAndMethod();
+    setWhatTheKitAsksFor();
     setPolicy();
     setReceivers();
     setWatch();
@@ -90,7 +91,10 @@ class Exchange {
 
   [[nodiscard]] HttpResult result() const {
     if (result_ == CURLE_OK) return response_;
-    return HttpError{.description = description(), .url = failingUrl(), .requestWasMade = wasMade_};
+    return HttpError{.description = description(),
+                     .url = failingUrl(),
+                     .requestWasMade = wasMade_,
+                     .failure = kindOfFailure()};
   }
 
  private:
@@ -123,6 +127,23 @@ class Exchange {
     // Signatures are over the file itself. As an option of libcurl's it would also decode.
     curl_slist_append(headers_.get(), "Accept-Encoding: identity");
     set(CURLOPT_HTTPHEADER, headers_.get());
+  }
+
+  void setWhatTheKitAsksFor() {
+    for (const std::string& place : request_.connectTo) {
+      if (!connectTo_) {
+        connectTo_.reset(curl_slist_append(nullptr, place.c_str()));
+      } else {
+        curl_slist_append(connectTo_.get(), place.c_str());
+      }
+    }
+    if (connectTo_) set(CURLOPT_CONNECT_TO, connectTo_.get());
+    if (!request_.authorities.empty()) set(CURLOPT_CAINFO, request_.authorities.c_str());
+    if (request_.totalTimeout) {
+      set(CURLOPT_TIMEOUT_MS, static_cast<long>(request_.totalTimeout->count()));
+    }
+    constexpr long http2 = CURL_HTTP_VERSION_2TLS;
+    if (request_.http2) set(CURLOPT_HTTP_VERSION, http2);
   }
 
   void setPolicy() {
@@ -202,6 +223,9 @@ class Exchange {
   void endHeaders() {
     constexpr long firstFinalStatus = 200;
     curl_easy_getinfo(easy_.get(), CURLINFO_RESPONSE_CODE, &response_.status);
+    long version = 0;
+    curl_easy_getinfo(easy_.get(), CURLINFO_HTTP_VERSION, &version);
+    response_.cameOverHttp2 = version == CURL_HTTP_VERSION_2_0;
     headersAreWhole_ = response_.status >= firstFinalStatus;
     begun_ = lastLife_;  // of the request to which a redirect leads
     grantTimeToConnect();
@@ -266,6 +290,18 @@ class Exchange {
     failure_ = why;
   }
 
+  [[nodiscard]] HttpFailure kindOfFailure() const {
+    switch (result_.value_or(CURLE_OK)) {
+      case CURLE_PEER_FAILED_VERIFICATION:
+      case CURLE_SSL_CACERT_BADFILE:
+        return HttpFailure::certificate;
+      case CURLE_COULDNT_RESOLVE_HOST:
+        return HttpFailure::name;
+      default:
+        return HttpFailure::other;
+    }
+  }
+
   [[nodiscard]] std::string description() const {
     if (!failure_.empty()) return failure_;
     return shownText(errorText_.front() != '\0' ? errorText_.data()
@@ -286,6 +322,7 @@ class Exchange {
   AnswerLimits limits_;
   const TakeBody& takeBody_;
   std::unique_ptr<curl_slist, FreeBy<curl_slist_free_all>> headers_;
+  std::unique_ptr<curl_slist, FreeBy<curl_slist_free_all>> connectTo_;
   std::array<char, CURL_ERROR_SIZE> errorText_{};
   std::string failure_;  ///< what failed it where that was not libcurl
   HttpResponse response_;
@@ -318,12 +355,13 @@ HttpClient::~HttpClient() = default;
 
 HttpResult HttpClient::sendSynchronousRequest(const HttpRequest& request) {
   std::string body;
-  HttpResult result = exchange(session_->multi.get(), session_->share.get(), request,
-                               AnswerLimits(AnswerKind::text, largestText),
-                               [&body](const HttpResponse&, std::string_view bytes) {
-                                 body += bytes;
-                                 return true;
-                               });
+  HttpResult result =
+      exchange(session_->multi.get(), session_->share.get(), request,
+               AnswerLimits(AnswerKind::text, request.largestBody.value_or(largestText)),
+               [&body](const HttpResponse&, std::string_view bytes) {
+                 body += bytes;
+                 return true;
+               });
   if (auto* const response = std::get_if<HttpResponse>(&result)) response->body = std::move(body);
   return result;
 }

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "transfer/http/http_response.hpp"
 
@@ -20,6 +21,14 @@ struct HttpRequest {
   /// of the handshake or a part of the answer.
   std::chrono::milliseconds idleTimeout;
   std::string method = "GET";  ///< or "HEAD"
+
+  // What only the publishing kit asks for.
+  /// Where to connect instead, as curl's --connect-to takes it.
+  std::vector<std::string> connectTo = {};
+  std::string authorities = {};  ///< a PEM file in the place of the system's authorities
+  std::optional<std::chrono::milliseconds> totalTimeout = {};
+  std::optional<std::uint64_t> largestBody = {};  ///< of a text, instead of `largestText`
+  bool http2 = false;                             ///< where the server speaks it
 };
 
 /// What is told of a download on its way: its response, once, then the size of each piece.
@@ -39,7 +48,7 @@ class HttpClient {
   HttpClient(const HttpClient&) = delete;
   HttpClient& operator=(const HttpClient&) = delete;
 
-  /// The whole response. A body beyond `largestText` bytes, or one that is not complete in ten
+  /// The whole response. A body beyond the request's limit, or one that is not complete in ten
   /// minutes, is an error.
   HttpResult sendSynchronousRequest(const HttpRequest& request);
 

@@ -12,6 +12,7 @@ struct HttpResponse {
   long status = 0;
   std::map<std::string, std::string> headers;  ///< names in lower case
   std::string body;                            ///< empty for what went into a file
+  bool cameOverHttp2 = false;
 
   /// None when the header is absent or not UTF-8 text. `name` in lower case.
   [[nodiscard]] std::optional<std::string> header(std::string_view name) const;
@@ -20,11 +21,14 @@ struct HttpResponse {
   void addHeaderLine(std::string_view line);
 };
 
+enum class HttpFailure { other, certificate, name };
+
 /// Why there is no response, or no complete one.
 struct HttpError {
   std::string description;     ///< without control characters, though it can quote the server
   std::string url;             ///< the one that failed: after a redirect, where that led to
   bool requestWasMade = true;  ///< false when there was not even the memory for it
+  HttpFailure failure = HttpFailure::other;
 };
 
 using HttpResult = std::variant<HttpResponse, HttpError>;
