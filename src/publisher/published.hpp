@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+
+#include "publisher/home.hpp"
+#include "publisher/workplace.hpp"
+
+/// The versions of VestRUM.cud that are out.
+namespace tarnwick::publisher {
+
+/// The newest published version, 0 before the first release. What stands in the tree must make
+/// sense before anything is built upon it: else a refusal. Puts back a complete set that is out of
+/// sight, and says so.
+std::int64_t publishedVersion(const Home& home, const Workplace& work);
+
+/// The version that the oldest script starts from.
+std::int64_t oldestVersion(const Home& home);
+
+/// Makes a set of site/releases/ the published one.
+void showRelease(const Home& home, const Workplace& work, std::int64_t version);
+
+[[noreturn]] void refuseUnreleased(const Home& home);
+
+}  // namespace tarnwick::publisher

@@ -1,0 +1,162 @@
+#include "publisher/publisher.hpp"
+
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstdlib>
+#include <system_error>
+
+#include "base/file_descriptor.hpp"
+#include "base/standard_streams.hpp"
+#include "base/text_rules.hpp"
+#include "publisher/check.hpp"
+#include "publisher/command_line.hpp"
+#include "publisher/definitions.hpp"
+#include "publisher/disk.hpp"
+#include "publisher/init.hpp"
+#include "publisher/owner.hpp"
+#include "publisher/prune.hpp"
+#include "publisher/refusal.hpp"
+#include "publisher/release.hpp"
+#include "publisher/usage.hpp"
+
+namespace tarnwick::publisher {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// As the shell sees it from here: who carries out the command may stand elsewhere.
+std::string seenFromAnywhere(const std::string& path) {
+  if (!isThere(path)) return path;
+  fs::path absolute = fs::absolute(path).lexically_normal();
+  if (!absolute.has_filename()) absolute = absolute.parent_path();
+  return absolute.string();
+}
+
+void pruneAsTold(const Invocation& invocation, const std::string& home) {
+  constexpr std::size_t mostDigits = 9;
+  expectWords(invocation, 0);
+  const auto keep = invocation.value("--keep");
+  if (keep && (keep->empty() || keep->size() > mostDigits ||
+               keep->find_first_not_of("0123456789") != std::string::npos)) {
+    throw Misuse("prune: --keep needs a number, not " + *keep);
+  }
+  prune(home, keep ? std::optional(parseInteger(*keep)) : std::nullopt);
+}
+
+void checkAsTold(const Invocation& invocation, const std::string& home) {
+  if (!invocation.words.empty()) {
+    throw Misuse("check: no such option: " + invocation.words.front());
+  }
+  checkHome(home);
+}
+
+struct Command {
+  std::string_view name;
+  Access access;
+  std::size_t words;
+  void (*run)(const Invocation& invocation, const std::string& home);
+};
+
+constexpr std::size_t anyWords = static_cast<std::size_t>(-1);
+
+constexpr std::array commands{
+    Command{"init", Access::owner, 0,
+            [](const Invocation&, const std::string& home) { makeHome(home); }},
+    Command{"release", Access::owner, 1,
+            [](const Invocation& invocation, const std::string& home) {
+              release(home, invocation.words.front());
+            }},
+    Command{"definitions", Access::owner, 1,
+            [](const Invocation& invocation, const std::string& home) {
+              publishDefinitions(home, invocation.words.front());
+            }},
+    Command{"withdraw", Access::owner, 0,
+            [](const Invocation&, const std::string& home) { withdrawDefinitions(home); }},
+    Command{"check", Access::reader, anyWords, checkAsTold},
+    Command{"prune", Access::owner, anyWords, pruneAsTold},
+};
+
+void makeFolderOfHome(const std::string& home) {
+  std::error_code error;
+  fs::create_directories(home, error);
+  if (!error) return;
+  refuse(fmt::format("{} cannot be made; choose another folder with --home", home),
+         fmt::format("or let root make it yours first: install -d -o {} {}", ownName(), home));
+}
+
+/// The home that is meant, as a path that holds from anywhere.
+std::string homeOf(const Invocation& invocation) {
+  if (invocation.command == "init" && !invocation.home) {
+    throw Misuse("init needs --home DIR: the folder that is to hold the private key");
+  }
+  const std::string given = invocation.home.value_or(".");
+  std::error_code ignored;
+  if (fs::weakly_canonical(given, ignored).string().find_first_of("*?[]\\") != std::string::npos) {
+    throw Misuse("the path of a home must not hold any of * ? [ ] \\");
+  }
+  return given;
+}
+
+void carryOut(Invocation invocation, std::string& home) {
+  const auto* const command =
+      std::ranges::find(commands, std::string_view(invocation.command), &Command::name);
+  const std::string given = homeOf(invocation);
+  if (command->words != anyWords) expectWords(invocation, command->words);
+  for (std::string& word : invocation.words) {
+    if (command->words == 1) word = seenFromAnywhere(word);
+  }
+  if (invocation.command == "init") makeFolderOfHome(given);
+  home = locate(given).folder.string();
+  stepDownToOwner(home, command->access);
+  command->run(invocation, home);
+}
+
+/// On a full disk anything goes wrong somehow, and what is said of it misleads.
+bool toldOfFullDisk(const std::string& home) {
+  if (home.empty() || !diskIsFull(home)) return false;
+  sayWrong(fmt::format("the disk that holds {} is full; nothing is half published", home));
+  sayWrong("make room, then do the same again");
+  return true;
+}
+
+int runSafely(int argc, const char* const* argv, std::string& home) {
+  try {
+    const Invocation invocation = parseCommandLine(argc, argv);
+    if (invocation.help) {
+      writeToStandardOutput(usageOf(invocation.command));
+    } else {
+      carryOut(invocation, home);
+    }
+    return 0;
+  } catch (const Misuse& misuse) {
+    sayWrong(misuse.line());
+    writeFully(STDERR_FILENO, "Try \"tarnwick-publish --help\".\n");
+    return 2;
+  } catch (const Refusal& refusal) {
+    if (toldOfFullDisk(home)) return 1;
+    for (const std::string& line : refusal.lines()) sayWrong(line);
+  } catch (const std::exception& error) {
+    if (toldOfFullDisk(home)) return 1;
+    sayWrong(error.what());
+    sayWrong("stopped by what is said above; nothing is half published");
+  }
+  return 1;
+}
+
+}  // namespace
+
+int runPublisher(int argc, const char* const* argv) {
+  keepStandardDescriptorsOpen();
+  ::umask(022);
+  ::setenv("LC_ALL", "C", 1);  // NOLINT(concurrency-mt-unsafe): there is one thread yet
+  std::signal(SIGPIPE, SIG_IGN);
+  std::string home;
+  return runSafely(argc, argv, home);
+}
+
+}  // namespace tarnwick::publisher
