@@ -44,11 +44,6 @@ FileDescriptor writeNew(const fs::path& file, std::string_view content, mode_t m
   return opened;
 }
 
-time_t dateOf(const fs::path& file) {
-  struct stat status = {};
-  return ::stat(file.c_str(), &status) == 0 ? status.st_mtime : 0;
-}
-
 }  // namespace
 
 std::optional<std::string> contentOf(const fs::path& file, std::uintmax_t limit) {
@@ -94,6 +89,11 @@ std::uintmax_t sizeOf(const fs::path& file) {
   std::error_code error;
   const std::uintmax_t size = fs::file_size(file, error);
   return error ? 0 : size;
+}
+
+std::time_t dateOf(const fs::path& file) {
+  struct stat status = {};
+  return ::stat(file.c_str(), &status) == 0 ? status.st_mtime : 0;
 }
 
 std::vector<fs::path> entriesOf(const fs::path& folder) {

@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <ctime>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -29,6 +30,9 @@ bool isFolder(const std::filesystem::path& path);
 bool isLink(const std::filesystem::path& path);
 /// 0 for what cannot be looked at.
 std::uintmax_t sizeOf(const std::filesystem::path& file);
+
+/// When it was last changed; 0 for what cannot be looked at.
+std::time_t dateOf(const std::filesystem::path& file);
 
 /// The full paths of what a folder holds, sorted, without hidden ones. Empty when it cannot be
 /// read.

@@ -5,9 +5,14 @@
 #include "publisher/refusal.hpp"
 
 namespace tarnwick::publisher {
+namespace {
+
+constexpr std::string_view damaged = "Damaged: ";
+
+}  // namespace
 
 void Findings::damage(std::string_view text) {
-  lines_.push_back(fmt::format("Damaged: {}{}", where_, withoutControls(text)));
+  lines_.push_back(fmt::format("{}{}{}", damaged, where_, withoutControls(text)));
   ++damages_;
 }
 
@@ -18,6 +23,16 @@ void Findings::note(std::string_view line) {
 void Findings::append(const Findings& others) {
   lines_.insert(lines_.end(), others.lines_.begin(), others.lines_.end());
   damages_ += others.damages_;
+}
+
+void Findings::appendAsOurs(const Findings& others) {
+  for (const std::string& line : others.lines_) {
+    if (line.starts_with(damaged)) {
+      damage(line.substr(damaged.size() + others.where_.size()));
+    } else {
+      note(line);
+    }
+  }
 }
 
 void Findings::print() const {

@@ -18,6 +18,8 @@ class Findings {
   /// Worth saying, and no damage.
   void note(std::string_view line);
   void append(const Findings& others);
+  /// Damages of the home, found in a copy of it.
+  void appendAsOurs(const Findings& others);
   /// An empty list for the same place.
   [[nodiscard]] Findings ofTheSamePlace() const { return Findings(where_); }
 

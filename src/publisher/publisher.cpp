@@ -20,8 +20,11 @@
 #include "publisher/init.hpp"
 #include "publisher/owner.hpp"
 #include "publisher/prune.hpp"
+#include "publisher/push.hpp"
 #include "publisher/refusal.hpp"
 #include "publisher/release.hpp"
+#include "publisher/served_check.hpp"
+#include "publisher/site.hpp"
 #include "publisher/usage.hpp"
 
 namespace tarnwick::publisher {
@@ -49,10 +52,18 @@ void pruneAsTold(const Invocation& invocation, const std::string& home) {
 }
 
 void checkAsTold(const Invocation& invocation, const std::string& home) {
+  if (invocation.has("--from")) return checkServed(home, invocation);
   if (!invocation.words.empty()) {
     throw Misuse("check: no such option: " + invocation.words.front());
   }
   checkHome(home);
+}
+
+void siteAsTold(const Invocation& invocation, const std::string& home) {
+  if (!invocation.words.empty()) {
+    throw Misuse("site: no such option: " + invocation.words.front());
+  }
+  printSite(home, invocation);
 }
 
 struct Command {
@@ -79,6 +90,9 @@ constexpr std::array commands{
             [](const Invocation&, const std::string& home) { withdrawDefinitions(home); }},
     Command{"check", Access::reader, anyWords, checkAsTold},
     Command{"prune", Access::owner, anyWords, pruneAsTold},
+    Command{"push", Access::owner, anyWords,
+            [](const Invocation& invocation, const std::string& home) { push(home, invocation); }},
+    Command{"site", Access::reader, anyWords, siteAsTold},
 };
 
 void makeFolderOfHome(const std::string& home) {
