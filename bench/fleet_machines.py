@@ -126,7 +126,7 @@ class Failure:
 
 
 def push(site):
-    return site.command("/repository/publish/tarnwick-publish", "--home", "/srv/vendor", "push",
+    return site.command(vendor.KIT, "--home", "/srv/vendor", "push",
                         *(f"{name}:/srv/{name}=https://{address}" for name, address in zip(NAMES, ADDRESSES)),
                         env={"RSYNC_RSH": "/srv/transport"})
 

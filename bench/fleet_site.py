@@ -11,9 +11,9 @@ from testbed.cache import made_once
 from testbed.machine import Machine, only_child, seen_inside
 from testbed.servers import HOSTS, make_certificates
 from testbed import servers as testbed_servers
-from testbed.world import DATA, EXECUTABLE, TOOL, UPSTREAM_DATABASES
+from testbed.vendor import EXECUTABLE, KIT
+from testbed.world import DATA, TOOL, UPSTREAM_DATABASES
 
-KIT = "/repository/publish/tarnwick-publish"
 ADDRESSES = ("198.51.100.1", "203.0.113.1")
 # Debian's layout, with a log for the figures and a socket; an answer on it means that the log is complete.
 NGINX = """

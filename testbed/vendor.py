@@ -2,6 +2,7 @@
 
 import hashlib
 import io
+import os
 import pathlib
 import shutil
 import subprocess
@@ -9,10 +10,12 @@ import tarfile
 import tempfile
 
 from .cache import made_once
-from .machine import REPOSITORY
+from .machine import REPOSITORY, seen_inside
 
 HOME = REPOSITORY / "build" / "vendor"
-PUBLISHER = REPOSITORY / "publish" / "tarnwick-publish"
+EXECUTABLE = pathlib.Path(os.environ.get("TARNWICK_EXECUTABLE", REPOSITORY / "build" / "test" / "tarnwick"))
+PUBLISHER = EXECUTABLE.resolve().parent / "tarnwick-publish"
+KIT = seen_inside(PUBLISHER)  # in a machine
 
 
 def sample(version):
@@ -85,7 +88,7 @@ def home(versions):
             (sources / "definitions").write_text(definitions_text(), encoding="ascii")
             _publish(folder, "definitions", sources / "definitions")
 
-    sources = [HOME / "public.pem", pathlib.Path(__file__), *PUBLISHER.parent.rglob("*")]
+    sources = [HOME / "public.pem", pathlib.Path(__file__), PUBLISHER]
     return made_once(f"vendor-{versions}", make, sources)
 
 

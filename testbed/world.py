@@ -15,15 +15,15 @@ import time
 
 from . import vendor
 from .cache import made_once
-from .machine import HERE, REPOSITORY, Machine, Outcome, seen_inside
+from .machine import HERE, Machine, Outcome, seen_inside
 from .servers import MIRROR, Servers
+from .vendor import EXECUTABLE
 
 PREFIX = "/usr/local/vestRum"
 BIN, DATA = f"{PREFIX}/bin", f"{PREFIX}/share/clamav"
 CONFIGURATION = f"{PREFIX}/etc/freshclam.conf"
 STATE = "/var/lib/tarnwick/uk.co.pellawaysoftware.vestrum.tarnwick.plist"
 OLDER_STATE = "/var/lib/tarnwick/uk.co.tobrennel.vestrum.tarnwick.plist"
-EXECUTABLE = pathlib.Path(os.environ.get("TARNWICK_EXECUTABLE", REPOSITORY / "build" / "test" / "tarnwick"))
 TOOL = "/usr/local/bin/tarnwick"
 # As the tool presents the system that it runs on.
 MACINTOSH = f"(Macintosh; Intel Mac OS X {platform.freedesktop_os_release().get('VERSION_ID', 'unknown')})"
@@ -79,7 +79,7 @@ class World(Machine):
         super().close()
 
     def publish(self, *arguments):
-        outcome = self.command("/repository/publish/tarnwick-publish", "--home", "/srv/vendor", *arguments)
+        outcome = self.command(vendor.KIT, "--home", "/srv/vendor", *arguments)
         assert outcome.status == 0, outcome
         return outcome.stdout
 

@@ -18,6 +18,7 @@
 #include "publisher/definitions.hpp"
 #include "publisher/disk.hpp"
 #include "publisher/init.hpp"
+#include "publisher/mirror.hpp"
 #include "publisher/owner.hpp"
 #include "publisher/prune.hpp"
 #include "publisher/push.hpp"
@@ -90,6 +91,8 @@ constexpr std::array commands{
             [](const Invocation&, const std::string& home) { withdrawDefinitions(home); }},
     Command{"check", Access::reader, anyWords, checkAsTold},
     Command{"prune", Access::owner, anyWords, pruneAsTold},
+    Command{"mirror", Access::owner, 0,
+            [](const Invocation&, const std::string& home) { mirror(home); }},
     Command{"push", Access::owner, anyWords,
             [](const Invocation& invocation, const std::string& home) { push(home, invocation); }},
     Command{"site", Access::reader, anyWords, siteAsTold},

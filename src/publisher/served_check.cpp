@@ -106,7 +106,9 @@ void askOne(const std::string& url, const ServedStandard& standard, std::size_t 
     answer.findings.appendAsOurs(standard.here);
   } else {
     answer.version = checkOther(files, standard, number, answer.findings);
-    answer.remedies = remedyFor(server, files.failure());
+    if (files.failure() != HttpFailure::other) {
+      answer.remedies = remedyFor(server, files.failure());
+    }
   }
   if (answer.version != standard.version) {
     answer.findings.damage(fmt::format("version {} is served, and version {} is published",

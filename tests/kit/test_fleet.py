@@ -6,6 +6,7 @@ import subprocess
 import sys
 
 from testbed import CONTENT, HERE, LINKS, NOBODY, REPOSITORY
+from testbed.vendor import KIT
 
 STORY = """\
 20 machines, 8 at a time: 11 up to date, 2 new, the others up to 5 versions behind the 6 that are out; 3 scripts are \
@@ -66,7 +67,7 @@ def test_an_edge_answers_for_the_origin(world):
     scripts = [f"VestRUM-{number}.script{end}" for number in (2, 3) for end in ("", ".signature")]
     assert fetched_from_origin(world) == ["VestRUM-db-version.txt", *scripts, "Vestrum.database"]
     # Its links are good for longer than those of a run, so that they are others.
-    check = ("/repository/publish/tarnwick-publish", "--home", "/srv/vendor", "check", "--from", f"https://{NOBODY}")
+    check = (KIT, "--home", "/srv/vendor", "check", "--from", f"https://{NOBODY}")
     assert world.command(*check).stdout == "All is well: version 3 from 1 server.\n"
     assert not set(fetched_from_origin(world)) & set(scripts)
 

@@ -1,18 +1,22 @@
 """The publishing kit: what a cut leaves behind, and the site that it prints."""
 
 import base64
+import contextlib
 import hashlib
 import itertools
 import os
+import pathlib
+import signal
+import subprocess
 import time
 
 import pytest
 
-from testbed import CONTENT, LINKS, MIRROR, stand_ins, vendor
+from testbed import CONTENT, LINKS, MIRROR, vendor
 from testbed.vendor import publish
 
-# With which the kit changes something.
-PROGRAMS = "clamscan cp ln mkdir mv openssl rm sigtool sync tar"
+# With which the kit changes something, or waits for a program that does.
+CALLS = ("rename", "unlinkat", "mkdir", "symlink", "fsync", "wait4")
 
 
 @pytest.fixture(scope="module")
@@ -20,23 +24,36 @@ def world(shared_world):
     return shared_world
 
 
+def cut(killed, moment, home, *command):
+    """The end of the kit alone or of all that it started, at one of its calls of the system."""
+    job = subprocess.Popen(["strace", "-qq", "-o", "/dev/null", "-e", moment, vendor.PUBLISHER, "--home", home, *command],
+                           text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, start_new_session=True)
+    job.wait()
+    if killed == "all":
+        with contextlib.suppress(ProcessLookupError):
+            os.killpg(job.pid, signal.SIGKILL)
+    return subprocess.CompletedProcess(command, job.returncode, job.communicate()[0])
+
+
 @pytest.mark.versions(3)
 @pytest.mark.parametrize("killed", ["all", "kit"])
 @pytest.mark.parametrize("command", ["release", "definitions", "withdraw", "prune"])
 def test_a_cut_leaves_the_old_set_or_the_new_one(home, tmp_path, command, killed):
-    environment = stand_ins.before(PROGRAMS, stand_ins.KILLING, tmp_path, KILLED=killed)
     (tmp_path / "new").write_text(vendor.definitions_text(2), encoding="ascii")
     subject = {"release": [vendor.signature_folder(tmp_path / "signatures", 5)], "definitions": [tmp_path / "new"],
                "withdraw": [], "prune": ["--keep", "1"]}[command]
-    for moment in itertools.count():
-        (tmp_path / "left").write_text(f"{moment}\n", encoding="ascii")
-        outcome = publish(home, command, *subject, env=environment, start_new_session=True)
-        assert publish(home, "check").returncode == 0 and moment < 99, (moment, outcome)
-        if outcome.returncode == 0:
-            break
-    assert moment > 9
-    assert [len(os.listdir(home / "site" / name)) for name in ("releases", "definitions")] == [1, 1]
-    assert not (home / "work").exists()
+    moments = 0
+    for call in CALLS:
+        subprocess.run(["cp", "-a", home, f"{home}.{call}"], check=True)
+        for moment in itertools.count(1):
+            said = cut(killed, f"inject={call}:signal=KILL:when={moment}", f"{home}.{call}", command, *subject)
+            assert publish(f"{home}.{call}", "check").returncode == 0 and moment < 199, (call, moment, said)
+            if said.returncode == 0:
+                break
+            moments += 1
+        assert [len(os.listdir(f"{home}.{call}/site/{name}")) for name in ("releases", "definitions")] == [1, 1]
+        assert not pathlib.Path(f"{home}.{call}/work").exists()
+    assert moments > 30
 
 
 def test_what_is_published_is_dated_after_what_was(home, tmp_path):

@@ -6,9 +6,9 @@ from typing import Callable, NamedTuple
 
 import pytest
 
-from testbed import BIN, CONFIGURATION, DATA, IMPOSTOR, MIRROR, NOBODY, ORIGIN, Outcome
+from testbed import BIN, CONFIGURATION, DATA, IMPOSTOR, MIRROR, NOBODY, ORIGIN, Outcome, vendor
 
-KIT = "/repository/publish/tarnwick-publish --home {} mirror"
+KIT = f"{vendor.KIT} --home {{}} mirror"
 SIGNED = "/repository/testbed/clamav/test"
 MIRRORED, NOTHING_NEW = (f"{what}: bytecode 3 daily {{0}} main 3 test {{0}}\n" for what in ("Mirrored", "Nothing new"))
 ALTER = "printf x | dd of={} bs=1 seek=600 conv=notrunc status=none"

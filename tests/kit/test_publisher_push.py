@@ -9,7 +9,7 @@ import pytest
 
 from testbed import IMPOSTOR, REPOSITORY, vendor
 from testbed.stand_ins import REMOTE
-from testbed.vendor import publish
+from testbed.vendor import KIT, publish
 
 DYING = ["cut.1.90000", *(f"killed.{step}.{moment}" for step, moments in ((1, 11), (2, 5), (3, 3), (4, 11))
                           for moment in range(1, moments)),
@@ -107,7 +107,7 @@ OUTCOMES = [
 
 
 def test_servers_are_asked_and_failures_named(shared_world):
-    world, kit = shared_world, ["/repository/publish/tarnwick-publish", "--home", "/srv/own"]
+    world, kit = shared_world, [KIT, "--home", "/srv/own"]
     world.write("/srv/remote", REMOTE, 0o755)
     vendor.signature_folder(world.path("/srv/five"), 5)
     world.shell(f"cp -a /srv/vendor /srv/own; {' '.join(kit)} release /srv/five; {' '.join(kit)} site >/dev/null")
