@@ -91,7 +91,9 @@ OUTCOMES = [
          done=r"printf '# ours\n\n/srv/vendor=https://127.0.0.1\n/srv/two=https://127.0.0.1' >push.servers"),
     Push(f"/srv/none/x /srv/two=https://{IMPOSTOR} chatty:/srv/vendor=https://127.0.0.1", 1,
          'Not pushed: /srv/none/x: rsync: [Receiver] mkdir "/srv/none/x" failed: No such file or directory (2)\n'
-         f"Damaged: {IMPOSTOR}: {CANNOT}\n", "version 5 is on 1 of 3 servers; push again when the others are well\n",
+         f"  make the folder in which the home is to lie there\nDamaged: {IMPOSTOR}: {CANNOT}\n  {IMPOSTOR}: have its "
+         "certificate signed for the machines' hosts by an authority that they know, or renew it; CURL_CA_BUNDLE names "
+         "a private authority\n", "version 5 is on 1 of 3 servers; push again when the others are well\n",
          "rm push.servers"),
     Push("--timeout 1 silent:/srv/x", 1, "Not pushed: silent:/srv/x: [sender] io timeout after 1 seconds -- exiting\n",
          "version 5 is on 0 of 1 server; push again when the others are well\n"),
