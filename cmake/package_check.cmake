@@ -1,9 +1,6 @@
 # Run by cpack when it has packed. It only warns when it has no means to find the libraries that the
 # program needs, and its package would then be installed without them and not start.
 foreach(package ${CPACK_PACKAGE_FILES})
-  if(package MATCHES "_all\\.deb$")
-    continue()
-  endif()
   execute_process(COMMAND dpkg-deb --field ${package} Depends OUTPUT_VARIABLE depends
                   OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
   if(NOT depends MATCHES "libc[0-9]")

@@ -8,6 +8,7 @@ execute_process(COMMAND chmod -R u=rwX,go=rX ${CPACK_TEMPORARY_DIRECTORY}
                 COMMAND_ERROR_IS_FATAL ANY)
 
 # cpack's own stripping leaves what the compilers said of themselves.
-file(GLOB programs ${CPACK_TEMPORARY_DIRECTORY}/*/usr/sbin/tarnwick)
+file(GLOB programs ${CPACK_TEMPORARY_DIRECTORY}/*/usr/sbin/tarnwick
+     ${CPACK_TEMPORARY_DIRECTORY}/*/usr/bin/tarnwick-publish)
 execute_process(COMMAND ${CPACK_TARNWICK_STRIP} --remove-section=.comment ${programs}
                 COMMAND_ERROR_IS_FATAL ANY)

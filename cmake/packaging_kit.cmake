@@ -1,15 +1,10 @@
 # The publishing kit, a package of its own: whoever publishes need not be whoever is updated. From
 # source it is installed by `cmake --install BUILD --component tarnwick-publish` alone.
 
-set(kit ${CMAKE_INSTALL_DATADIR}/tarnwick-publish)
 set(kit_documents ${CMAKE_INSTALL_DATADIR}/doc/tarnwick-publish)
 set(kit_rules COMPONENT tarnwick-publish EXCLUDE_FROM_ALL)
 
-install(PROGRAMS publish/tarnwick-publish DESTINATION ${kit} ${kit_rules})
-install(DIRECTORY publish/lib DESTINATION ${kit} ${kit_rules})
-file(MAKE_DIRECTORY ${packaged}/kit)
-file(CREATE_LINK ../share/tarnwick-publish/tarnwick-publish ${packaged}/kit/tarnwick-publish SYMBOLIC)
-install(FILES ${packaged}/kit/tarnwick-publish DESTINATION ${CMAKE_INSTALL_BINDIR} ${kit_rules})
+install(TARGETS tarnwick-publish DESTINATION ${CMAKE_INSTALL_BINDIR} ${kit_rules})
 
 # For each home that somebody enables it for.
 install(FILES packaging/systemd/tarnwick-mirror@.service packaging/systemd/tarnwick-mirror@.timer
@@ -18,7 +13,7 @@ install(FILES packaging/systemd/tarnwick-mirror@.service packaging/systemd/tarnw
 # Installed, the command is found without its path.
 foreach(document README.md FLEET.md)
   file(READ publish/${document} text)
-  string(REPLACE "publish/tarnwick-publish" "tarnwick-publish" text "${text}")
+  string(REPLACE "build/release/tarnwick-publish" "tarnwick-publish" text "${text}")
   file(WRITE ${packaged}/kit/${document} "${text}")
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS publish/${document})
   install(FILES ${packaged}/kit/${document} DESTINATION ${kit_documents} ${kit_rules})
@@ -42,9 +37,9 @@ install(FILES ${packaged}/kit/lintian-overrides
         DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides RENAME tarnwick-publish ${kit_rules})
 
 set(CPACK_DEBIAN_TARNWICK-PUBLISH_PACKAGE_NAME tarnwick-publish)
-set(CPACK_DEBIAN_TARNWICK-PUBLISH_PACKAGE_ARCHITECTURE all)
-set(CPACK_DEBIAN_TARNWICK-PUBLISH_PACKAGE_DEPENDS "clamav, openssl")
-set(CPACK_DEBIAN_TARNWICK-PUBLISH_PACKAGE_RECOMMENDS "clamav-freshclam, curl, nginx-light, rsync")
+set(CPACK_DEBIAN_TARNWICK-PUBLISH_PACKAGE_DEPENDS "ca-certificates, clamav")
+set(CPACK_DEBIAN_TARNWICK-PUBLISH_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_TARNWICK-PUBLISH_PACKAGE_RECOMMENDS "clamav-freshclam, nginx-light, rsync")
 set(CPACK_DEBIAN_TARNWICK-PUBLISH_PACKAGE_SUGGESTS "openssh-client")
 set(CPACK_DEBIAN_TARNWICK-PUBLISH_DESCRIPTION
 "publishes signed virus definitions for machines that run tarnwick

@@ -39,8 +39,7 @@ std::string kindOf(const fs::path& file) {
 void publishPair(const Home& home, const Workplace& work, std::string_view content,
                  const std::string& privateKey) {
   const fs::path link = home.tree / "current";
-  const std::string previous = fs::path(targetOf(link)).filename();
-  const std::string number = std::to_string(parseInteger(previous) + 1);
+  const std::string number = std::to_string(numberBehind(link) + 1);
   const fs::path pair = work.folder() / "pair";
   sweepOthers(home.definitions, link);
   makeFolder(pair);
@@ -80,26 +79,27 @@ std::string tryWithClamav(const fs::path& file, std::string_view content, const 
 
 void publishDefinitions(const std::string& homePath, const fs::path& file) {
   const Home home = openHome(homePath);
-  refuseSensitive(file, home);
-  const auto content = contentOf(file);
-  if (!content) {
+  if (isLink(file)) refuse(fmt::format("{} is a link; name the file itself", file.string()));
+  if (!isFile(file) || ::access(file.c_str(), R_OK) != 0) {
     refuse(fmt::format("{} is not a file that can be read by {}", file.string(), ownName()));
   }
-  if (content->empty()) {
+  refuseInHome(file, home);
+  const Workplace work = Workplace::inHome(home);
+  const std::string privateKey = requireKey(home);
+  const std::string content = readToPublish(file, home);
+  if (content.empty()) {
     refuse(
         fmt::format("{} is empty, and an empty definitions file means withdrawal", file.string()),
         fmt::format("if that is meant: tarnwick-publish --home {} withdraw", homePath));
   }
-  const Workplace work = Workplace::inHome(home);
-  const std::string privateKey = requireKey(home);
-  if (isPublishedAlready(home, *content)) {
+  if (isPublishedAlready(home, content)) {
     say("Nothing new: this definitions file is published already.");
     return;
   }
-  const std::string tried = tryWithClamav(file, *content, work);
-  publishPair(home, work, *content, privateKey);
+  const std::string tried = tryWithClamav(file, content, work);
+  publishPair(home, work, content, privateKey);
   say(fmt::format("Published {}, {}, {}.", fileName,
-                  counted(static_cast<std::int64_t>(content->size()), "byte"), tried));
+                  counted(static_cast<std::int64_t>(content.size()), "byte"), tried));
 }
 
 void withdrawDefinitions(const std::string& homePath) {

@@ -13,6 +13,7 @@
 #include "base/disk_sync.hpp"
 #include "base/file_descriptor.hpp"
 #include "base/files.hpp"
+#include "base/text_rules.hpp"
 
 namespace tarnwick::publisher {
 namespace {
@@ -27,9 +28,10 @@ void require(bool done, const fs::path& path) {
   if (!done) giveUp(path);
 }
 
-FileDescriptor openForReading(const fs::path& file) {
+FileDescriptor openForReading(const fs::path& file, Follow follow) {
   // A named pipe in the file's place must not make anybody wait.
-  FileDescriptor opened(::open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  const int flags = O_RDONLY | O_NONBLOCK | O_CLOEXEC | (follow == Follow::no ? O_NOFOLLOW : 0);
+  FileDescriptor opened(::open(file.c_str(), flags));
   struct stat status = {};
   const bool plain =
       opened.isOpen() && ::fstat(opened.get(), &status) == 0 && S_ISREG(status.st_mode);
@@ -47,7 +49,11 @@ FileDescriptor writeNew(const fs::path& file, std::string_view content, mode_t m
 }  // namespace
 
 std::optional<std::string> contentOf(const fs::path& file, std::uintmax_t limit) {
-  const FileDescriptor opened = openForReading(file);
+  return contentOf(file, Follow::yes, limit);
+}
+
+std::optional<std::string> contentOf(const fs::path& file, Follow follow, std::uintmax_t limit) {
+  const FileDescriptor opened = openForReading(file, follow);
   if (!opened.isOpen()) return std::nullopt;
   std::string content;
   std::array<char, 65536> buffer;  // NOLINT(*-member-init): filled by read
@@ -63,6 +69,14 @@ std::optional<std::string> contentOf(const fs::path& file, std::uintmax_t limit)
 std::string targetOf(const fs::path& link) {
   std::error_code none;
   return fs::read_symlink(link, none).string();
+}
+
+std::int64_t numberBehind(const fs::path& link) {
+  constexpr std::size_t mostDigits = 18;
+  const std::string name = fs::path(targetOf(link)).filename();
+  const bool number = !name.empty() && name.size() <= mostDigits && name.front() != '0' &&
+                      name.find_first_not_of("0123456789") == std::string::npos;
+  return number ? parseInteger(name) : 0;
 }
 
 bool isThere(const fs::path& path) {
@@ -144,8 +158,12 @@ void removeFile(const fs::path& file) {
   require(::unlink(file.c_str()) == 0 || errno == ENOENT, file);
 }
 
+void makeLink(const std::string& target, const fs::path& link) {
+  require(::symlink(target.c_str(), link.c_str()) == 0, link);
+}
+
 void placeLink(const std::string& target, const fs::path& link, const fs::path& spare) {
-  require(::symlink(target.c_str(), spare.c_str()) == 0, link);
+  makeLink(target, spare);
   moveOver(spare, link);
 }
 

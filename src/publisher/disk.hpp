@@ -14,13 +14,21 @@
 /// the error names the path.
 namespace tarnwick::publisher {
 
-/// What a file holds, links followed. None when it cannot be read, is no plain file, or is larger
-/// than `limit`.
+enum class Follow { yes, no };
+
+/// What a file holds. None when it cannot be read, is no plain file, or is larger than `limit`.
+constexpr std::uintmax_t noLimit = static_cast<std::uintmax_t>(-1);
 std::optional<std::string> contentOf(const std::filesystem::path& file,
-                                     std::uintmax_t limit = static_cast<std::uintmax_t>(1) << 40U);
+                                     std::uintmax_t limit = noLimit);
+/// The same, where a link may not be followed.
+std::optional<std::string> contentOf(const std::filesystem::path& file, Follow follow,
+                                     std::uintmax_t limit = noLimit);
 
 /// What a link leads to, as it stands; empty for what is no link.
 std::string targetOf(const std::filesystem::path& link);
+
+/// The number of the set that a link leads to, 0 without one.
+std::int64_t numberBehind(const std::filesystem::path& link);
 
 /// Whether something is there, be it a link that leads nowhere.
 bool isThere(const std::filesystem::path& path);
@@ -48,6 +56,7 @@ void makeFolder(const std::filesystem::path& folder, mode_t mode = 0755);
 void makeFolders(const std::filesystem::path& folder);
 void removeFile(const std::filesystem::path& file);
 
+void makeLink(const std::string& target, const std::filesystem::path& link);
 /// Makes or replaces a link in one step; `spare` is a name beside it, or on the same file system.
 void placeLink(const std::string& target, const std::filesystem::path& link,
                const std::filesystem::path& spare);

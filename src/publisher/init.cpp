@@ -11,21 +11,20 @@ namespace {
 
 namespace fs = std::filesystem;
 
-void linkNames(const fs::path& folder, std::initializer_list<const char*> names,
-               const Workplace& work) {
+void linkNames(const fs::path& folder, std::initializer_list<const char*> names) {
   for (const char* const name : names) {
-    placeLink(fmt::format("current/{}", name), folder / name, work.folder() / "link");
+    removeFile(folder / name);  // of an init that was cut short
+    makeLink(fmt::format("current/{}", name), folder / name);
   }
   syncPath(folder);
 }
 
-void makeTree(const Home& home, const Workplace& work) {
+void makeTree(const Home& home) {
   for (const fs::path& folder : {home.mirror, home.releases, home.definitions, home.scripted}) {
     makeFolders(folder);
   }
-  linkNames(home.scripted, {"VestRUM.cud", "VestRUM.cud.signature", "VestRUM-db-version.txt"},
-            work);
-  linkNames(home.tree, {"Vestrum.database", "Vestrum.database.signature"}, work);
+  linkNames(home.scripted, {"VestRUM.cud", "VestRUM.cud.signature", "VestRUM-db-version.txt"});
+  linkNames(home.tree, {"Vestrum.database", "Vestrum.database.signature"});
 }
 
 }  // namespace
@@ -38,7 +37,7 @@ void makeHome(const std::string& homePath) {
   }
   if (isAnythingReleased(home)) refuseWithoutKey(home);
   const Workplace work = Workplace::inHome(home);
-  makeTree(home, work);
+  makeTree(home);
   makeKeys(home, work);
   say(fmt::format("Publishing home {} is ready.", home.folder.string()));
   say(fmt::format("Build Tarnwick with -DTARNWICK_PUBLIC_KEY_FILE={}", home.publicKey.string()));

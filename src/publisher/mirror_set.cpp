@@ -65,8 +65,7 @@ void publishSet(const Home& home, const Workplace& work, const MirroredDatabases
     linkOrCopy(database.container, set / (name + ".cvd"));
   }
   syncPath(set);
-  const std::string previous = fs::path(targetOf(current)).filename();
-  const std::string number = std::to_string(parseInteger(previous) + 1);
+  const std::string number = std::to_string(numberBehind(current) + 1);
   moveOver(set, home.mirror / "sets" / number);
   for (const auto& [name, database] : databases) {
     if (!isThere(home.mirror / (name + ".cvd"))) linkName(home, work, name + ".cvd");

@@ -94,6 +94,25 @@ void become(uid_t owner, gid_t folderGroup) {
   }
 }
 
+void stepDownTo(const struct stat& theirs) {
+  continueInNewSession();
+  // Root may stand where the owner cannot be.
+  if (::chdir("/") != 0) refuse("/ cannot be entered");
+  become(theirs.st_uid, theirs.st_gid);
+}
+
+fs::path lastOnTheWay(const fs::path& home) {
+  fs::path reached;
+  for (const fs::path& part : fs::absolute(home).lexically_normal()) {
+    struct stat status = {};
+    const fs::path next = reached / part;
+    if (::lstat(next.c_str(), &status) != 0) break;
+    reached = next;
+    if (S_ISLNK(status.st_mode) && status.st_uid != 0) break;
+  }
+  return reached;
+}
+
 }  // namespace
 
 std::string userName(uid_t user) {
@@ -110,15 +129,20 @@ void stepDownToOwner(const fs::path& home, Access access) {
   if (::lstat(home.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) return;
   if (::geteuid() == 0) refuseWhatOthersCouldExchange(home, status.st_uid);
   if (::geteuid() == status.st_uid) return;
-  if (::geteuid() != 0) {
-    if (access == Access::reader) return;
-    refuse(fmt::format("{} belongs to {}; only its owner can publish", home.string(),
-                       userName(status.st_uid)));
-  }
-  continueInNewSession();
-  // Root may stand where the owner cannot be.
-  if (::chdir("/") != 0) refuse("/ cannot be entered");
-  become(status.st_uid, status.st_gid);
+  if (::geteuid() == 0) return stepDownTo(status);
+  if (access == Access::reader) return;
+  refuse(fmt::format("{} belongs to {}; only its owner can publish", home.string(),
+                     userName(status.st_uid)));
+}
+
+void stepDownToMaker(const fs::path& home) {
+  if (::geteuid() != 0) return;
+  const fs::path last = lastOnTheWay(home);
+  struct stat status = {};
+  if (::lstat(last.c_str(), &status) != 0) return;
+  if (status.st_uid != 0) return stepDownTo(status);
+  std::error_code ignored;
+  refuseWhatOthersCouldExchange(fs::weakly_canonical(last, ignored), 0);
 }
 
 }  // namespace tarnwick::publisher

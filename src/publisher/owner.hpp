@@ -27,4 +27,8 @@ enum class Access {
 /// Does nothing where there is no such folder.
 void stepDownToOwner(const std::filesystem::path& home, Access access);
 
+/// The same for a home that is yet to be made: its owner is that of the last folder on the way to
+/// it that is there, or of a link on the way that is not root's.
+void stepDownToMaker(const std::filesystem::path& home);
+
 }  // namespace tarnwick::publisher

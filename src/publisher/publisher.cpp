@@ -36,9 +36,11 @@ namespace fs = std::filesystem;
 /// As the shell sees it from here: who carries out the command may stand elsewhere.
 std::string seenFromAnywhere(const std::string& path) {
   if (!isThere(path)) return path;
-  fs::path absolute = fs::absolute(path).lexically_normal();
-  if (!absolute.has_filename()) absolute = absolute.parent_path();
-  return absolute.string();
+  std::error_code ignored;
+  if (isFolder(path)) return fs::canonical(path, ignored).string();
+  // Not the file itself, which is refused where it is a link.
+  const fs::path absolute = fs::absolute(path);
+  return (fs::canonical(absolute.parent_path(), ignored) / absolute.filename()).string();
 }
 
 void pruneAsTold(const Invocation& invocation, const std::string& home) {
@@ -122,12 +124,16 @@ std::string homeOf(const Invocation& invocation) {
 void carryOut(Invocation invocation, std::string& home) {
   const auto* const command =
       std::ranges::find(commands, std::string_view(invocation.command), &Command::name);
-  const std::string given = homeOf(invocation);
+  std::string given = homeOf(invocation);
   if (command->words != anyWords) expectWords(invocation, command->words);
   for (std::string& word : invocation.words) {
     if (command->words == 1) word = seenFromAnywhere(word);
   }
-  if (invocation.command == "init") makeFolderOfHome(given);
+  if (invocation.command == "init") {
+    given = fs::absolute(given).lexically_normal().string();
+    stepDownToMaker(given);
+    makeFolderOfHome(given);
+  }
   home = locate(given).folder.string();
   stepDownToOwner(home, command->access);
   command->run(invocation, home);

@@ -1,16 +1,19 @@
 #pragma once
 
 #include <filesystem>
+#include <string>
 
 #include "publisher/home.hpp"
 
+/// What is published is read by everybody. So nothing of the home is, no link, and never the
+/// private key under any name.
 namespace tarnwick::publisher {
 
-/// Refuses to publish what may be the private key under another name: a link, or the very file that
-/// the key is, or one that the kit keeps in the home.
-void refuseSensitive(const std::filesystem::path& file, const Home& home);
+/// Refuses a file or folder that lies in the home.
+void refuseInHome(const std::filesystem::path& path, const Home& home);
 
-/// Refuses a folder of signatures that is the home itself, or lies where the kit keeps its files.
-void refuseFolderOfHome(const std::filesystem::path& folder, const Home& home);
+/// The content of a vendor's file, read once through one descriptor that follows no link: what is
+/// judged is what is published. Refuses the private key, and what cannot be read.
+std::string readToPublish(const std::filesystem::path& file, const Home& home);
 
 }  // namespace tarnwick::publisher

@@ -189,7 +189,9 @@ void checkServed(const std::string& homePath, const Invocation& invocation) {
                           .values = values,
                           .version = version,
                           .here = Findings()};
-  checkTree(treeOf(home), standard.tree, standard.here);
+  TreeStandard ofHome = standard.tree;
+  ofHome.newestKnown.reset();
+  checkTree(treeOf(home), ofHome, standard.here);
   const std::vector<ServerAnswer> answers = askServers(urls, standard);
   std::int64_t damages = 0;
   for (const ServerAnswer& answer : answers) {

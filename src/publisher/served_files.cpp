@@ -3,10 +3,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
 
+#include "base/text_rules.hpp"
 #include "publisher/disk.hpp"
 #include "vendor/signed_links.hpp"
 
@@ -19,6 +21,13 @@ constexpr int linkSeconds = 600;
 
 bool isOfContentHost(const std::string& name) {
   return name.starts_with("Vestrum.");
+}
+
+/// Installations take the number behind the first ":" of any answer for the version that is out,
+/// and would fetch the whole container at every run.
+bool readsAsVersion(std::string_view page) {
+  const std::size_t colon = page.find(':');
+  return colon != std::string_view::npos && parseInteger(page.substr(colon + 1)) > 0;
 }
 
 /// What the largest file of the home has, and a little more.
@@ -126,25 +135,36 @@ void ServedFiles::fetch(const std::string& name) {
   anyMissing_ = true;
 }
 
-void ServedFiles::expectRefusal(int wanted, const std::string& what, const std::string& url) {
+void ServedFiles::expectRefusal(const std::vector<long>& wanted, const std::string& what,
+                                const std::string& url) {
+  constexpr long found = 200;
   const HttpResult result = ask(url);
   const auto* const response = std::get_if<HttpResponse>(&result);
   const long status = response != nullptr ? response->status : 0;
-  if (status == wanted) return;
-  findings_.damage(
-      fmt::format("{} is answered with status {:03}, and should be with {}", what, status, wanted));
+  if (std::ranges::find(wanted, status) == wanted.end()) {
+    findings_.damage(fmt::format("{} is answered with status {:03}, and should be with {}", what,
+                                 status, wanted.front()));
+  }
+  if (response != nullptr && status != found && readsAsVersion(response->body)) {
+    findings_.damage(what +
+                     " is answered with a page that installations read as a version: \":\" "
+                     "and a number behind it");
+  }
 }
 
 void ServedFiles::checkGuards() {
-  constexpr int forbidden = 403;
-  constexpr int gone = 410;
+  constexpr long forbidden = 403;
+  constexpr long missing = 404;
+  constexpr long gone = 410;
   constexpr int past = -60;
   const std::string name = "VestRUM-db-version.txt";
-  expectRefusal(forbidden, "a link without a signature",
+  expectRefusal({forbidden}, "a link without a signature",
                 fmt::format("https://{}{}{}", values_.linksHost, scriptedPath, name));
-  expectRefusal(forbidden, "a link signed with another secret",
+  expectRefusal({forbidden}, "a link signed with another secret",
                 linkTo(name, linkSeconds, "not-" + values_.linkSecret));
-  expectRefusal(gone, "a link that has expired", linkTo(name, past, values_.linkSecret));
+  expectRefusal({missing, forbidden, gone}, "a name that does not exist",
+                linkTo("VestRUM-0.script", linkSeconds, values_.linkSecret));
+  expectRefusal({gone}, "a link that has expired", linkTo(name, past, values_.linkSecret));
 }
 
 void ServedFiles::checkDate(const std::string& name) {

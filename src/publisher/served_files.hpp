@@ -27,8 +27,9 @@ class ServedFiles {
   /// and the file then counts as missing.
   void fetch(const std::string& name);
 
-  /// One request that must be refused with this status.
-  void expectRefusal(int wanted, const std::string& what, const std::string& url);
+  /// One request that must be refused with one of these statuses, of which the first is right.
+  void expectRefusal(const std::vector<long>& wanted, const std::string& what,
+                     const std::string& url);
   void checkGuards();
 
   /// Machines compare dates, so that servers must not differ in them.

@@ -12,7 +12,6 @@
 #include "base/files.hpp"
 #include "base/text_rules.hpp"
 #include "publisher/disk.hpp"
-#include "publisher/owner.hpp"
 #include "publisher/refusal.hpp"
 #include "publisher/sensitive.hpp"
 #include "publisher/signature_text.hpp"
@@ -37,13 +36,6 @@ std::string kindOf(const fs::path& file) {
                     file.string(), kind));
   }
   return kind;
-}
-
-std::string readVendorFile(const fs::path& file, const Home& home) {
-  refuseSensitive(file, home);
-  std::optional<std::string> content = contentOf(file);
-  if (!content) refuse(fmt::format("{} cannot be read by {}", file.string(), ownName()));
-  return std::move(*content);
 }
 
 /// The kind of joined file of which ClamAV spoke first; empty when it named none.
@@ -89,7 +81,7 @@ std::string lineAt(std::string_view content, std::int64_t line) {
 }  // namespace
 
 SignatureFolder::SignatureFolder(const fs::path& folder, const Home& home) {
-  refuseFolderOfHome(folder, home);
+  refuseInHome(folder, home);
   std::vector<fs::path> files;
   for (const std::string& name : namesIn(folder).value_or(std::vector<std::string>{})) {
     const fs::path file = folder / name;
@@ -97,7 +89,10 @@ SignatureFolder::SignatureFolder(const fs::path& folder, const Home& home) {
       hidden_.push_back(file);
       continue;
     }
-    if (!isFile(file) || isLink(file)) {
+    if (isLink(file)) {
+      refuse(fmt::format("{} is a link; put the file itself there", file.string()));
+    }
+    if (!isFile(file)) {
       refuse(fmt::format("{} is not a file; a release is made of the files of one folder",
                          file.string()));
     }
@@ -110,12 +105,12 @@ SignatureFolder::SignatureFolder(const fs::path& folder, const Home& home) {
   std::ranges::sort(files);
   for (const fs::path& file : files) takeIn(file, home);
   const fs::path copying = folder / "COPYING";
-  joined_["COPYING"] = isFile(copying) ? readVendorFile(copying, home) : "";
+  joined_["COPYING"] = isFile(copying) ? readToPublish(copying, home) : "";
 }
 
 void SignatureFolder::takeIn(const fs::path& file, const Home& home) {
   const std::string kind = kindOf(file);
-  std::string content = readVendorFile(file, home);
+  std::string content = readToPublish(file, home);
   if (const auto fault = faultOf(content, kind)) {
     const std::string place =
         fault->line > 0 ? fmt::format("{} line {}", file.string(), fault->line) : file.string();

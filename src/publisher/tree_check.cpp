@@ -14,9 +14,15 @@
 namespace tarnwick::publisher {
 namespace {
 
-/// A published file and its signature, which are of no use without each other. Returns the file.
-std::optional<std::string> checkPair(const PublishedTree& tree, const std::string& name,
-                                     const std::string& publicKey, Findings& findings) {
+/// A published file, and whether it may be tried: of a server's only what fits its signature.
+struct Pair {
+  std::optional<std::string> content;
+  bool fits = false;
+};
+
+/// A published file and its signature, which are of no use without each other.
+Pair checkPair(const PublishedTree& tree, const std::string& name, const std::string& publicKey,
+               Findings& findings) {
   auto content = tree.read(name);
   const auto signature = tree.read(name + ".signature");
   if (!content && !signature) {
@@ -29,8 +35,14 @@ std::optional<std::string> checkPair(const PublishedTree& tree, const std::strin
     findings.damage(name + " has no signature");
   } else if (!textIsSigned(*content, *signature, publicKey)) {
     findings.damage(name + " does not fit its signature");
+  } else {
+    return {.content = std::move(content), .fits = true};
   }
-  return content;
+  return {.content = std::move(content), .fits = false};
+}
+
+bool mayBeTried(const Pair& pair, const TreeStandard& standard) {
+  return pair.fits || !standard.newestKnown;
 }
 
 std::string announcedBy(const PublishedTree& tree) {
@@ -76,16 +88,17 @@ std::int64_t checkScriptFiles(const PublishedTree& tree, const TreeStandard& sta
                               std::int64_t version, Findings& findings) {
   std::int64_t gap = 0;
   for (std::int64_t number = standard.oldest + 1; number <= version; ++number) {
-    const auto script = checkPair(tree, scriptName(number), standard.publicKey, findings);
-    if (gap == 0 && (!script || script->empty())) gap = number;
+    const Pair script = checkPair(tree, scriptName(number), standard.publicKey, findings);
+    const bool tried = script.content && !script.content->empty() && mayBeTried(script, standard);
+    if (gap == 0 && !tried) gap = number;
   }
   return gap;
 }
 
 /// Every installation is at some version since the oldest kept, or fetches the whole container; all
 /// of them follow the scripts to the newest, so one walk from the oldest meets each of their steps.
-void checkScripts(const PublishedTree& tree, const TreeStandard& standard,
-                  const std::string& container, std::int64_t version, Findings& findings) {
+void checkScripts(const PublishedTree& tree, const TreeStandard& standard, const Pair& container,
+                  std::int64_t version, Findings& findings) {
   std::int64_t gap = checkScriptFiles(tree, standard, version, findings);
   const auto first = unpackFile(standard.home.firstContainer);
   if (!first) {
@@ -102,7 +115,7 @@ void checkScripts(const PublishedTree& tree, const TreeStandard& standard,
       findings.note(
           fmt::format("Not tried: the scripts after {}, which need its result", scriptName(gap)));
     }
-  } else if (unpack(container) != walk.result) {
+  } else if (mayBeTried(container, standard) && unpack(*container.content) != walk.result) {
     findings.damage("the scripts lead to something else than VestRUM.cud");
   }
 }
@@ -111,16 +124,17 @@ void checkScripts(const PublishedTree& tree, const TreeStandard& standard,
 
 std::int64_t checkTree(const PublishedTree& tree, const TreeStandard& standard,
                        Findings& findings) {
-  const auto container = checkPair(tree, "VestRUM.cud", standard.publicKey, findings);
-  const std::int64_t version = checkContainer(tree, container, findings);
+  const Pair container = checkPair(tree, "VestRUM.cud", standard.publicKey, findings);
+  const std::int64_t version = checkContainer(tree, container.content, findings);
   if (version > 0) {
     // The scanner loads the container while the scripts are tried.
-    Child trial(trialOf(tree.container, standard.work));
+    std::optional<Child> trial;
+    if (mayBeTried(container, standard)) trial.emplace(trialOf(tree.container, standard.work));
     Findings scripts = findings.ofTheSamePlace();
     if (version <= standard.newestKnown.value_or(version)) {
-      checkScripts(tree, standard, *container, version, scripts);
+      checkScripts(tree, standard, container, version, scripts);
     }
-    judgeTrial(trial.wait(), findings);
+    if (trial) judgeTrial(trial->wait(), findings);
     findings.append(scripts);
   }
   if (isFolder(standard.home.tree / "current")) {

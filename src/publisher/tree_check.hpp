@@ -17,7 +17,8 @@ struct TreeStandard {
   const Workplace& work;
   std::string publicKey;
   std::int64_t oldest = 1;
-  /// Of a served version that is newer, no scripts are known.
+  /// Of a served tree: the newest version whose scripts are known. Nothing unsigned of a server's
+  /// is tried.
   std::optional<std::int64_t> newestKnown = {};
 };
 

@@ -46,7 +46,7 @@ are not asked for the mirror. Certificates are checked with the system's
 authorities (or CURL_CA_BUNDLE).
 
   --content-host HOST     these three as given to site; without them,
-  --links-host HOST       as they were given to it last
+  --links-host HOST       as site --remember kept them
   --link-secret TEXT
 )";
 
@@ -78,7 +78,8 @@ constexpr std::string_view pushUsage =
 Copies site/ and mirror/ to every SERVER at once, with rsync over ssh, and then
 asks each as check --from does. Nothing else of the home goes there; an empty
 mirror/ is left as it is there. Whenever a copy is cut short, the server serves
-the old set or the new one, and the next push goes on from there.
+the old set or the new one, and the next push goes on from there. If a server
+loses power within a minute after a push, push again: it may lack new names.
 
 A SERVER is [USER@]HOST:FOLDER or a local /FOLDER, which becomes the home there.
 It is asked at https://HOST, or where SERVER=https://HOST[:PORT] says; a local
@@ -87,7 +88,7 @@ are the servers. ssh must get in without asking; RSYNC_RSH names another shell.
 
   --timeout SECONDS       a server that is silent for so long has failed    (60)
   --content-host HOST     these three as given to site; without them,
-  --links-host HOST       as they were given to it last
+  --links-host HOST       as site --remember kept them
   --link-secret TEXT
 )";
 
@@ -95,8 +96,8 @@ constexpr std::string_view siteUsage =
     R"(Usage: tarnwick-publish [--home DIR] site [OPTION...]
 
 Prints three TLS servers for nginx's http block. The hosts and the secret must
-be those that Tarnwick was built with; the values here are its defaults. What is
-given once is remembered in the home, for the next time and for check --from.
+be those that Tarnwick was built with; the values here are its defaults. With
+--remember the home keeps them, for the next time, for check --from and push.
 
   --content-host HOST     plain URLs                 (content.vestrum.example)
   --links-host HOST       time-limited signed links    (links.vestrum.example)
@@ -104,6 +105,7 @@ given once is remembered in the home, for the next time and for check --from.
   --link-secret TEXT      secret shared with Tarnwick               (Kesto-Ra)
   --certificate FILE      certificate chain, PEM    (tls/certificate.pem in DIR)
   --certificate-key FILE  its private key, PEM               (tls/key.pem in DIR)
+  --remember              keep hosts and secret in the home
 )";
 
 struct Text {

@@ -189,7 +189,7 @@ def test_only_the_owner_publishes(shared_world):
     # What the owner puts in root's way.
     world.shell("cd /srv/owned; echo roots | tee /srv/roots >/srv/closed/key.pem; mkdir /srv/roots.d"
                 "; ln -s ../roots site.settings.new; ln -s ../roots.d theirs; chown -h nobody site.settings.new theirs")
-    printed = world.command("sh", "-c", f"umask 077; {kit} site --link-secret Other --certificate /srv/vendor/tls/"
+    printed = world.command("sh", "-c", f"umask 077; {kit} site --remember --link-secret Other --certificate /srv/vendor/tls/"
                             "certificate.pem --certificate-key /srv/closed/key.pem")
     assert (printed.status, printed.stderr, "Other$path" in printed.stdout) == (0, "", True), printed
     assert world.command("sh", "-c", f"{kit}/theirs/new init").status == 1

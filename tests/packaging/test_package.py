@@ -16,10 +16,11 @@ from testbed.cache import made_once
 from testbed.provisioned import LAID_OUT, LISTING
 from testbed.service import UNIT, behind_walls, command
 from testbed.transcripts import BANNER, FETCHED, FULL, INSTALLED
+from testbed.vendor import PUBLISHER
 from testbed.world import EXECUTABLE
 
 PACKAGING = REPOSITORY / "packaging"
-INPUTS = [EXECUTABLE, *(REPOSITORY / "cmake").iterdir(), *filter(pathlib.Path.is_file, PACKAGING.rglob("*")),
+INPUTS = [EXECUTABLE, PUBLISHER, *(REPOSITORY / "cmake").iterdir(), *filter(pathlib.Path.is_file, PACKAGING.rglob("*")),
           *(REPOSITORY / "settings").iterdir(), *REPOSITORY.glob("*.md"),
           *filter(pathlib.Path.is_file, (REPOSITORY / "publish").rglob("*"))]
 SETTINGS = re.findall(r"(?m)^(?:TARNWICK_|CMAKE_BUILD_TYPE|CMAKE_CXX_FLAGS:).*",
@@ -78,7 +79,7 @@ def package():
 
 @pytest.fixture(scope="module")
 def kit(package):
-    return next(package.parent.glob("tarnwick-publish_*_all.deb"))
+    return next(package.parent.glob("tarnwick-publish_*.deb"))
 
 
 def try_out(package, script):
