@@ -155,7 +155,8 @@ MACHINES = {
     "descriptor that the caller left open": BadMachine(
         LOGGED + "nothing\n", command=f"exec 7<>/srv/x {TOOL}",
         freshclam="[ ! -e /proc/$$/fd/7 ] && echo nothing"),
-    "not root": BadMachine(status=7, command=f"exec setpriv --reuid=65534 --regid=65534 --clear-groups {TOOL}",
+    "not root": BadMachine(status=7, spoil="chmod 755 /var/lib/tarnwick",
+                           command=f"exec setpriv --reuid=65534 --regid=65534 --clear-groups {TOOL}",
                            freshclam="echo freshclam $*; exit 7",
                            noted="Not running as root: this run may be unable to install what it fetches."),
     "no configuration": BadMachine(spoil=f"rm {CONFIGURATION}", freshclam="echo freshclam $*", configured=False),
