@@ -76,6 +76,7 @@ def fall_behind(world):
     """Behind by two versions and by one definitions file."""
     world.write(f"{DATA}/VestRUM.cud", world.container(1))
     world.write(f"{DATA}/Vestrum.database", definitions_text(9))
+    world.write(f"{DATA}/Vestrum.database.signature", "of other definitions")
     world.remember({"database-Last-Modified": "some other date"})
 
 

@@ -136,6 +136,8 @@ def completes(world):
     assert world.run().status in (0, 1) and world.version() == 3
     assert world.log(CONFIGURATION) == world.log(f"{PREFIX}/etc/freshclamBAK.conf")
     assert (world.litter(), world.log(f"{DATA}/Vestrum.database")) == ("", definitions_text(1))
+    published = "/srv/vendor/site/VestRUM2/Vestrum.database.signature"
+    assert world.log(f"{DATA}/Vestrum.database.signature") == world.log(published)
 
 
 # Those that are handled, and those that cannot be or come of a fault of the program's own.
