@@ -77,9 +77,9 @@ Last runs         ended DATE, 0 min ago, exited (0)
 Next run          Mon 2026-11-23 08:11:05 UTC
 Installation      /usr/local/vestRum, in order; databases in /usr/local/vestRum/share/clamav
 """
-WELL = "All is well: every database is there, and none is too old.\n\n"
-UNHEALTHY = "No database is too old, but not all is well:\n"
-LAY_OUT = "put it in order: sudo /usr/local/lib/tarnwick/provision"
+WELL = "All is well: every database is installed, and none is too old.\n\n"
+UNHEALTHY = "No database is too old, but something else is wrong:\n"
+LAY_OUT = "repair it: sudo /usr/local/lib/tarnwick/provision"
 
 
 @pytest.fixture(name="installed")
@@ -126,19 +126,19 @@ class Trouble(typing.NamedTuple):
     status: int = 0
 
 
-AHEAD = "if the clock is right (timedatectl), have it fetched afresh: sudo rm"
-BAD = "not all databases are what they should be:\n"
-FETCH = "have it fetched, and read what is said: sudo tarnwick"
+AHEAD = "if the clock is right (timedatectl), download it again: sudo rm"
+BAD = "the databases need attention:\n"
+FETCH = "download it, and read the messages: sudo tarnwick"
 BUILD = "cd /usr/local/lib; rm tarnwick; mkdir tarnwick; echo {} | tr ' ' '\\n' | sed 's/:/: /' >tarnwick/build"
 TROUBLES = {
     "old": Trouble(status=2, changes={"daily.cvd": 100}, told=f"""CRITICAL - {BAD}\
-- daily is 4 d 4 h 0 min old; more than 96 h are too much:
-    see what keeps it from being updated: sudo tarnwick
+- daily is 4 d 4 h 0 min old; the limit is 96 h:
+    find out why it is not updated: sudo tarnwick
 """),
     "in the future": Trouble(status=2, changes={"VestRUM.cud": -30, "main.cvd": -9000}, told=f"""CRITICAL - {BAD}\
-- VestRUM.cud is dated in the future, so that its age is not known:
+- VestRUM.cud is dated in the future, so its age is unknown:
     {AHEAD} {DATA}/VestRUM.cud; sudo tarnwick
-- main is dated in the future, so that its age is not known:
+- main is dated in the future, so its age is unknown:
     {AHEAD} {DATA}/main.cvd; sudo tarnwick
 """),
     "missing": Trouble(status=2, before=f"rm {DATA}/[Vm]*", told=f"""CRITICAL - {BAD}\
@@ -148,29 +148,29 @@ TROUBLES = {
     {FETCH}
 """),
     "no database": Trouble(status=3, changes={"bytecode.cvd": "soon"}, told=f"""UNKNOWN - {BAD}\
-- bytecode does not begin as a database does:
-    have it fetched afresh: sudo rm {DATA}/bytecode.cvd; sudo tarnwick
+- bytecode does not start like a database:
+    download it again: sudo rm {DATA}/bytecode.cvd; sudo tarnwick
 """),
     "no container": Trouble(status=3, before=f"echo '<html>sorry' >{DATA}/VestRUM.cud", told=f"""UNKNOWN - {BAD}\
-- VestRUM.cud does not begin as a database does:
-    have it fetched afresh: sudo rm {DATA}/VestRUM.cud; sudo tarnwick
+- VestRUM.cud does not start like a database:
+    download it again: sudo rm {DATA}/VestRUM.cud; sudo tarnwick
 """),
     "pipes": Trouble(status=3, before=f"cd {DATA}; rm *; mkfifo VestRUM.cud daily.cvd main.cvd bytecode.cld", told=(
         f"UNKNOWN - {BAD}" + "".join(
-            f"- {name} does not begin as a database does:\n"
-            f"    have it fetched afresh: sudo rm {DATA}/{file}; sudo tarnwick\n"
+            f"- {name} does not start like a database:\n"
+            f"    download it again: sudo rm {DATA}/{file}; sudo tarnwick\n"
             for name, file in (("VestRUM.cud", "VestRUM.cud"), ("daily", "daily.cvd"), ("main", "main.cvd"),
                                ("bytecode", "bytecode.cld"))))),
     "closed folder": Trouble(status=3, before=f"chmod 700 {DATA}", through=NOBODY, told=f"""UNKNOWN - {BAD}\
-- nobody may not look into {DATA}:
-    call this as root
+- The user nobody cannot read {DATA}:
+    run this as root
 """),
     "closed files": Trouble(status=3, before=f"chmod 600 {DATA}/*", through=NOBODY, told=f"UNKNOWN - {BAD}" + "".join(
-        f"- {name} is there, but nobody may not read it:\n    call this as root\n"
+        f"- {name} exists, but the user nobody cannot read it:\n    run this as root\n"
         for name in ("VestRUM.cud", "daily", "main", "bytecode"))),
     "folder gone": Trouble(status=2, before=MOVED, told=f"""CRITICAL - {BAD}\
-- There is no /data:
-    lay it out: sudo /usr/local/lib/tarnwick/provision
+- /data is missing:
+    lay out the prefix: sudo /usr/local/lib/tarnwick/provision
 """),
     "prefix": Trouble(before=f"rm {BIN}/sigtool; chmod 777 {BIN}/freshclam", told=f"""{UNHEALTHY}\
 - {BIN}/sigtool is missing, or is no program:
@@ -180,26 +180,26 @@ TROUBLES = {
 """),
     "links": Trouble(f"""{UNHEALTHY}\
 - Others than root can change what {BIN}/link leads to:
-    let it lead to what is root's alone, or remove it
+    point it at a file that only root can change, or remove it
 """, f"mkdir -m 777 /data; cp /bin/true /data; cd {BIN}; ln -s /data/true link; ln -s /nowhere gone"),
     "timer": Trouble(before=">/srv/next", told=f"""{UNHEALTHY}\
-- No run is to come:
-    switch them on: sudo systemctl enable --now tarnwick.timer
+- No run is scheduled:
+    enable the timer: sudo systemctl enable --now tarnwick.timer
 """),
     "run": Trouble(before="echo $(($(date +%s) - 187801)) exit-code exited 62 >>/var/log/tarnwick/runs",
                    told=f"""{UNHEALTHY}\
 - The last run of the service failed (exit-code 62):
     see EXIT STATUS in tarnwick(8), and: sudo journalctl -u tarnwick.service
 - The last run of the service ended 2 d 4 h 10 min ago:
-    see what keeps it from running: systemctl status tarnwick.timer tarnwick.service
+    find out why: systemctl status tarnwick.timer tarnwick.service
 """),
     "example host": Trouble(before=BUILD.format("content-host:a.example.org link-host:b.example"), told=f"""{UNHEALTHY}\
 - This build is for hosts that do not exist:
-    have one from your vendor
+    get one from your vendor
 """),
     "example key": Trouble(before=BUILD.format("content-host:a.example.org key-owner:example"), told=f"""{UNHEALTHY}\
-- This build is for the example key, and refuses whatever a vendor publishes:
-    have one from your vendor
+- This build has the example key, so it refuses every file of a vendor:
+    get one from your vendor
 """),
 }
 
@@ -211,7 +211,7 @@ def test_what_is_wrong_and_what_to_do(installed, trouble):
 
 
 @pytest.mark.parametrize("before, changed", [
-    ("rm -r /var/log/tarnwick", ("ended DATE, 0 min ago, exited (0)", "none of the service is noted")),
+    ("rm -r /var/log/tarnwick", ("ended DATE, 0 min ago, exited (0)", "none recorded")),
     (rf"printf 'ClamAV-VDB:date:\033]0;8\007\233:1:90:X:X:builder:%s\n' $(($(date +%s) - 3630)) >{DATA}/daily.cvd", (
         "daily             version 7", "daily             version ?]0;8??")),
     (f"chmod 600 {PREFIX}/etc/freshclam.conf", ("", "")),
