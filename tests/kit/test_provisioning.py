@@ -37,7 +37,7 @@ def test_what_root_executes_or_believes_becomes_its_own(world):
              "etc/freshclamCLEAN.conf")
     said = world.shell(f"exec 3>>{BIN}/own; {PROVISION}; echo tampered >&3; cmp {BIN}/own /bin/true")
     assert said == "".join(
-        f"{PREFIX}/{name} could be changed by others than root. Look at what it holds.\n" for name in names
+        f"Users other than root could change {PREFIX}/{name}. Check its content.\n" for name in names
     ) + f"{PREFIX} is ready.\n"
     own = ("'./bin/folder' drwxr-xr-x root:root\n", "'./bin/link' -> '/srv/other' lrwxrwxrwx root:root\n"
            "'./bin/own' -rwxr-xr-x root:root\n")
@@ -59,9 +59,9 @@ def test_freshclam_starts_from_a_configuration_with_a_password(world):
     """Only from one that nobody but root can read, and it stays so through a run's edits."""
     world.shell(f"rm -rf {PREFIX}/*; {PROVISION}; echo HTTPProxyPassword secret >>{CONFIGURATION}")
     world.custom_database()
-    said = f"{CONFIGURATION} was changed here and is kept as it is.\n"
+    said = f"{CONFIGURATION} differs from the default, and is kept.\n"
     assert world.shell(PROVISION) == (
-        f"{said}{CONFIGURATION} holds a password: only root can read it now.\n{PREFIX} is ready.\n")
+        f"{said}{CONFIGURATION} contains a password: now only root can read it.\n{PREFIX} is ready.\n")
     assert world.shell(PROVISION) == f"{said}{PREFIX} is ready.\n"
     outcome = world.run()
     assert (outcome.status, "custom.ndb updated" in outcome.stdout) == (1, True), outcome
@@ -73,6 +73,6 @@ def test_provisioning_says_what_to_do_when_it_cannot(world):
     for command, message in ((f"setpriv --reuid=1 {PROVISION}",
                               f"only root can lay out {PREFIX}; try: sudo {PROVISION}\n"),
                              (f"sed -i /clamav/d /etc/group; {PROVISION}", "there is no user and group clamav\n"
-                              "provision: they come with: apt-get install clamav-freshclam\n")):
+                              "provision: create them with: apt-get install clamav-freshclam\n")):
         outcome = world.command("sh", "-c", f"cp /etc/group /tmp; {command}; s=$?; cp /tmp/group /etc; exit $s")
         assert (outcome.status, outcome.stdout, outcome.stderr) == (1, "", "provision: " + message)

@@ -124,26 +124,26 @@ def test_what_stays_behind(package, script, left):
 
 
 LINK = "/etc/systemd/system/timers.target.wants/tarnwick.timer"
-READY = [f"{PREFIX} is ready.", "AppArmor's profiles of freshclam and clamd are open to it."]
-ON = "The timer is on: a run starts every hour."
+READY = [f"{PREFIX} is ready.", "The AppArmor profiles of freshclam and clamd can reach it."]
+ON = "The timer is enabled: a run starts every hour."
 
 
 @pytest.mark.parametrize("script, said", [
     (f"/usr/lib/tarnwick/takedown; {CONFIGURE} 2>/dev/null; test ! -e {LINK}", [
-        "The timer is off.", f"left: {DATA}, the databases", *READY,
-        "The timer was switched off on this machine, and stays off."]),
+        "The timer is disabled.", f"left: {DATA}, the databases", *READY,
+        "The timer was disabled on this machine, and stays disabled."]),
     (f"rm {LINK}; /usr/lib/tarnwick/setup; test -e {LINK}", [*READY, ON]),
     ("rm /usr/bin/systemctl /usr/bin/deb-systemd-helper; /usr/lib/tarnwick/setup", [
-        *READY, "There is no systemd here, and so no timer. Have tarnwick started every hour by other means."]),
+        *READY, "This machine has no systemd, so no timer. Start tarnwick every hour by other means, such as cron."]),
     (f"rm {LINK}; sed -i 's/[.]org$//' /usr/lib/tarnwick/build; /usr/lib/tarnwick/setup; test ! -e {LINK}", [
-        *READY, "The timer is left as it was: this build is for the example host content.vestrum.example, and its runs "
-        "can only fail."]),
+        *READY, "The timer is unchanged: this build has the example host content.vestrum.example, so every run would "
+        "fail."]),
     (f"rm {LINK}; sed -i '/^key-owner/s/vendor/example/' /usr/lib/tarnwick/build; /usr/lib/tarnwick/setup; "
      f"test ! -e {LINK}", [
-         *READY, "The timer is left as it was: this build is for the example key, and its runs can only fail."]),
+         *READY, "The timer is unchanged: this build has the example key, so every run would fail."]),
     (CHANGED.replace("Checks 3", "'# mine'") + f"rm {DATA}/main.cvd; /usr/lib/tarnwick/takedown", [
-        "The timer is off.", *(f"left: {file}, which was changed" for file in CONFIGURATIONS)]),
-    (f"rm {DATA}/main.cvd; /usr/lib/tarnwick/takedown", ["The timer is off.", f"{PREFIX} is gone."]),
+        "The timer is disabled.", *(f"left: {file}, which was changed" for file in CONFIGURATIONS)]),
+    (f"rm {DATA}/main.cvd; /usr/lib/tarnwick/takedown", ["The timer is disabled.", f"{PREFIX} is gone."]),
 ], ids=["taken down and upgraded", "switched on by hand", "no systemd", "example hosts", "example key",
         "a changed configuration", "nothing to keep"])
 def test_what_setting_up_and_taking_down_say(package, script, said):

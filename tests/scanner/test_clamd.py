@@ -74,4 +74,4 @@ def test_no_daemon_and_a_daemon_that_never_answers(world):
             world.shell("killall -ALRM timeout")  # which its clock would send it after half a minute
             outcome = notify.end()
     assert (outcome.status, outcome.stdout, outcome.stderr) == (
-        0, "", "clamd did not answer; it will find the new databases by its own SelfCheck.\n")
+        0, "", "clamd did not answer; its own SelfCheck will find the new databases.\n")
