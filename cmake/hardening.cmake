@@ -1,5 +1,6 @@
-# The program runs as root: position-independent, read-only relocations, checked library calls, a
-# stack that can neither be overrun unnoticed nor executed, jumps only to where jumps may lead.
+# The program runs as root, so build it with every protection that the compiler offers: position
+# independence, read-only relocations, checked library calls, a guarded stack that cannot be
+# executed, and protected jumps.
 include(CheckCXXCompilerFlag)
 include(CheckCXXSourceCompiles)
 include(CheckPIESupported)
@@ -7,7 +8,7 @@ include(CheckPIESupported)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 check_pie_supported(LANGUAGES CXX)
 
-# A processor's own protection is one that the compiler for another refuses or warns of.
+# Adds only flags that the compiler accepts: some are for one kind of processor.
 function(tarnwick_add_known_flags target)
   set(CMAKE_REQUIRED_FLAGS -Werror)
   foreach(flag ${ARGN})
@@ -19,7 +20,7 @@ function(tarnwick_add_known_flags target)
   endforeach()
 endfunction()
 
-# The C library warns where it has no such level, or where the compiler lacks what the level needs.
+# Level 3 if it compiles without a warning: an old C library or compiler does not support it.
 function(tarnwick_find_fortify_level result)
   set(CMAKE_REQUIRED_FLAGS "-Werror -O2 -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3")
   check_cxx_source_compiles("#include <cstring>\nint main() { return 0; }" TARNWICK_KNOWS_FORTIFY_3)
@@ -33,7 +34,7 @@ function(tarnwick_harden target)
   tarnwick_add_known_flags(${target} -fstack-protector-strong -fstack-clash-protection
                            -fcf-protection -mbranch-protection=standard)
   target_compile_definitions(${target} INTERFACE _GLIBCXX_ASSERTIONS)
-  # It takes the place of a level that a distribution gives, and does nothing without optimising.
+  # Replaces a level set by a distribution's flags. Needs optimisation to work.
   tarnwick_find_fortify_level(level)
   set(optimised $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
   target_compile_options(${target} INTERFACE

@@ -1,5 +1,5 @@
-# Run by cpack when it has packed. It only warns when it has no means to find the libraries that the
-# program needs, and its package would then be installed without them and not start.
+# cpack runs this after packing. Without dpkg-shlibdeps, cpack only warns and builds a package that
+# does not depend on the libraries the program needs.
 foreach(package ${CPACK_PACKAGE_FILES})
   execute_process(COMMAND dpkg-deb --field ${package} Depends OUTPUT_VARIABLE depends
                   OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)

@@ -1,13 +1,13 @@
-# What is installed, and the Debian package that is made of it.
+# The installed files, and the Debian packages made of them.
 
 find_program(GZIP gzip REQUIRED)
 set(packaging ${PROJECT_SOURCE_DIR}/packaging)
 set(packaged ${PROJECT_BINARY_DIR}/packaging)
 
-# Without another name what is installed belongs to the first of the two packages.
+# Files belong to the package tarnwick unless a rule names the other package.
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME tarnwick)
 
-# A vendor's release of a version of ours is told of in front of our own.
+# If a vendor sets its own package release, add an entry for it before ours in the Debian changelog.
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${packaging}/debian/changelog)
 file(STRINGS ${packaging}/debian/changelog latest LIMIT_COUNT 1)
 file(STRINGS ${packaging}/debian/changelog signature REGEX "^ -- .*  " LIMIT_COUNT 1)
@@ -22,7 +22,7 @@ if(NOT CMAKE_MATCH_2 STREQUAL TARNWICK_PACKAGE_RELEASE)
 endif()
 file(CONFIGURE OUTPUT ${packaged}/changelog CONTENT "${changes}" @ONLY)
 
-# Without a time stamp, so that the same source gives the same package.
+# gzip -n stores no time, so the same source gives the same package.
 function(tarnwick_install_compressed source name destination)
   add_custom_command(OUTPUT ${packaged}/${name}.gz
     COMMAND ${GZIP} -9nc ${source} > ${packaged}/${name}.gz DEPENDS ${source} VERBATIM)
@@ -36,7 +36,7 @@ configure_file(${packaging}/man/tarnwick.8 ${packaged}/tarnwick.8 @ONLY)
 tarnwick_install_compressed(${packaged}/tarnwick.8 tarnwick.8 ${CMAKE_INSTALL_MANDIR}/man8)
 
 set(documents ${CMAKE_INSTALL_DATADIR}/doc/tarnwick)
-# Of what it points at in the source, only its neighbours come along.
+# README is installed without the files in subfolders, so links to those become plain text.
 file(READ README.md readme)
 string(REGEX REPLACE "\\[([^]]+)\\]\\([^)]*/[^)]*\\)" "`\\1`" readme "${readme}")
 string(REPLACE "[MIT](LICENSE)" "[MIT](copyright)" readme "${readme}")
@@ -60,7 +60,7 @@ else()
   install(FILES ${packaging}/apparmor/freshclam ${packaging}/apparmor/clamd
           DESTINATION lib/tarnwick/apparmor)
   install(PROGRAMS ${packaging}/monitoring/check_tarnwick DESTINATION lib/nagios/plugins)
-  # What the service may use follows from what a build may download.
+  # The service's limits depend on the build's largest download.
   math(EXPR TARNWICK_SERVICE_FILE_SIZE "4 * ${TARNWICK_LARGEST_DOWNLOAD}")
   math(EXPR TARNWICK_SERVICE_MEMORY "2 * ${TARNWICK_LARGEST_DOWNLOAD} + 4 * 1024 * 1024 * 1024")
   configure_file(${packaging}/systemd/tarnwick.service ${packaged}/tarnwick.service @ONLY)
@@ -98,18 +98,18 @@ set(CPACK_DEBIAN_TARNWICK_PACKAGE_DEPENDS
     "ca-certificates, clamav, clamav-freshclam, psmisc, unzip")
 set(CPACK_DEBIAN_TARNWICK_PACKAGE_SUGGESTS "apparmor, clamdscan, monitoring-plugins-common")
 set(CPACK_DEBIAN_TARNWICK_PACKAGE_SHLIBDEPS ON)
-# Each package's description begins with a summary of its own.
+# Empty, because each package's description starts with its own summary.
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
 set(CPACK_DEBIAN_TARNWICK_DESCRIPTION
 "keeps the virus-definition databases of a ClamAV installation up to date
-Brings the vendor's own definitions forward by signed scripts, or fetches them
-whole, tests them with ClamAV's scanner and puts them in place; then runs
-ClamAV's updater for the upstream databases, with repairs and a direct download
-for when it keeps failing.
+Updates a vendor's own definitions by signed scripts, or downloads them whole,
+tests them with ClamAV's scanner and installs them. Then runs ClamAV's updater
+for the upstream databases; if that keeps failing, repairs the usual causes and
+downloads the databases itself.
 .
-The installation it looks after lies under /usr/local/vestRum and is laid out
-from this system's ClamAV. A systemd timer starts a run every hour, and a
-monitoring plugin tells when the databases grow old.")
+The installation is under /usr/local/vestRum and uses this system's ClamAV. A
+systemd timer starts a run every hour, and a monitoring plugin warns when the
+databases get old.")
 set(CPACK_DEBIAN_TARNWICK_PACKAGE_CONTROL_EXTRA
     ${packaging}/debian/postinst ${packaging}/debian/prerm ${packaging}/debian/postrm)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)

@@ -1,16 +1,16 @@
-# The publishing kit, a package of its own: whoever publishes need not be whoever is updated. From
-# source it is installed by `cmake --install BUILD --component tarnwick-publish` alone.
+# The publishing kit is a separate package, because a vendor need not run Tarnwick itself. From
+# source, only `cmake --install BUILD --component tarnwick-publish` installs it.
 
 set(kit_documents ${CMAKE_INSTALL_DATADIR}/doc/tarnwick-publish)
 set(kit_rules COMPONENT tarnwick-publish EXCLUDE_FROM_ALL)
 
 install(TARGETS tarnwick-publish DESTINATION ${CMAKE_INSTALL_BINDIR} ${kit_rules})
 
-# For each home that somebody enables it for.
+# Unit templates: an administrator enables an instance for each home.
 install(FILES packaging/systemd/tarnwick-mirror@.service packaging/systemd/tarnwick-mirror@.timer
         DESTINATION lib/systemd/system ${kit_rules})
 
-# Installed, the command is found without its path.
+# The installed command is in PATH, so its documents call it without a folder.
 foreach(document README.md FLEET.md)
   file(READ publish/${document} text)
   string(REPLACE "build/release/tarnwick-publish" "tarnwick-publish" text "${text}")
@@ -28,7 +28,7 @@ configure_file(${packaging}/man/tarnwick-publish.1 ${packaged}/tarnwick-publish.
 tarnwick_install_compressed(${packaged}/tarnwick-publish.1 tarnwick-publish.1
                             ${CMAKE_INSTALL_MANDIR}/man1 ${kit_rules})
 
-# Of the overrides only those that are about both.
+# Use only the first override; the others are about the program.
 file(READ ${packaging}/debian/lintian-overrides overrides)
 string(REGEX MATCH "^#[^#]*" overrides "${overrides}")
 string(REPLACE "\ntarnwick:" "\ntarnwick-publish:" overrides "${overrides}")
@@ -44,8 +44,8 @@ set(CPACK_DEBIAN_TARNWICK-PUBLISH_PACKAGE_SUGGESTS "openssh-client")
 set(CPACK_DEBIAN_TARNWICK-PUBLISH_DESCRIPTION
 "publishes signed virus definitions for machines that run tarnwick
 Makes versioned containers of a folder of ClamAV signatures, the scripts that
-lead from each version to the next, and their signatures; serves them by nginx
-and checks what is served as a machine would.
+lead from each version to the next, and their signatures. Prints the nginx
+configuration that serves them, and tests the servers as a machine would.
 .
-It is for the vendor of such definitions. Machines that are updated need the
-package tarnwick alone.")
+This package is for the vendor of such definitions. Machines that download them
+need only the package tarnwick.")

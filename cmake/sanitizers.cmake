@@ -1,8 +1,8 @@
 option(TARNWICK_SANITIZERS "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
-option(TARNWICK_FUZZERS "Build the fuzz targets; wants clang, and the sanitizers on" OFF)
+option(TARNWICK_FUZZERS "Build the fuzz targets; requires clang and TARNWICK_SANITIZERS" OFF)
 
 if(TARNWICK_FUZZERS)
-  # Lets the targets see which input reached what.
+  # libFuzzer needs to see which code an input reaches.
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 

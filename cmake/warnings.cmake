@@ -1,4 +1,4 @@
-# Warnings are errors in every build of ours; a packager's newer compiler may switch that off.
+# Warnings are errors in our builds; a packager with a newer compiler can disable this.
 option(TARNWICK_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" ON)
 
 add_library(tarnwick_warnings INTERFACE)
