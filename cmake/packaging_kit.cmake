@@ -28,10 +28,10 @@ configure_file(${packaging}/man/tarnwick-publish.1 ${packaged}/tarnwick-publish.
 tarnwick_install_compressed(${packaged}/tarnwick-publish.1 tarnwick-publish.1
                             ${CMAKE_INSTALL_MANDIR}/man1 ${kit_rules})
 
-# Use only the first override; the others are about the program.
+# The overrides of the program apply to the kit too.
 file(READ ${packaging}/debian/lintian-overrides overrides)
-string(REGEX MATCH "^#[^#]*" overrides "${overrides}")
 string(REPLACE "\ntarnwick:" "\ntarnwick-publish:" overrides "${overrides}")
+string(REPLACE "usr/sbin/tarnwick" "usr/bin/tarnwick-publish" overrides "${overrides}")
 file(WRITE ${packaged}/kit/lintian-overrides "${overrides}")
 install(FILES ${packaged}/kit/lintian-overrides
         DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides RENAME tarnwick-publish ${kit_rules})
