@@ -37,6 +37,9 @@ constexpr std::array checkOptions{Option{"--from", "a URL"},
                                   certificate,
                                   certificateKey};
 constexpr std::array pushOptions{Option{"--timeout", "seconds"},
+                                 Option{"--first", ""},
+                                 Option{"--dry-run", ""},
+                                 Option{"--json", ""},
                                  contentHost,
                                  linksHost,
                                  linkSecret,
@@ -50,11 +53,15 @@ constexpr std::array siteOptions{Option{"--remember", ""},
                                  mirrorHost,
                                  certificate,
                                  certificateKey};
+constexpr std::array releaseOptions{Option{"--after", "a version"}, Option{"--force", ""},
+                                    Option{"--dry-run", ""}, Option{"--json", ""}};
+constexpr std::array logOptions{Option{"--json", ""}};
 constexpr std::array pruneOptions{Option{"--keep", "a number"}};
 
 constexpr std::array commands{
     Command{"init"},
-    Command{"release"},
+    Command{"release", releaseOptions},
+    Command{"log", logOptions},
     Command{"definitions"},
     Command{"withdraw"},
     Command{"mirror"},

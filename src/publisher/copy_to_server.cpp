@@ -82,7 +82,33 @@ std::string firstWordOf(const std::string& said) {
   return {};
 }
 
+/// The name on a line of rsync's listing: behind rights, size, day and time.
+std::string nameListed(std::string_view line) {
+  constexpr int fieldsBefore = 4;
+  for (int field = 0; field < fieldsBefore; ++field) {
+    const std::size_t end = line.find(' ');
+    const std::size_t next = line.find_first_not_of(' ', end);
+    if (end == std::string_view::npos || next == std::string_view::npos) return {};
+    line.remove_prefix(next);
+  }
+  return presentable(line);
+}
+
 }  // namespace
+
+std::vector<std::string> namesInSite(const std::string& place, int silence) {
+  const ChildEnd end = runChild(
+      {.program = "rsync",
+       .arguments = {"--list-only", "-s", fmt::format("--timeout={}", silence), place + "/site/"},
+       .environment = {{"RSYNC_RSH", shellFor(silence)}}});
+  std::vector<std::string> names;
+  if (!end.isGood()) return names;
+  for (const std::string_view line : split(end.output, '\n')) {
+    const std::string name = nameListed(line);
+    if (!name.empty() && name != ".") names.push_back(name);
+  }
+  return names;
+}
 
 CopyResult copyToServer(const Home& home, const std::string& place, int silence) {
   const std::string record = "--exclude=/mirror/dns.txt";

@@ -9,10 +9,13 @@
 #include "base/text_rules.hpp"
 #include "publisher/container.hpp"
 #include "publisher/disk.hpp"
+#include "publisher/events.hpp"
 #include "publisher/key.hpp"
 #include "publisher/owner.hpp"
 #include "publisher/refusal.hpp"
 #include "publisher/sensitive.hpp"
+#include "transfer/signing/crypto.hpp"
+#include "transfer/signing/file_digest.hpp"
 
 namespace tarnwick::publisher {
 namespace {
@@ -75,6 +78,10 @@ std::string tryWithClamav(const fs::path& file, std::string_view content, const 
   return fmt::format("tried with ClamAV as a .{} file", kind);
 }
 
+std::string digestOf(std::string_view content) {
+  return hexadecimal(crypto::digestOf(crypto::DigestAlgorithm::sha256, content));
+}
+
 }  // namespace
 
 void publishDefinitions(const std::string& homePath, const fs::path& file) {
@@ -98,6 +105,8 @@ void publishDefinitions(const std::string& homePath, const fs::path& file) {
   }
   const std::string tried = tryWithClamav(file, content, work);
   publishPair(home, work, content, privateKey);
+  noteEvent(home, "definitions",
+            {{"bytes", static_cast<std::int64_t>(content.size())}, {"sha256", digestOf(content)}});
   say(fmt::format("Published {}, {}, {}.", fileName,
                   counted(static_cast<std::int64_t>(content.size()), "byte"), tried));
 }
@@ -111,6 +120,7 @@ void withdrawDefinitions(const std::string& homePath) {
     return;
   }
   publishPair(home, work, "", privateKey);
+  noteEvent(home, "withdraw", {});
   say(fmt::format("Withdrew {}; installations delete theirs at their next run.", fileName));
 }
 

@@ -63,7 +63,7 @@ Home locate(const std::string& path) {
 Home openHome(const std::string& path) {
   needPrograms();
   Home home = locate(path);
-  if (!isThere(home.privateKey) && !isAnythingReleased(home)) {
+  if (!isThere(home.privateKey) && !isAnythingReleased(home) && entriesOf(home.mirror).empty()) {
     refuse(
         fmt::format("{} is no publishing home yet: it holds no private.pem", home.folder.string()),
         fmt::format("make one with: tarnwick-publish --home {} init", home.folder.string()));
@@ -84,7 +84,8 @@ std::vector<fs::path> ownPaths(const Home& home) {
   std::vector<fs::path> paths{home.folder};
   for (const fs::path& start :
        {home.privateKey, home.publicKey, home.oneLineKey, home.firstContainer, home.lock,
-        home.siteSettings, home.folder / "work", home.site, home.mirror / "sets", home.upstream}) {
+        home.siteSettings, home.folder / "publishing.log", home.folder / "hooks",
+        home.folder / "work", home.site, home.mirror / "sets", home.upstream}) {
     if (!isThere(start)) continue;
     paths.push_back(start);
     std::error_code error;

@@ -14,6 +14,8 @@ namespace tarnwick::publisher {
 ///   first.cud               the version that the oldest script starts from, and
 ///                           from which `check` replays them all
 ///   publishing.lock         held by a command that changes anything here
+///   publishing.log          what was released, pushed, pruned, by whom and when
+///   hooks/                  programs of the vendor's that are called afterwards
 ///   site.settings           hosts and secret as `site --remember` was told last
 ///   push.servers            the servers to which `push` copies the public tree
 ///   freshclam.conf          the vendor's own lines for the freshclam of `mirror`

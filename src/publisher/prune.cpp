@@ -6,6 +6,7 @@
 
 #include "publisher/container.hpp"
 #include "publisher/disk.hpp"
+#include "publisher/events.hpp"
 #include "publisher/published.hpp"
 #include "publisher/refusal.hpp"
 #include "publisher/script_walk.hpp"
@@ -79,6 +80,7 @@ void prune(const std::string& homePath, std::optional<std::int64_t> keep) {
     oldest = oldestVersion(home);
   }
   removeScripts(home, oldest);
+  noteEvent(home, "prune", {{"scripts", version - oldest}, {"from_version", oldest}});
   say(fmt::format("Kept {}, from version {} on.", counted(version - oldest, "script"), oldest));
 }
 

@@ -8,6 +8,7 @@
 #include <array>
 #include <csignal>
 #include <cstdlib>
+#include <optional>
 #include <system_error>
 
 #include "base/file_descriptor.hpp"
@@ -17,6 +18,7 @@
 #include "publisher/command_line.hpp"
 #include "publisher/definitions.hpp"
 #include "publisher/disk.hpp"
+#include "publisher/events.hpp"
 #include "publisher/init.hpp"
 #include "publisher/mirror.hpp"
 #include "publisher/owner.hpp"
@@ -43,15 +45,30 @@ std::string seenFromAnywhere(const std::string& path) {
   return (fs::canonical(absolute.parent_path(), ignored) / absolute.filename()).string();
 }
 
-void pruneAsTold(const Invocation& invocation, const std::string& home) {
-  constexpr std::size_t mostDigits = 9;
-  expectWords(invocation, 0);
-  const auto keep = invocation.value("--keep");
-  if (keep && (keep->empty() || keep->size() > mostDigits ||
-               keep->find_first_not_of("0123456789") != std::string::npos)) {
-    throw Misuse("prune: --keep needs a number, not " + *keep);
+/// The value of an option that must be a number of a few digits.
+std::optional<std::int64_t> numberOf(const Invocation& invocation, const std::string& option,
+                                     std::string_view needed) {
+  constexpr std::size_t mostDigits = 10;
+  const auto text = invocation.value(option);
+  if (!text) return std::nullopt;
+  if (text->empty() || text->size() > mostDigits ||
+      text->find_first_not_of("0123456789") != std::string::npos) {
+    throw Misuse(fmt::format("{}: {} needs {}, not {}", invocation.command, option, needed, *text));
   }
-  prune(home, keep ? std::optional(parseInteger(*keep)) : std::nullopt);
+  return parseInteger(*text);
+}
+
+void releaseAsTold(const Invocation& invocation, const std::string& home) {
+  release(home, invocation.words.front(),
+          {.after = numberOf(invocation, "--after", "a version"),
+           .force = invocation.has("--force"),
+           .dryRun = invocation.has("--dry-run"),
+           .json = invocation.has("--json")});
+}
+
+void pruneAsTold(const Invocation& invocation, const std::string& home) {
+  expectWords(invocation, 0);
+  prune(home, numberOf(invocation, "--keep", "a number"));
 }
 
 void checkAsTold(const Invocation& invocation, const std::string& home) {
@@ -81,9 +98,10 @@ constexpr std::size_t anyWords = static_cast<std::size_t>(-1);
 constexpr std::array commands{
     Command{"init", Access::owner, 0,
             [](const Invocation&, const std::string& home) { makeHome(home); }},
-    Command{"release", Access::owner, 1,
+    Command{"release", Access::owner, 1, releaseAsTold},
+    Command{"log", Access::reader, 0,
             [](const Invocation& invocation, const std::string& home) {
-              release(home, invocation.words.front());
+              printLog(home, invocation.has("--json"));
             }},
     Command{"definitions", Access::owner, 1,
             [](const Invocation& invocation, const std::string& home) {

@@ -28,6 +28,16 @@ std::string counted(std::int64_t number, std::string_view noun) {
   return fmt::format("{} {}{}", number, noun, number == 1 ? "" : "s");
 }
 
+std::string sizeInWords(std::int64_t bytes) {
+  constexpr std::int64_t kilo = 1000;
+  constexpr double mega = 1e6;
+  constexpr std::int64_t tenKilo = 10 * kilo;
+  if (bytes < kilo) return counted(bytes, "byte");
+  if (bytes < tenKilo) return fmt::format("{:.1f} kB", static_cast<double>(bytes) / kilo);
+  if (static_cast<double>(bytes) < mega) return fmt::format("{} kB", (bytes + kilo / 2) / kilo);
+  return fmt::format("{:.1f} MB", static_cast<double>(bytes) / mega);
+}
+
 std::string withoutControls(std::string_view text) {
   constexpr unsigned char firstPrintable = 0x20;
   constexpr unsigned char rubout = 0x7F;

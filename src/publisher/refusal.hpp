@@ -46,6 +46,9 @@ void sayWrong(std::string_view line);
 /// A number and what it counts: 1 script, 2 scripts.
 std::string counted(std::int64_t number, std::string_view noun);
 
+/// 230 bytes, 13 kB, 2.4 MB.
+std::string sizeInWords(std::int64_t bytes);
+
 /// What others said, fit for a terminal: printable, and its first 200 bytes.
 std::string presentable(std::string_view text);
 

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <mutex>
 #include <thread>
 
 #include "base/text_rules.hpp"
@@ -20,10 +21,6 @@ namespace fs = std::filesystem;
 
 constexpr auto versionFile = "VestRUM-db-version.txt";
 constexpr std::string_view scheme = "https://";
-
-std::string serverOf(const std::string& url) {
-  return replaced(std::string_view(url).substr(scheme.size()), "/", "");
-}
 
 void fetchPair(ServedFiles& files, const std::string& name) {
   files.fetch(name);
@@ -91,7 +88,7 @@ std::vector<std::string> remedyFor(const std::string& server,
 
 void askOne(const std::string& url, const ServedStandard& standard, std::size_t number,
             ServerAnswer& answer) {
-  const std::string server = serverOf(url);
+  const std::string server = hostInUrl(url);
   answer.findings = Findings(server + ": ");
   ServedFiles files(standard.tree.home, standard.values, server, answer.findings);
   files.fetch(versionFile);
@@ -137,6 +134,10 @@ std::vector<std::string> urlsOf(const Invocation& invocation) {
 
 }  // namespace
 
+std::string hostInUrl(const std::string& url) {
+  return replaced(std::string_view(url).substr(scheme.size()), "/", "");
+}
+
 void requireUrl(const std::string& command, const std::string& url) {
   constexpr std::string_view allowed =
       "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-";
@@ -154,12 +155,16 @@ void requireUrl(const std::string& command, const std::string& url) {
 }
 
 std::vector<ServerAnswer> askServers(const std::vector<std::string>& urls,
-                                     const ServedStandard& standard) {
+                                     const ServedStandard& standard, const AnswerTaker& told) {
   std::vector<ServerAnswer> answers(urls.size());
+  std::mutex oneAtATime;
   std::vector<std::thread> threads;
   for (std::size_t i = 0; i < urls.size(); ++i) {
-    threads.emplace_back(askSafely, std::cref(urls[i]), std::cref(standard), i,
-                         std::ref(answers[i]));
+    threads.emplace_back([&, i] {
+      askSafely(urls[i], standard, i, answers[i]);
+      const std::lock_guard guard(oneAtATime);
+      told(i, answers[i]);
+    });
   }
   for (std::thread& thread : threads) thread.join();
   return answers;
@@ -192,7 +197,8 @@ void checkServed(const std::string& homePath, const Invocation& invocation) {
   TreeStandard ofHome = standard.tree;
   ofHome.newestKnown.reset();
   checkTree(treeOf(home), ofHome, standard.here);
-  const std::vector<ServerAnswer> answers = askServers(urls, standard);
+  const std::vector<ServerAnswer> answers =
+      askServers(urls, standard, [](std::size_t, const ServerAnswer&) {});
   std::int64_t damages = 0;
   for (const ServerAnswer& answer : answers) {
     answer.findings.print();

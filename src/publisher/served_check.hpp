@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -29,9 +30,14 @@ struct ServerAnswer {
 /// Checks for a COMMAND whether such a URL could be asked at all: throws Misuse.
 void requireUrl(const std::string& command, const std::string& url);
 
-/// Asks all servers at once, each by its URL. The answers come in the same order.
+/// The HOST or HOST:PORT of a URL that requireUrl lets pass.
+std::string hostInUrl(const std::string& url);
+
+/// Asks all servers at once, each by its URL. The answers come in the same order. Each is told when
+/// it has come, one at a time.
+using AnswerTaker = std::function<void(std::size_t number, const ServerAnswer& answer)>;
 std::vector<ServerAnswer> askServers(const std::vector<std::string>& urls,
-                                     const ServedStandard& standard);
+                                     const ServedStandard& standard, const AnswerTaker& told);
 
 /// What to do about what was found, a line each; without anything special, that to copy again.
 std::vector<std::string> remediesOf(const std::vector<ServerAnswer>& answers);

@@ -22,6 +22,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::string_view joinedStart = "VestRUM.";
+constexpr std::size_t shown = 100;
 
 std::string kindOf(const fs::path& file) {
   const std::string extension = file.extension().string();
@@ -65,17 +66,30 @@ std::int64_t lineNamedIn(std::string_view report) {
 
 /// The first error without what speaks of the joined file.
 std::string reasonIn(std::string_view report) {
-  std::string reason = replaced(firstError(report), "LibClamAV Error: ", "");
+  constexpr std::string_view start = "LibClamAV Error: ";
+  const std::string error = firstError(report);
+  const std::string_view said = error;
+  std::string reason =
+      replaced(said.starts_with(start) ? said.substr(start.size()) : said, start, "; ");
   const std::size_t place = reason.rfind(" at line ");
   if (place != std::string::npos) reason.resize(place);
   return reason;
 }
 
-std::string lineAt(std::string_view content, std::int64_t line) {
-  constexpr std::size_t shown = 100;
+std::string_view lineAt(std::string_view content, std::int64_t line) {
   const std::vector<std::string_view> lines = split(content, '\n');
   const auto index = static_cast<std::size_t>(line - 1);
-  return index < lines.size() ? std::string(lines[index].substr(0, shown)) : "";
+  return index < lines.size() ? lines[index] : std::string_view();
+}
+
+/// Where a line stands first; 0 when it does not.
+std::int64_t numberOfLine(std::string_view content, std::string_view line) {
+  std::int64_t number = 0;
+  for (const std::string_view other : split(content, '\n')) {
+    ++number;
+    if (other == line) return number;
+  }
+  return 0;
 }
 
 }  // namespace
@@ -135,12 +149,16 @@ const SignatureFolder::Origin* SignatureFolder::originOf(const std::string& kind
   return found;
 }
 
-void SignatureFolder::refuseFor(std::int64_t version, const std::string& report) const {
+void SignatureFolder::refuseFor(std::int64_t version, const std::string& report,
+                                const FileSet& tried) const {
   const std::string kind = kindNamedIn(report);
-  std::int64_t line = lineNamedIn(report);
   const std::string reason = reasonIn(report);
   const std::string ending = fmt::format("version {} is not released", version);
   const auto joined = joined_.find(std::string(joinedStart) + kind);
+  std::int64_t line = lineNamedIn(report);
+  if (line > 0 && joined != joined_.end()) {
+    line = numberOfLine(joined->second, lineAt(tried.at(joined->first), line));
+  }
   const auto ofKind = std::ranges::count(origins_, kind, &Origin::kind);
   const Origin* const origin = originOf(kind, std::max<std::int64_t>(line, 1));
   if (origin != nullptr && joined->second.empty()) {
@@ -155,7 +173,7 @@ void SignatureFolder::refuseFor(std::int64_t version, const std::string& report)
   }
   refuse(fmt::format("ClamAV refuses {} line {}; {}", origin->file.string(),
                      line - origin->first + 1, ending),
-         "there stands: " + lineAt(joined->second, line), reason);
+         fmt::format("there stands: {}", lineAt(joined->second, line).substr(0, shown)), reason);
 }
 
 void SignatureFolder::requireAllIn(const FileSet& container) const {

@@ -22,8 +22,10 @@ class SignatureFolder {
   [[nodiscard]] const FileSet& joined() const { return joined_; }
 
   /// Refuses with what ClamAV said about a joined file, in the vendor's own words: the file and
-  /// line that went into it.
-  [[noreturn]] void refuseFor(std::int64_t version, const std::string& report) const;
+  /// line that went into it. `tried` are the joined files as ClamAV saw them, whose lines may stand
+  /// in another order.
+  [[noreturn]] void refuseFor(std::int64_t version, const std::string& report,
+                              const FileSet& tried) const;
 
   /// Refuses where the container lacks a kind of file: sigtool passes over an unknown extension
   /// without a word.

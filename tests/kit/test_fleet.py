@@ -13,6 +13,7 @@ STORY = """\
 kept.
 Server two died while version 7 was pushed. The push said:
   Not pushed: two:/srv/two: connect to host two: No route to host
+  Pushed: one:/srv/one serves version 7
   tarnwick-publish: version 7 is on 1 of 2 servers; push again when the others are well
 After 2 hours 20 of 20 machines are at version 7.
 Whole containers: N. The simulation says 2, and at most N more for the runs that were under way when server one \

@@ -71,7 +71,7 @@ def test_scripts_that_are_tried_together_lead_where_they_lead_one_by_one(home, t
                     "hdb": f"{body}:77:Sample-{version}-{number}",
                     "ndb": f"Sample-{version}-{number}:0:*:{body}"}[kind])
             (signatures / f"x.{kind}").write_text("".join(f"{line}\n" for line in known), encoding="ascii")
-        outcome = publish(home, "release", signatures)
+        outcome = publish(home, "release", "--force", signatures)
         assert outcome.returncode == 0, outcome
     subprocess.run(["bash", "-euo", "pipefail", "-c", f"""
         unpack() {{ mkdir -p $1; cd $1; sigtool --unpack=$2; cd ..; }}
