@@ -112,8 +112,9 @@ void remember(const Home& home, const SiteValues& values) {
   for (const Remembered& row : remembered) {
     text += fmt::format("{}={}\n", row.name, values.*row.value);
   }
-  if (!writeFileWhole(home.siteSettings, text, 0600)) {
-    throw std::system_error(errno, std::generic_category(), home.siteSettings.string());
+  if (const auto failure = writeFileWhole(home.siteSettings, text, 0600)) {
+    throw std::system_error(failure->cause.error, std::generic_category(),
+                            failure->cause.path.string());
   }
 }
 
