@@ -104,23 +104,35 @@ std::int64_t checkPublic(const Home& home, const Workplace& work, Findings& find
   return checkPublished(home, work, findings);
 }
 
-void checkHome(const std::string& homePath) {
+void checkHome(const std::string& homePath, bool json) {
   const Home home = openHome(homePath);
-  if (!isAnythingReleased(home)) refuseUnreleased(home);
+  const bool mirrorOnly = !isAnythingReleased(home) && !entriesOf(home.mirror).empty();
+  if (!isAnythingReleased(home) && !mirrorOnly) refuseUnreleased(home);
   const Workplace work = Workplace::forReading(home);
   Findings findings;
   const std::int64_t oldest = oldestVersion(home);
-  checkKeys(home, findings);
-  checkLinks(home, findings);
+  std::int64_t version = 0;
+  if (!mirrorOnly) {
+    checkKeys(home, findings);
+    checkLinks(home, findings);
+  }
   checkAccess(home, findings);
   checkMirror(home, work, findings);
-  const std::int64_t version = checkPublished(home, work, findings);
-  checkStrangers(home, oldest, version, findings);
-  findings.print();
+  if (!mirrorOnly) {
+    version = checkPublished(home, work, findings);
+    checkStrangers(home, oldest, version, findings);
+  }
+  if (json) {
+    say(indentedTextOf(factsOf(findings, version)));
+  } else {
+    findings.print();
+  }
   if (findings.damages() > 0) {
     refuse(fmt::format("{} found; put right from a copy of {} what cannot be published anew",
                        counted(findings.damages(), "thing"), home.folder.string()));
   }
+  if (json) return;
+  if (mirrorOnly) return say("All is well: a mirror, and nothing released.");
   say(fmt::format("All is well: version {}, {}, definitions file {}.", version,
                   counted(std::max<std::int64_t>(version - oldest, 0), "script"),
                   stateOfDefinitions(home)));

@@ -11,7 +11,7 @@ namespace tarnwick::publisher {
 
 /// Walks the public tree as an installation does and names all damage. A user who only may read the
 /// home can ask, too.
-void checkHome(const std::string& homePath);
+void checkHome(const std::string& homePath, bool json);
 
 /// What is wrong with the links of the public tree, the mirror and all that is published. Returns
 /// the version.

@@ -30,6 +30,7 @@ constexpr Option certificate{"--certificate", "a value"};
 constexpr Option certificateKey{"--certificate-key", "a value"};
 
 constexpr std::array checkOptions{Option{"--from", "a URL"},
+                                  Option{"--json", ""},
                                   contentHost,
                                   linksHost,
                                   linkSecret,
@@ -55,6 +56,7 @@ constexpr std::array siteOptions{Option{"--remember", ""},
                                  certificateKey};
 constexpr std::array releaseOptions{Option{"--after", "a version"}, Option{"--force", ""},
                                     Option{"--dry-run", ""}, Option{"--json", ""}};
+constexpr std::array statusOptions{Option{"--json", ""}, contentHost, linksHost, linkSecret};
 constexpr std::array logOptions{Option{"--json", ""}};
 constexpr std::array pruneOptions{Option{"--keep", "a number"}};
 
@@ -62,6 +64,7 @@ constexpr std::array commands{
     Command{"init"},
     Command{"release", releaseOptions},
     Command{"log", logOptions},
+    Command{"status", statusOptions},
     Command{"definitions"},
     Command{"withdraw"},
     Command{"mirror"},

@@ -35,6 +35,15 @@ void Findings::appendAsOurs(const Findings& others) {
   }
 }
 
+Json::Object factsOf(const Findings& findings, std::int64_t version) {
+  Json::List found;
+  for (const std::string& line : findings.lines()) found.emplace_back(line);
+  return {{"sound", findings.damages() == 0},
+          {"version", version},
+          {"damages", findings.damages()},
+          {"found", std::move(found)}};
+}
+
 void Findings::print() const {
   for (const std::string& line : lines_) say(line);
 }

@@ -5,6 +5,8 @@
 #include <string_view>
 #include <vector>
 
+#include "publisher/json.hpp"
+
 namespace tarnwick::publisher {
 
 /// What a check found, in order. Servers have a say in what is wrong with them, and none in how a
@@ -32,5 +34,8 @@ class Findings {
   std::vector<std::string> lines_;
   std::int64_t damages_ = 0;
 };
+
+/// For `--json`: what was found, and whether that is no damage.
+Json::Object factsOf(const Findings& findings, std::int64_t version);
 
 }  // namespace tarnwick::publisher

@@ -28,6 +28,7 @@
 #include "publisher/release.hpp"
 #include "publisher/served_check.hpp"
 #include "publisher/site.hpp"
+#include "publisher/status.hpp"
 #include "publisher/usage.hpp"
 
 namespace tarnwick::publisher {
@@ -76,7 +77,7 @@ void checkAsTold(const Invocation& invocation, const std::string& home) {
   if (!invocation.words.empty()) {
     throw Misuse("check: no such option: " + invocation.words.front());
   }
-  checkHome(home);
+  checkHome(home, invocation.has("--json"));
 }
 
 void siteAsTold(const Invocation& invocation, const std::string& home) {
@@ -99,6 +100,10 @@ constexpr std::array commands{
     Command{"init", Access::owner, 0,
             [](const Invocation&, const std::string& home) { makeHome(home); }},
     Command{"release", Access::owner, 1, releaseAsTold},
+    Command{"status", Access::reader, anyWords,
+            [](const Invocation& invocation, const std::string& home) {
+              printStatus(home, invocation);
+            }},
     Command{"log", Access::reader, 0,
             [](const Invocation& invocation, const std::string& home) {
               printLog(home, invocation.has("--json"));

@@ -132,6 +132,23 @@ std::vector<std::string> urlsOf(const Invocation& invocation) {
   return urls;
 }
 
+/// Returns how many damages there are.
+std::int64_t tellAnswers(const std::vector<std::string>& urls,
+                         const std::vector<ServerAnswer>& answers, bool json) {
+  std::int64_t damages = 0;
+  Json::List servers;
+  for (std::size_t i = 0; i < urls.size(); ++i) {
+    Json::Object facts{{"server", urls[i]}};
+    const Json::Object found = factsOf(answers[i].findings, answers[i].version);
+    facts.insert(facts.end(), found.begin(), found.end());
+    servers.emplace_back(std::move(facts));
+    damages += answers[i].findings.damages();
+    if (!json) answers[i].findings.print();
+  }
+  if (json) say(indentedTextOf(Json::Object{{"servers", std::move(servers)}}));
+  return damages;
+}
+
 }  // namespace
 
 std::string hostInUrl(const std::string& url) {
@@ -199,11 +216,8 @@ void checkServed(const std::string& homePath, const Invocation& invocation) {
   checkTree(treeOf(home), ofHome, standard.here);
   const std::vector<ServerAnswer> answers =
       askServers(urls, standard, [](std::size_t, const ServerAnswer&) {});
-  std::int64_t damages = 0;
-  for (const ServerAnswer& answer : answers) {
-    answer.findings.print();
-    damages += answer.findings.damages();
-  }
+  const std::int64_t damages = tellAnswers(urls, answers, invocation.has("--json"));
+  if (damages == 0 && invocation.has("--json")) return;
   if (damages == 0) {
     say(fmt::format("All is well: version {} from {}.", version,
                     counted(static_cast<std::int64_t>(urls.size()), "server")));

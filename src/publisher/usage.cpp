@@ -12,6 +12,7 @@ constexpr std::string_view generalUsage =
   init              make a publishing home: key pair and public tree
   release FOLDER    publish the signature files in FOLDER as the next version;
                     nothing, if they are what is published already
+                    (release --help)
   definitions FILE  publish FILE as the definitions file Vestrum.database, for
                     what an application around ClamAV wants to know: ClamAV
                     itself passes over a file of that name
@@ -24,6 +25,9 @@ constexpr std::string_view generalUsage =
                     between their versions, and their record (mirror --help)
   push [SERVER...]  copy the public tree to servers, all at once, and ask them as
                     check --from does (push --help)
+  status [SERVER...]
+                    tell what is published here, and by each server (--json)
+  log               tell what was released, pushed and pruned, by whom (--json)
   site [OPTION...]  print the nginx configuration that serves the public tree
                     (site --help lists its options)
 
@@ -43,11 +47,31 @@ With --from it asks servers instead, as installations do, through signed links
 over HTTPS: --from https://one.example.org https://two.example.org. A URL that
 names neither host of the installations is a server that stands for both. They
 are not asked for the mirror. Certificates are checked with the system's
-authorities (or CURL_CA_BUNDLE).
+authorities (or CURL_CA_BUNDLE). What they serve is compared with what is here.
+
+  --json                  tell a program
 
   --content-host HOST     these three as given to site; without them,
   --links-host HOST       as site --remember kept them
   --link-secret TEXT
+)";
+
+constexpr std::string_view releaseUsage =
+    R"(Usage: tarnwick-publish [--home DIR] release FOLDER [OPTION...]
+
+Publishes the signature files in FOLDER as the next version, and tells what it
+changes. Lines that are published keep their order, where that means nothing to
+ClamAV. Links, hidden files and what lies in the home are left out or refused.
+
+  --force       release although more than a tenth of the signatures go, a kind
+                of them goes, or the script is larger than the container
+  --after N     go on behind version N, which is known to be out: no script leads
+                to the next version then, and every machine fetches it whole
+  --dry-run     build and try it, and publish nothing
+  --json        tell a program
+
+Programs in hooks/ of the home are called afterwards, as after a push, with
+"release" or "push" as argument and what happened as JSON on standard input.
 )";
 
 constexpr std::string_view pruneUsage =
@@ -86,6 +110,14 @@ It is asked at https://HOST, or where SERVER=https://HOST[:PORT] says; a local
 folder without that is not asked. Without any, the lines of push.servers in DIR
 are the servers. ssh must get in without asking; RSYNC_RSH names another shell.
 
+Every server is asked before anything is copied: nothing is pushed when one has a
+higher version, the same version signed over something else, or a folder site/
+that is not the kit's.
+
+  --first                 the servers that are named, to try them; the next push
+                          goes on to the others
+  --dry-run               look at everything, and copy nothing
+  --json                  tell a program
   --timeout SECONDS       a server that is silent for so long has failed    (60)
   --content-host HOST     these three as given to site; without them,
   --links-host HOST       as site --remember kept them
@@ -113,9 +145,9 @@ struct Text {
   std::string_view usage;
 };
 
-constexpr std::array texts{Text{"check", checkUsage}, Text{"prune", pruneUsage},
-                           Text{"mirror", mirrorUsage}, Text{"push", pushUsage},
-                           Text{"site", siteUsage}};
+constexpr std::array texts{Text{"check", checkUsage}, Text{"release", releaseUsage},
+                           Text{"prune", pruneUsage}, Text{"mirror", mirrorUsage},
+                           Text{"push", pushUsage},   Text{"site", siteUsage}};
 
 }  // namespace
 

@@ -2,12 +2,16 @@
 
 import base64
 import contextlib
+import fcntl
 import hashlib
 import itertools
+import json
 import os
 import pathlib
+import pty
 import signal
 import subprocess
+import termios
 import time
 
 import pytest
@@ -83,6 +87,64 @@ def test_two_publications_within_one_second_have_two_dates(home, tmp_path):
         if int(published.stat().st_ctime) == before:
             return
     pytest.fail("no two publications fell into one second")
+
+
+HOOK = """#!/bin/sh
+echo "$1" "$(cat)" >>"${0%/*}/../called"
+"""
+
+
+def test_what_happened_is_kept_and_handed_to_hooks(home, tmp_path):
+    (home / "hooks").mkdir()
+    for name, content in (("purge", HOOK), ("fails", "#!/bin/sh\necho no; exit 3\n")):
+        (home / "hooks" / name).write_text(content, encoding="ascii")
+        (home / "hooks" / name).chmod(0o755)
+    new = vendor.signature_folder(tmp_path / "new", 5)
+    told = publish(home, "release", "--json", new)
+    assert (told.returncode, told.stderr) == (0, "tarnwick-publish: hooks/fails failed with status 3: no\n")
+    facts = {"version": 5, "signatures": 5, "added": 1, "removed": 0}
+    event, _, given = (home / "called").read_text(encoding="utf-8").partition(" ")
+    publish(home, "withdraw").check_returncode()
+    publish(home, "prune", "--keep", "1").check_returncode()
+    publish(home, "push", tmp_path / "copy").check_returncode()
+    kept = [json.loads(line) for line in publish(home, "log", "--json").stdout.splitlines()]
+    assert [line["event"] for line in kept] == ["release"] * 4 + ["definitions", "release", "withdraw", "prune", "push"]
+    container = (home / "site/VestRUM2/Scripted/VestRUM.cud").read_bytes()
+    for found in (json.loads(told.stdout), json.loads(given), kept[5]):
+        assert found.items() >= (facts | {"container_sha256": hashlib.sha256(container).hexdigest()}).items()
+    assert (event, json.loads(told.stdout)["released"], kept[5]["by"]) == ("release", True, "root")
+    assert publish(home, "log").stdout.splitlines()[-1].endswith(" push by=root version=5 servers=1 sound=1")
+
+
+def test_state_and_verdicts_are_told_to_programs(world):
+    world.shell(f"echo /elsewhere=https://{LINKS} >/srv/vendor/push.servers; echo /x >>/srv/vendor/push.servers")
+    state = json.loads(world.publish("status", "--json"))
+    assert (state["container"]["version"], state["servers"]) == (4, [
+        {"server": "/elsewhere", "version": 4, "why": ""}, {"server": "/x", "version": 0, "why": "no URL is given"}])
+    assert world.publish("status").splitlines()[-2:] == [
+        "Server /elsewhere: version 4", "Server /x: not known: no URL is given"]
+    sound = {"sound": True, "version": 4, "damages": 0, "found": []}
+    assert json.loads(world.publish("check", "--json")) == sound
+    assert json.loads(world.publish("check", "--from", f"https://{LINKS}", "--json")) == {
+        "servers": [{"server": f"https://{LINKS}"} | sound]}
+
+
+def test_root_leaves_its_terminal_before_it_works_for_another(world):
+    world.shell("cp -a /srv/vendor /srv/theirs; mkdir /srv/theirs/hooks; echo '#!/bin/sh\nps -o tty=,uid= -p $$ "
+                "</dev/null >/srv/theirs/seen' >/srv/theirs/hooks/look; chmod 755 /srv /srv/theirs/hooks/look"
+                "; chown -hR nobody /srv/theirs")
+    vendor.signature_folder(world.path("/srv/five"), 5)
+    terminal, slave = pty.openpty()
+    job = world.start(vendor.KIT, "--home", "/srv/theirs", "release", "/srv/five", stdin=slave, stdout=slave,
+                      start_new_session=True, preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0))
+    assert job.process.wait() == 0
+    os.close(slave)
+    os.close(terminal)
+    assert world.shell("cat /srv/theirs/seen").split() == ["?", world.shell("id -u nobody").strip()]
+    world.shell("mkdir -p /srv/open/x; cp -a /srv/theirs /srv/open/x/home; chown nobody /srv/open/x"
+                "; chown -hR root /srv/open/x/home")
+    refused = world.command(vendor.KIT, "--home", "/srv/open/x/home", "withdraw")
+    assert refused.status == 1 and "/srv/open/x can be written by others than root" in refused.stderr, refused
 
 
 def test_the_printed_site_guards_what_it_serves(world):

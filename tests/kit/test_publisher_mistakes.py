@@ -197,7 +197,7 @@ def test_what_is_no_command(tmp_path, words, said):
 
 
 @pytest.mark.parametrize("words, first", [
-    (["init"], "COMMAND [ARGUMENT...]"), (["release"], "COMMAND [ARGUMENT...]"), (["prune"], "prune [--keep N]"),
+    (["init"], "COMMAND [ARGUMENT...]"), (["release"], "release FOLDER [OPTION...]"), (["prune"], "prune [--keep N]"),
     (["push", "/srv/copy"], "push [--timeout SECONDS] [SERVER...] [OPTION...]")])
 def test_help_is_of_the_command_that_was_named(home, words, first):
     outcome = publish(home, *words, "--help")

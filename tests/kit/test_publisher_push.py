@@ -98,7 +98,23 @@ OUTCOMES = [
     Push("--timeout 1 silent:/srv/x", 1, "Not pushed: silent:/srv/x: [sender] io timeout after 1 seconds -- exiting\n",
          "version 5 is on 0 of 1 server; push again when the others are well\n"),
     Push("/srv/three", 1, "Damaged: VestRUM-5.script is missing, and its signature is there\n",
-         "1 thing found; nothing is pushed\n", "rm site/VestRUM2/Scripted/VestRUM-5.script"),
+         "1 thing found; nothing is pushed\n", "mv site/VestRUM2/Scripted/VestRUM-5.script /srv/script"),
+    Push("/srv/two", 1, "/srv/two has version 6 already, and version 5 is here\n  this home is older than what is out; "
+         "go on with: release --after 6 FOLDER\n", "nothing is pushed; see above\n",
+         "cp /srv/script site/VestRUM2/Scripted/VestRUM-5.script; "
+         "echo VestRUM:6 >/srv/two/site/VestRUM2/Scripted/current/VestRUM-db-version.txt"),
+    Push("/srv/two", 1, "/srv/two has another version 5 than is here, and both are signed\n  machines take no version "
+         "twice; go on with: release --after 5 FOLDER\n", "nothing is pushed; see above\n",
+         "mv /srv/original /srv/restored; rm -r /srv/two; $KIT/srv/restored release /srv/other; "
+         "$KIT/srv/restored push /srv/two"),
+    Push("/srv/two", 1, "/srv/two has a folder site/ that is not the kit's: it holds index.html\n  name another folder "
+         "there, or move that one away\n", "nothing is pushed; see above\n",
+         "rm -r /srv/two; mkdir -p /srv/two/site; touch /srv/two/site/index.html"),
+    Push("/srv/two --dry-run", 0, "Not pushed: /srv/two, by --dry-run\n", done="rm -r /srv/two"),
+    Push("--first /srv/two", 0, "Not asked: /srv/two, for which no URL is given\nVersion 5 is on 1 server.\nThe next push "
+         "goes on to the other 1.\n", done="printf '/srv/two\n/srv/vendor' >push.servers"),
+    Push("/srv/two", 0, "Not asked: /srv/two, for which no URL is given\nVersion 5 is on 1 server.\n",
+         done="rm push.servers"),
     *(Push(servers, 2, "", f'push{said}\nTry "tarnwick-publish --help".\n') for servers, said in (
         ("", " needs a SERVER, or a list of them in /srv/own/push.servers"), ("-x:/x", ": no such option: -x:/x"),
         *((bad, f': "{bad}" is neither HOST:FOLDER nor /FOLDER') for bad in ("x", "x::x", "x:", "u@-x:/x")),
@@ -112,12 +128,13 @@ def test_servers_are_asked_and_failures_named(shared_world):
     world, kit = shared_world, [KIT, "--home", "/srv/own"]
     world.write("/srv/remote", REMOTE, 0o755)
     vendor.signature_folder(world.path("/srv/five"), 5)
-    world.shell(f"cp -a /srv/vendor /srv/own; {' '.join(kit)} release /srv/five; {' '.join(kit)} site >/dev/null")
+    vendor.signature_folder(world.path("/srv/other"), 7)
+    world.shell(f"cp -a /srv/vendor /srv/own; cp -a /srv/vendor /srv/original; {' '.join(kit)} release /srv/five; {' '.join(kit)} site >/dev/null")
     for push in OUTCOMES:
-        world.shell(f"cd /srv/own; {push.done}")
+        world.shell(f"KIT='{KIT} --home '; cd /srv/own; {push.done.replace('$KIT', '$KIT ')}")
         outcome = world.command(*kit, "push", *push.servers.split(), env={"RSYNC_RSH": "/srv/remote"})
         said = outcome.stderr.removeprefix("tarnwick-publish: ")
-        printed = re.sub(r"after \d+", "after 1", outcome.stdout)
+        printed = re.sub(r"timeout after \d+", "timeout after 1", outcome.stdout)
         # In the order in which the servers end.
         assert (outcome.status, sorted(printed.splitlines()), said) == (
             push.status, sorted(push.printed.splitlines()), push.error), outcome
