@@ -7,6 +7,7 @@
 
 #include "base/files.hpp"
 #include "publisher/container.hpp"
+#include "publisher/detached_signature.hpp"
 #include "publisher/disk.hpp"
 #include "publisher/mirror_check.hpp"
 #include "publisher/mirror_set.hpp"
@@ -124,9 +125,41 @@ fs::path unpackServed(const Home& home, const Workplace& work, const std::string
   return work.folder() / name;
 }
 
+/// The signatures of the patches that were fetched. A missing one is no error.
+void fetchPatchSignatures(const Home& home, Upstream& upstream, const std::string& name) {
+  for (const fs::path& patch : entriesOf(home.upstream)) {
+    const std::string file = patch.filename();
+    if (!file.starts_with(name + "-") || !file.ends_with(".cdiff") || sizeOf(patch) == 0) continue;
+    fetchSignature(upstream, file + ".sign");
+  }
+}
+
+/// That of the container, if there is one which the installed sigtool takes.
+void fetchContainerSignature(const Home& home, const Workplace& work, Upstream& upstream,
+                             const std::string& name, MirroredDatabase& database) {
+  const std::string file = signatureName(name, database.version);
+  const fs::path served = home.mirror / "current" / file;
+  fs::path signature = looksLikeSignature(served) ? served : fetchSignature(upstream, file);
+  if (signature.empty()) return;
+  if (fitsContainer(signature, database.container, name, work)) {
+    database.signature = std::move(signature);
+    return;
+  }
+  say(fmt::format("Left out: {}, which does not fit", file));
+  removeFile(upstream.file(file));
+}
+
 /// sigtool applies a patch only if ClamAV signed it, to the result that it promises.
 bool applies(const fs::path& patch, const fs::path& files, const Workplace& work) {
-  return runChild(work.run("sigtool", {"--run-cdiff=" + patch.string()}, files)).isGood();
+  const auto apply = [&] {
+    return runChild(work.run("sigtool", {"--run-cdiff=" + patch.string()}, files)).isGood();
+  };
+  if (apply()) return true;
+  // It may be the detached signature that is wrong.
+  const fs::path signature = patch.string() + ".sign";
+  if (!isFile(signature)) return false;
+  removeFile(signature);
+  return apply();
 }
 
 /// What is of no use to clients, such as a patch as large as the container, becomes an empty patch.
@@ -149,10 +182,21 @@ void tryPatches(const Home& home, const Workplace& work, const std::string& name
       say(fmt::format("Left out: {}, which is of no use to version {}", patchName(name, number),
                       number - 1));
       write(patch, "");
+      removeFile(patch.string() + ".sign");
     }
     if (number > from && sizeOf(patch) == 0) whole = false;
   }
   removeTree(work.folder() / name);
+}
+
+/// A source that goes back is told, and what is served stays.
+void tellOfOlder(const Home& home, const MirroredDatabases& databases) {
+  for (const auto& [name, database] : databases) {
+    const std::int64_t fetched = versionOfFile(home.upstream / (name + ".cvd"));
+    if (fetched > 0 && fetched < database.version) {
+      say(fmt::format("Older: upstream has {} {}, and {} stays", name, fetched, database.version));
+    }
+  }
 }
 
 }  // namespace
@@ -163,10 +207,13 @@ void mirror(const std::string& homePath) {
   const Workplace download = Workplace::ofMirror(home);
   Upstream upstream(home, download);
   upstream.fetchContainers();
-  const MirroredDatabases databases = chooseContainers(home, download);
-  for (const auto& [name, database] : databases) {
+  MirroredDatabases databases = chooseContainers(home, download);
+  tellOfOlder(home, databases);
+  for (auto& [name, database] : databases) {
     fetchPatches(home, upstream, name, database);
+    fetchPatchSignatures(home, upstream, name);
     tryPatches(home, download, name, database);
+    fetchContainerSignature(home, download, upstream, name, database);
   }
   const Workplace work = Workplace::inHome(home);
   putMirrorInPlace(home, work, databases);

@@ -8,6 +8,7 @@
 
 #include "base/text_rules.hpp"
 #include "publisher/container.hpp"
+#include "publisher/detached_signature.hpp"
 #include "publisher/disk.hpp"
 
 namespace tarnwick::publisher {
@@ -84,6 +85,8 @@ void checkMirrorFile(const fs::path& file, Findings& findings) {
     }
   } else if (sizeOf(file) == 0) {
     findings.damage("mirror/" + name + " is empty");
+  } else if (name.ends_with(".sign") && !looksLikeSignature(file)) {
+    findings.damage("mirror/" + name + " is no signature");
   } else if (hasEndingOfContainer(name) && !headerOfFile(file)) {
     findings.damage("mirror/" + name + " has no header of a container");
   }

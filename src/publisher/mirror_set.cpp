@@ -58,23 +58,47 @@ void linkOrCopy(const fs::path& from, const fs::path& to) {
   syncPath(to);
 }
 
+/// The names below `current`, as clients know them.
+std::vector<std::string> namesOf(const MirroredDatabases& databases) {
+  std::vector<std::string> names;
+  for (const auto& [name, database] : databases) {
+    names.push_back(name + ".cvd");
+    if (!database.signature.empty()) names.push_back(signatureName(name, database.version));
+  }
+  return names;
+}
+
+/// Links of signatures that the set before had.
+void sweepSignatures(const Home& home) {
+  for (const fs::path& entry : entriesOf(home.mirror)) {
+    if (isLink(entry) && entry.string().ends_with(".cvd.sign") && !isFile(entry)) {
+      removeFile(entry);
+    }
+  }
+}
+
 void publishSet(const Home& home, const Workplace& work, const MirroredDatabases& databases) {
   const fs::path set = work.folder() / "set";
   const fs::path current = home.mirror / "current";
   for (const auto& [name, database] : databases) {
     linkOrCopy(database.container, set / (name + ".cvd"));
+    if (!database.signature.empty()) {
+      linkOrCopy(database.signature, set / signatureName(name, database.version));
+    }
   }
   syncPath(set);
   const std::string number = std::to_string(numberBehind(current) + 1);
   moveOver(set, home.mirror / "sets" / number);
-  for (const auto& [name, database] : databases) {
-    if (!isThere(home.mirror / (name + ".cvd"))) linkName(home, work, name + ".cvd");
+  const std::vector<std::string> names = namesOf(databases);
+  for (const std::string& name : names) {
+    if (!isThere(home.mirror / name)) linkName(home, work, name);
   }
   // A folder, which a copy made of the link, would stay in the way for ever.
   if (!isLink(current)) removeTree(current);
   switchLink("sets/" + number, current, work.folder() / "link");
-  for (const auto& [name, database] : databases) linkName(home, work, name + ".cvd");
+  for (const std::string& name : names) linkName(home, work, name);
   linkName(home, work, "dns.txt");
+  sweepSignatures(home);
   syncPath(home.mirror);
 }
 
@@ -83,7 +107,8 @@ void publishPatches(const Home& home) {
   bool any = false;
   for (const fs::path& patch : entriesOf(home.upstream)) {
     const std::string name = patch.filename();
-    if (!name.ends_with(".cdiff") || name.find('-') == std::string::npos) continue;
+    if (!name.ends_with(".cdiff") && !name.ends_with(".cdiff.sign")) continue;
+    if (name.find('-') == std::string::npos) continue;
     ::chmod(patch.c_str(), mode);
     syncPath(patch);
     moveOver(patch, home.mirror / name);
@@ -99,7 +124,9 @@ void sweepPatches(const Home& home, const std::string& name, const MirroredDatab
   for (const std::int64_t number : patchesOf(home, name)) {
     const fs::path patch = home.mirror / fmt::format("{}-{}.cdiff", name, number);
     size += sizeOf(patch);
-    if (size >= limit || number <= database.version - patchesKept) removeFile(patch);
+    if (size < limit && number > database.version - patchesKept) continue;
+    removeFile(patch);
+    removeFile(patch.string() + ".sign");
   }
 }
 
@@ -112,11 +139,17 @@ bool isNothingNew(const Home& home, const MirroredDatabases& databases) {
         !isLink(home.mirror / file)) {
       return false;
     }
+    const fs::path signature = current / signatureName(name, database.version);
+    if (!database.signature.empty() && !isFile(signature)) return false;
   }
   return isLink(current) && targetOf(home.mirror / "dns.txt") == "current/dns.txt";
 }
 
 }  // namespace
+
+std::string signatureName(const std::string& name, std::int64_t version) {
+  return fmt::format("{}-{}.cvd.sign", name, version);
+}
 
 void putMirrorInPlace(const Home& home, const Workplace& work, const MirroredDatabases& databases) {
   const fs::path set = work.folder() / "set";

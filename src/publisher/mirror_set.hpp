@@ -18,7 +18,11 @@ struct MirroredDatabase {
   std::int64_t served = 0;   ///< the version that is served, 0 for none or a damaged one
   std::int64_t version = 0;  ///< the version that is to be served, which `container` holds
   std::filesystem::path container;
+  std::filesystem::path signature = {};  ///< a detached one; empty where there is none
 };
+
+/// The name by which clients ask for it.
+std::string signatureName(const std::string& name, std::int64_t version);
 
 using MirroredDatabases = std::map<std::string, MirroredDatabase>;
 

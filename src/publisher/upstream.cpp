@@ -140,6 +140,12 @@ void Upstream::fetchContainers() {
   refusePause();
 }
 
+void Upstream::askForFile(const std::string& name) {
+  configure({"TestDatabases no", fmt::format("DatabaseCustomURL {}/{}", source_, name)});
+  runFreshclam({"--no-dns", "--update-db=custom"});
+  refusePause();
+}
+
 void Upstream::askForPatches(const std::string& name, const std::vector<std::int64_t>& versions) {
   std::vector<std::string> lines{"TestDatabases no"};
   for (const std::int64_t version : versions) {

@@ -24,6 +24,9 @@ class Upstream {
   /// Asks for patches of a database, one after the other until one is not to be had.
   void askForPatches(const std::string& name, const std::vector<std::int64_t>& versions);
 
+  /// Asks for one file that need not be there.
+  void askForFile(const std::string& name);
+
   /// Whether the last answer was that there is no such file, rather than a failure.
   [[nodiscard]] bool saidThereIsNone() const;
   /// What freshclam said first of what went wrong.

@@ -124,7 +124,8 @@ def test_bad_days_leave_what_is_served(world):
         first, second = (outcome.stderr + "\n\n").splitlines()[:2]
         assert (outcome.status, outcome.stdout, first) == ((
             1, "", f"tarnwick-publish: {day.said}; the mirror stays as it was") if day.said else (
-                0, NOTHING_NEW.format(4), ""))
+                0, "".join(f"Older: upstream has {name} 3, and 4 stays\n" for name in ("daily", "test")) +
+            NOTHING_NEW.format(4), ""))
         assert day.reason in second and world.shell(TREE.format("/srv/vendor")) == before, (name, outcome)
         assert record(world) == "CLAMAV:3:4:TIME:0:81:0:3\n", name
 
@@ -143,6 +144,28 @@ def test_a_patch_that_is_altered_or_missing_is_replaced_by_an_empty_one(world):
 
 
 # Stands before `mv`: looks whether clients find a consistent set, and ends the kit at one of its moments.
+SIGNATURE = "#clamsign-1.0\nof a ClamAV that is to come\n"
+
+
+def test_detached_signatures_come_with_what_they_sign(world):
+    offer(world, 6)
+    for name, content in (("daily-6.cvd.sign", SIGNATURE), ("test-6.cdiff.sign", SIGNATURE),
+                          ("main-3.cvd.sign", "<html>Sorry</html>")):
+        world.write(f"/srv/origin/{name}", content)
+    assert mirror(world) == Outcome(0, MIRRORED.format(6), "")
+    look = "cd /srv/vendor/mirror; find . -name '*.sign' -printf '%p %l\n' | sort"
+    assert world.shell(look) == ("./daily-6.cvd.sign current/daily-6.cvd.sign\n./sets/2/daily-6.cvd.sign \n"
+                                 "./test-6.cdiff.sign \n")
+    assert mirror(world).stdout == NOTHING_NEW.format(6) and world.publish("check").startswith("All is well")
+    # One that comes later goes into a set of its own.
+    world.write("/srv/origin/test-6.cvd.sign", SIGNATURE)
+    assert mirror(world).stdout == MIRRORED.format(6)
+    world.shell("cmp /srv/origin/test-6.cvd.sign /srv/vendor/mirror/test-6.cvd.sign")
+    world.write("/srv/vendor/mirror/x.sign", "<html>")
+    checked = world.command(*KIT.format("/srv/vendor").replace(" mirror", " check").split())
+    assert checked.stdout == "Damaged: mirror/x.sign is no signature\n"
+
+
 # Whether the record promises more than there is.
 LOOK = """cd /srv/vendor/mirror; for place in 2:main 3:daily 8:bytecode; do
     [ ! -e dns.txt ] || [ "$(cut -d: -f"${place%:*}" dns.txt)" -le "$(head -c 99 "${place#*:}.cvd" | cut -d: -f3)" ]
