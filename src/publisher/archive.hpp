@@ -11,7 +11,7 @@ namespace tarnwick::publisher {
 /// Files by name, all in one folder.
 using FileSet = std::map<std::string, std::string>;
 
-/// What a gzipped tar archive holds. None when it cannot be read to its end, holds anything but
+/// What a gzipped tar archive holds. None when a file of it cannot be read, holds anything but
 /// plain files without folders and links, or holds more than `limit` bytes.
 std::optional<FileSet> unpackArchive(std::string_view archive, std::uint64_t limit);
 
