@@ -11,7 +11,7 @@ install(FILES packaging/systemd/tarnwick-mirror@.service packaging/systemd/tarnw
         DESTINATION lib/systemd/system ${kit_rules})
 
 # The installed command is in PATH, so its documents call it without a folder.
-foreach(document README.md FLEET.md)
+foreach(document README.md FLEET.md FORMAT.md)
   file(READ publish/${document} text)
   string(REPLACE "build/release/tarnwick-publish" "tarnwick-publish" text "${text}")
   file(WRITE ${packaged}/kit/${document} "${text}")
