@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <functional>
 #include <unordered_map>
+#include <utility>
+#include <vector>
 
 #include "base/text_rules.hpp"
 
@@ -41,9 +44,20 @@ std::string_view textOf(const FileSet& files, const std::string& name) {
   return found == files.end() ? std::string_view() : std::string_view(found->second);
 }
 
+/// Takes the lines off with which both begin: mostly all but a few at the end.
+void dropCommonStart(std::string_view& before, std::string_view& after) {
+  const auto differing = std::ranges::mismatch(before, after);
+  const auto same = static_cast<std::size_t>(differing.in1 - before.begin());
+  const std::size_t line = same == 0 ? std::string_view::npos : before.rfind('\n', same - 1);
+  if (line == std::string_view::npos) return;
+  before.remove_prefix(line + 1);
+  after.remove_prefix(line + 1);
+}
+
 void countChanges(std::string_view before, std::string_view after, LineChanges& changes) {
+  changes.before += std::ranges::count(before, '\n');
+  dropCommonStart(before, after);
   Counts counts = countsOf(before);
-  for (const auto& [line, count] : counts) changes.before += count;
   forEachLine(after, [&](std::string_view line) {
     const auto found = counts.find(line);
     if (found == counts.end() || found->second == 0) {
@@ -65,6 +79,7 @@ bool isWithoutOrder(std::string_view kind) {
 }
 
 std::string inPublishedOrder(std::string_view given, std::string_view published) {
+  if (given.starts_with(published)) return std::string(given);
   Counts counts = countsOf(given);
   std::string ordered;
   ordered.reserve(given.size());
@@ -99,6 +114,29 @@ FileSet inPublishedOrder(const FileSet& given, const FileSet& published) {
     ordered[name] = kept ? inPublishedOrder(content, before->second) : content;
   }
   return ordered;
+}
+
+std::int64_t linesTwice(std::string_view text) {
+  std::vector<std::pair<std::size_t, std::string_view>> lines;
+  forEachLine(text, [&lines](std::string_view line) {
+    if (!line.empty() && line.front() != '#') {
+      lines.emplace_back(std::hash<std::string_view>()(line), line);
+    }
+  });
+  std::ranges::sort(lines);
+  std::int64_t twice = 0;
+  for (std::size_t i = 1; i < lines.size(); ++i) {
+    if (lines[i] == lines[i - 1]) ++twice;
+  }
+  return twice;
+}
+
+std::int64_t commentLines(std::string_view text) {
+  std::int64_t comments = 0;
+  forEachLine(text, [&comments](std::string_view line) {
+    if (line.starts_with('#')) ++comments;
+  });
+  return comments;
 }
 
 LineChanges lineChanges(const FileSet& before, const FileSet& after) {

@@ -19,6 +19,12 @@ std::string inPublishedOrder(std::string_view given, std::string_view published)
 /// nothing.
 FileSet inPublishedOrder(const FileSet& given, const FileSet& published);
 
+/// How many lines stand there once more than once, comments and empty lines apart.
+std::int64_t linesTwice(std::string_view text);
+
+/// Lines that ClamAV passes over.
+std::int64_t commentLines(std::string_view text);
+
 /// How many lines one version adds to another and removes from it, all kinds together.
 struct LineChanges {
   std::int64_t added = 0;

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <chrono>
 #include <thread>
 
@@ -27,9 +28,11 @@ fs::path NextVersion::scriptFile() const {
 }
 
 bool NextVersion::isNothingNew() const {
-  FileSet published = start_.published;
-  published.erase("VestRUM.info");
-  return start_.version > 0 && files_ == published;
+  if (start_.version == 0 || files_.size() + 1 != start_.published.size()) return false;
+  return std::ranges::all_of(files_, [this](const auto& file) {
+    const auto published = start_.published.find(file.first);
+    return published != start_.published.end() && published->second == file.second;
+  });
 }
 
 ChildEnd NextVersion::buildContainer() const {

@@ -114,6 +114,9 @@ void publish(const ReleaseStart& start, const ReleaseOptions& options) {
     return say(
         fmt::format("Nothing new: version {} holds exactly these signatures.", start.version));
   }
+  if (!options.json) {
+    for (const std::string& remark : start.signatures.remarks()) say(remark);
+  }
   next.build();
   next.tryAndCompare();
   const Summary summary = summaryOf(next, start.number);
@@ -148,9 +151,6 @@ void release(const std::string& homePath, const fs::path& folder, const ReleaseO
   const std::int64_t number = nextNumber(version, options);
   sweepOthers(home.releases, home.scripted / "current");
   const SignatureFolder signatures(folder, home);
-  if (!options.json) {
-    for (const std::string& remark : signatures.remarks()) say(remark);
-  }
   const ReleaseStart start{.home = home,
                            .work = work,
                            .signatures = signatures,

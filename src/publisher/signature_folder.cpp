@@ -6,12 +6,11 @@
 
 #include <algorithm>
 #include <cctype>
-#include <set>
-#include <unordered_set>
 
 #include "base/files.hpp"
 #include "base/text_rules.hpp"
 #include "publisher/disk.hpp"
+#include "publisher/line_order.hpp"
 #include "publisher/refusal.hpp"
 #include "publisher/sensitive.hpp"
 #include "publisher/signature_text.hpp"
@@ -193,17 +192,8 @@ std::vector<std::string> SignatureFolder::remarks() const {
   }
   for (const auto& [name, content] : joined_) {
     if (name == "COPYING" || !isByLines(fs::path(name).extension().string().substr(1))) continue;
-    std::unordered_set<std::string_view> seen;
-    std::int64_t twice = 0;
-    std::int64_t comments = 0;
-    for (const std::string_view line : split(content, '\n')) {
-      if (line.empty()) continue;
-      if (line.front() == '#') {
-        ++comments;
-      } else if (!seen.insert(line).second) {
-        ++twice;
-      }
-    }
+    const std::int64_t twice = linesTwice(content);
+    const std::int64_t comments = commentLines(content);
     const std::string kind = fs::path(name).extension().string();
     if (comments > 0) {
       remarks.push_back(fmt::format("Passed over by ClamAV: {} of the kind {}",
