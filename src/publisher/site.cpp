@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <array>
-#include <cerrno>
 #include <system_error>
 
 #include "base/durable_file.hpp"
