@@ -154,29 +154,29 @@ int runShellCommand(const std::string& commandLine) {
   return shell.reap();
 }
 
-ToolResult runTool(const ToolRun& run) {
+ProgramResult runProgram(const ProgramRun& run) {
   Child child;
   if (run.workingDirectory) child.changeFolder(*run.workingDirectory);
   Pipe input;
   Pipe output;
   Pipe errors;
-  if (run.output == ToolOutput::captured) {
+  if (run.output == ProgramOutput::captured) {
     input = makePipe();
     child.redirect(STDIN_FILENO, input.reading);
   }
-  if (run.output != ToolOutput::inherited) {
+  if (run.output != ProgramOutput::inherited) {
     output = makePipe();
-    if (run.output == ToolOutput::dropped) errors = makePipe();
+    if (run.output == ProgramOutput::dropped) errors = makePipe();
     child.redirect(STDOUT_FILENO, output.writing);
     child.redirect(STDERR_FILENO, errors.writing.isOpen() ? errors.writing : output.writing);
   }
-  ToolResult result;
+  ProgramResult result;
   if (child.start(run.executable, run.arguments) != 0) return result;
   input = {};
   output.writing.reset();
   errors.writing.reset();
   std::array<FileDescriptor, 2> pipes{std::move(output.reading), std::move(errors.reading)};
-  const bool captured = run.output == ToolOutput::captured;
+  const bool captured = run.output == ProgramOutput::captured;
   drainUntilEnd(child, pipes, captured ? &result.output : nullptr);
   result.status = exitStatusOf(child.reap());
   return result;

@@ -14,20 +14,20 @@ namespace tarnwick {
 int runShellCommand(const std::string& commandLine);
 
 /// What becomes of a program's standard output and standard error.
-enum class ToolOutput {
+enum class ProgramOutput {
   inherited,  ///< goes where ours goes
   dropped,    ///< goes to two pipes whose content nobody reads
   captured,   ///< both go to one pipe, and standard input is an empty pipe
 };
 
-struct ToolRun {
+struct ProgramRun {
   std::string executable;
   std::vector<std::string> arguments;
   std::optional<std::filesystem::path> workingDirectory = {};
-  ToolOutput output = ToolOutput::inherited;
+  ProgramOutput output = ProgramOutput::inherited;
 };
 
-struct ToolResult {
+struct ProgramResult {
   /// The exit status. A program that was killed or could not be started has one that is not 0.
   int status = -1;
   std::string output;  ///< only when captured: its first mebibyte
@@ -35,6 +35,6 @@ struct ToolResult {
 
 /// Runs a program directly, without a shell, and waits for it to end. A termination signal to this
 /// program ends it and its descendants too.
-ToolResult runTool(const ToolRun& run);
+ProgramResult runProgram(const ProgramRun& run);
 
 }  // namespace tarnwick

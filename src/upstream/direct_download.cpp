@@ -104,9 +104,9 @@ std::int64_t sigtoolVersion(const RunContext& context, const std::string& fileNa
   // A named pipe in a database's place would keep sigtool, and so the run, waiting for ever.
   std::error_code ignored;
   if (fileExists(file) && !std::filesystem::is_regular_file(file, ignored)) return -1;
-  const ToolResult result = runTool({.executable = sigtoolPath(),
-                                     .arguments = {"-i", file.string()},
-                                     .output = ToolOutput::captured});
+  const ProgramResult result = runProgram({.executable = sigtoolPath(),
+                                           .arguments = {"-i", file.string()},
+                                           .output = ProgramOutput::captured});
   const std::optional<std::string> text = textFromUtf8(result.output);
   return text ? versionInReport(*text) : -1;
 }

@@ -135,10 +135,10 @@ void putOwnScriptsBack(const Workplace& work) {
 }
 
 bool unpackContainer(const RunContext& context, const Workplace& work) {
-  const ToolResult unpacked =
-      runTool({.executable = sigtoolPath(),
-               .arguments = {fmt::format("--unpack={}", installedContainer())},
-               .workingDirectory = work.directory});
+  const ProgramResult unpacked =
+      runProgram({.executable = sigtoolPath(),
+                  .arguments = {fmt::format("--unpack={}", installedContainer())},
+                  .workingDirectory = work.directory});
   if (unpacked.status == 0 && setOwnScriptsAside(work)) return true;
   printMessage(context, "Couldn't unpack cud file");
   return false;
@@ -169,10 +169,10 @@ bool applyScripts(const Workplace& work) {
   runShellCommand(fmt::format("mkdir {0} && cp {1}/*.script {0}/", work.scripts.string(),
                               work.directory.string()));
   putOwnScriptsBack(work);
-  const ToolResult applied =
-      runTool({.executable = sigtoolPath(),
-               .arguments = {fmt::format("--run-cdiff={}", work.scripts.string()), "--datadir=."},
-               .workingDirectory = work.directory});
+  const ProgramResult applied = runProgram(
+      {.executable = sigtoolPath(),
+       .arguments = {fmt::format("--run-cdiff={}", work.scripts.string()), "--datadir=."},
+       .workingDirectory = work.directory});
   removeTree(work.scripts);
   return applied.status == 0;
 }
@@ -316,7 +316,8 @@ bool packFolder(const fs::path& folder, const fs::path& archive) {
     return !name.starts_with('-') && name.find('\\') == std::string::npos;
   };
   return !entries.empty() && std::ranges::all_of(entries, isPlain) &&
-         runTool({.executable = "/usr/bin/tar", .arguments = arguments, .workingDirectory = folder})
+         runProgram(
+             {.executable = "/usr/bin/tar", .arguments = arguments, .workingDirectory = folder})
                  .status == 0;
 }
 

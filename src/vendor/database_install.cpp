@@ -18,10 +18,10 @@ FileAttributes databaseAttributes() {
 }  // namespace
 
 bool scannerAccepts(const RunContext& context, const std::filesystem::path& database) {
-  const ToolResult test =
-      runTool({.executable = context.clamscanPath,
-               .arguments = {"--quiet", "-d", database.string(), context.clamscanPath},
-               .output = ToolOutput::dropped});
+  const ProgramResult test =
+      runProgram({.executable = context.clamscanPath,
+                  .arguments = {"--quiet", "-d", database.string(), context.clamscanPath},
+                  .output = ProgramOutput::dropped});
   return test.status == 0;
 }
 

@@ -34,7 +34,7 @@ void tryInput(std::string_view input) {
     return;
   }
   names.erase(archive.filename());
-  const ToolResult result = runTool(
+  const ProgramResult result = runProgram(
       {.executable = "/usr/bin/tar", .arguments = {"-xzf", archive}, .workingDirectory = unpacked});
   const auto found = namesIn(unpacked).value_or(std::vector<std::string>{});
   require(result.status == 0 && std::set(found.begin(), found.end()) == names,

@@ -26,14 +26,16 @@ TEST(Commands, KeepTheRootOfTheFileSystemFromRecursiveCommands) {
 
 TEST(Commands, NeverWaitForAReader) {
   const std::string flood = "head -c 3000000 /dev/zero; head -c 3000000 /dev/zero >&2; exit 3";
-  for (const ToolOutput output : {ToolOutput::dropped, ToolOutput::captured}) {
+  for (const ProgramOutput output : {ProgramOutput::dropped, ProgramOutput::captured}) {
     EXPECT_EQ(
-        runTool({.executable = "/bin/sh", .arguments = {"-c", flood}, .output = output}).status, 3);
+        runProgram({.executable = "/bin/sh", .arguments = {"-c", flood}, .output = output}).status,
+        3);
   }
   // Nor for a program that the child left behind with its pipes.
-  const ToolResult left = runTool({.executable = "/bin/sh",
-                                   .arguments = {"-c", "echo said; cat; sleep 1000 & echo $!"},
-                                   .output = ToolOutput::captured});
+  const ProgramResult left =
+      runProgram({.executable = "/bin/sh",
+                  .arguments = {"-c", "echo said; cat; sleep 1000 & echo $!"},
+                  .output = ProgramOutput::captured});
   EXPECT_EQ(left.status, 0);
   EXPECT_TRUE(left.output.starts_with("said\n"));
   EXPECT_EQ(runShellCommand("kill " + left.output.substr(5)), 0);
@@ -56,17 +58,18 @@ TEST(Commands, TakeTheLastOutputOfAChildThatEndsBeforeItIsLookedAt) {
       "fcntl.fcntl(1, 1031, 1 << 20)\n"  // F_SETPIPE_SZ
       "os.write(1, bytes(100000))\n"
       "os._exit(0)\n";
-  const ToolResult result = runTool({.executable = "/usr/bin/python3",
-                                     .arguments = {"-c", child},
-                                     .output = ToolOutput::captured});
+  const ProgramResult result = runProgram({.executable = "/usr/bin/python3",
+                                           .arguments = {"-c", child},
+                                           .output = ProgramOutput::captured});
   EXPECT_EQ(result.output.size(), 100000U);
 }
 
 TEST(Commands, FailWhereAProgramCannotRun) {
-  EXPECT_NE(runTool({.executable = "/no/such/program", .arguments = {}}).status, 0);
-  EXPECT_NE(runTool({.executable = "/bin/sh", .arguments = {"-c", "kill -9 $$"}}).status, 0);
+  EXPECT_NE(runProgram({.executable = "/no/such/program", .arguments = {}}).status, 0);
+  EXPECT_NE(runProgram({.executable = "/bin/sh", .arguments = {"-c", "kill -9 $$"}}).status, 0);
   EXPECT_NE(
-      runTool({.executable = "/bin/true", .arguments = {}, .workingDirectory = "/none"}).status, 0);
+      runProgram({.executable = "/bin/true", .arguments = {}, .workingDirectory = "/none"}).status,
+      0);
   EXPECT_EQ(runShellCommand("exit 56"), 56 << 8);
   EXPECT_EQ(runShellCommand("kill -9 $$"), 9);
 }
