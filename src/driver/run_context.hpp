@@ -3,7 +3,7 @@
 #include <atomic>
 #include <string>
 
-#include "base/prefix.hpp"
+#include "base/installation_paths.hpp"
 #include "driver/log_file.hpp"
 #include "settings/vendor_settings.hpp"
 

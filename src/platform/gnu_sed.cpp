@@ -11,7 +11,7 @@
 
 #include "base/durable_file.hpp"
 #include "base/files.hpp"
-#include "base/prefix.hpp"
+#include "base/installation_paths.hpp"
 #include "platform/platform.hpp"
 
 namespace tarnwick::platform {

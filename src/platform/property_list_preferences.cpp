@@ -11,7 +11,7 @@
 #include <utility>
 
 #include "base/durable_file.hpp"
-#include "base/prefix.hpp"
+#include "base/installation_paths.hpp"
 #include "base/text_rules.hpp"
 #include "platform/platform.hpp"
 #include "platform/property_list.hpp"

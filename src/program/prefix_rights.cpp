@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "base/files.hpp"
+#include "base/installation_paths.hpp"
 #include "base/path_rights.hpp"
 #include "base/platform_log.hpp"
-#include "base/prefix.hpp"
 
 namespace tarnwick {
 namespace {

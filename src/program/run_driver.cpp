@@ -7,8 +7,8 @@
 #include <utility>
 
 #include "base/files.hpp"
+#include "base/installation_paths.hpp"
 #include "base/platform_log.hpp"
-#include "base/prefix.hpp"
 #include "base/standard_streams.hpp"
 #include "driver/commands.hpp"
 #include "driver/console.hpp"

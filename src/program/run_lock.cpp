@@ -9,8 +9,8 @@
 #include <filesystem>
 
 #include "base/files.hpp"
+#include "base/installation_paths.hpp"
 #include "base/platform_log.hpp"
-#include "base/prefix.hpp"
 #include "driver/termination.hpp"
 
 namespace tarnwick {

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "base/prefix.hpp"
+#include "base/installation_paths.hpp"
 #include "base/standard_streams.hpp"
 #include "platform/platform.hpp"
 #include "vendor/database_header.hpp"

@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "base/durable_file.hpp"
-#include "base/prefix.hpp"
+#include "base/installation_paths.hpp"
 #include "driver/commands.hpp"
 #include "platform/platform.hpp"
 #include "settings/vendor_settings.hpp"

@@ -7,7 +7,7 @@
 #include <span>
 #include <string_view>
 
-#include "base/prefix.hpp"
+#include "base/installation_paths.hpp"
 #include "driver/commands.hpp"
 #include "driver/database_folder.hpp"
 #include "upstream/freshclam_configuration.hpp"

@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "base/files.hpp"
-#include "base/prefix.hpp"
+#include "base/installation_paths.hpp"
 #include "driver/commands.hpp"
 #include "driver/console.hpp"
 #include "driver/database_folder.hpp"

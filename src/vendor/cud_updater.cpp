@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "base/files.hpp"
+#include "base/installation_paths.hpp"
 #include "base/platform_log.hpp"
-#include "base/prefix.hpp"
 #include "base/text_rules.hpp"
 #include "driver/commands.hpp"
 #include "driver/console.hpp"

@@ -9,7 +9,7 @@
 
 #include "base/file_descriptor.hpp"
 #include "base/files.hpp"
-#include "base/prefix.hpp"
+#include "base/installation_paths.hpp"
 #include "base/text_rules.hpp"
 #include "driver/console.hpp"
 

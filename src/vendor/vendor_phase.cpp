@@ -8,8 +8,8 @@
 
 #include "base/durable_file.hpp"
 #include "base/files.hpp"
+#include "base/installation_paths.hpp"
 #include "base/platform_log.hpp"
-#include "base/prefix.hpp"
 #include "driver/console.hpp"
 #include "driver/database_folder.hpp"
 #include "platform/platform.hpp"

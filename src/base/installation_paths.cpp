@@ -1,4 +1,4 @@
-#include "base/prefix.hpp"
+#include "base/installation_paths.hpp"
 
 namespace tarnwick {
 
