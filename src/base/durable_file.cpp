@@ -12,7 +12,7 @@
 
 #include "base/disk_sync.hpp"
 #include "base/file_descriptor.hpp"
-#include "base/files.hpp"
+#include "base/file_tree.hpp"
 
 namespace tarnwick {
 namespace {

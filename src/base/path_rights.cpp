@@ -88,6 +88,12 @@ class Walk {
 
 }  // namespace
 
+bool belongsToRootAlone(const fs::path& path) {
+  struct stat status = {};
+  if (::stat(path.c_str(), &status) != 0) return false;
+  return status.st_uid == 0 && (status.st_mode & writableByOthers) == 0;
+}
+
 std::vector<fs::path> whereOthersCanRedirect(const fs::path& path, uid_t trusted) {
   std::error_code ignored;
   return Walk(fs::absolute(path, ignored), trusted).findings();

@@ -39,8 +39,4 @@ std::string shownText(std::string_view text);
 /// Every occurrence of `from`, taken from left to right, replaced by `to`.
 std::string replaced(std::string_view text, std::string_view from, std::string_view to);
 
-/// Whether a path can stand in a command line without quotes: the shell would take it for one word
-/// and find nothing in it to interpret, nor would one that knows braces.
-bool isPlainShellWord(std::string_view path);
-
 }  // namespace tarnwick

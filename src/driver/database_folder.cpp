@@ -8,8 +8,8 @@
 #include <string>
 #include <system_error>
 
-#include "base/files.hpp"
-#include "base/text_rules.hpp"
+#include "base/file_tree.hpp"
+#include "base/shell_word.hpp"
 #include "driver/commands.hpp"
 #include "platform/platform.hpp"
 

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "base/files.hpp"
+#include "base/file_tree.hpp"
 #include "platform/platform.hpp"
 
 namespace tarnwick::platform {

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "base/durable_file.hpp"
-#include "base/files.hpp"
+#include "base/file_tree.hpp"
 #include "base/installation_paths.hpp"
 #include "platform/platform.hpp"
 

@@ -21,7 +21,7 @@
 #include <sstream>
 #include <type_traits>
 
-#include "base/files.hpp"
+#include "base/file_tree.hpp"
 #include "platform/platform.hpp"
 
 extern char** environ;

@@ -10,9 +10,9 @@
 #include <system_error>
 #include <variant>
 
-#include "base/files.hpp"
+#include "base/file_tree.hpp"
 #include "base/path_rights.hpp"
-#include "base/text_rules.hpp"
+#include "base/shell_word.hpp"
 #include "platform/platform.hpp"
 
 namespace tarnwick::platform {

@@ -2,7 +2,7 @@
 
 #include <system_error>
 
-#include "base/files.hpp"
+#include "base/path_rights.hpp"
 #include "platform/platform.hpp"
 
 // Where programs carry no signature, the rights of the file and its folder protect the engine.

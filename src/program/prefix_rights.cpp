@@ -9,7 +9,7 @@
 #include <system_error>
 #include <vector>
 
-#include "base/files.hpp"
+#include "base/file_tree.hpp"
 #include "base/installation_paths.hpp"
 #include "base/path_rights.hpp"
 #include "base/platform_log.hpp"

@@ -6,7 +6,7 @@
 #include <string>
 #include <utility>
 
-#include "base/files.hpp"
+#include "base/file_tree.hpp"
 #include "base/installation_paths.hpp"
 #include "base/platform_log.hpp"
 #include "base/standard_streams.hpp"

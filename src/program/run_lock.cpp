@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <filesystem>
 
-#include "base/files.hpp"
+#include "base/file_tree.hpp"
 #include "base/installation_paths.hpp"
 #include "base/platform_log.hpp"
 #include "driver/termination.hpp"

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "base/files.hpp"
+#include "base/file_tree.hpp"
 #include "driver/commands.hpp"
 #include "driver/database_folder.hpp"
 #include "vendor/vendor_items.hpp"

@@ -12,7 +12,7 @@
 
 #include "base/disk_sync.hpp"
 #include "base/file_descriptor.hpp"
-#include "base/files.hpp"
+#include "base/file_tree.hpp"
 #include "base/text_rules.hpp"
 
 namespace tarnwick::publisher {

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <set>
 
-#include "base/files.hpp"
+#include "base/file_tree.hpp"
 #include "publisher/container.hpp"
 #include "publisher/detached_signature.hpp"
 #include "publisher/disk.hpp"

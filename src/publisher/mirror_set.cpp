@@ -7,7 +7,7 @@
 #include <ctime>
 #include <system_error>
 
-#include "base/files.hpp"
+#include "base/file_tree.hpp"
 #include "base/text_rules.hpp"
 #include "publisher/container.hpp"
 #include "publisher/disk.hpp"

@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <cctype>
 
-#include "base/files.hpp"
+#include "base/file_tree.hpp"
 #include "base/text_rules.hpp"
 #include "publisher/disk.hpp"
 #include "publisher/line_order.hpp"

@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <system_error>
 
-#include "base/files.hpp"
+#include "base/file_tree.hpp"
 #include "base/standard_streams.hpp"
 #include "publisher/disk.hpp"
 #include "publisher/owner.hpp"

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "base/durable_file.hpp"
-#include "base/files.hpp"
+#include "base/file_tree.hpp"
 #include "base/installation_paths.hpp"
 #include "base/text_rules.hpp"
 #include "driver/commands.hpp"

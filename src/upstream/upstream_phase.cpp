@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "base/files.hpp"
+#include "base/file_tree.hpp"
 #include "base/installation_paths.hpp"
 #include "driver/commands.hpp"
 #include "driver/console.hpp"

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "base/files.hpp"
+#include "base/file_tree.hpp"
 #include "base/installation_paths.hpp"
 #include "base/platform_log.hpp"
 #include "base/text_rules.hpp"

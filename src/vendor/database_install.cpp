@@ -3,7 +3,7 @@
 #include <optional>
 
 #include "base/durable_file.hpp"
-#include "base/files.hpp"
+#include "base/file_tree.hpp"
 #include "driver/commands.hpp"
 #include "driver/database_folder.hpp"
 

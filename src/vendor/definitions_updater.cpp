@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "base/durable_file.hpp"
-#include "base/files.hpp"
+#include "base/file_tree.hpp"
 #include "base/platform_log.hpp"
 #include "base/text_rules.hpp"
 #include "driver/commands.hpp"

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "base/durable_file.hpp"
-#include "base/files.hpp"
+#include "base/file_tree.hpp"
 #include "base/installation_paths.hpp"
 #include "base/platform_log.hpp"
 #include "driver/console.hpp"

@@ -3,7 +3,7 @@
 #include <fstream>
 #include <set>
 
-#include "base/files.hpp"
+#include "base/file_tree.hpp"
 #include "driver/commands.hpp"
 #include "fuzz.hpp"
 #include "vendor/cud_updater.hpp"

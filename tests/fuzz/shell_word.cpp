@@ -6,7 +6,7 @@
 #include <filesystem>
 
 #include "base/file_descriptor.hpp"
-#include "base/text_rules.hpp"
+#include "base/shell_word.hpp"
 #include "fuzz.hpp"
 
 namespace tarnwick::fuzz {

@@ -4,7 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "base/files.hpp"
+#include "base/file_tree.hpp"
 #include "testbed/scratch.hpp"
 #include "vendor/database_install.hpp"
 

@@ -1,6 +1,4 @@
-#include "base/files.hpp"
-
-#include <sys/stat.h>
+#include "base/file_tree.hpp"
 
 #include <system_error>
 
@@ -11,13 +9,6 @@ namespace fs = std::filesystem;
 bool fileExists(const fs::path& path) {
   std::error_code ignored;
   return fs::exists(path, ignored);
-}
-
-bool belongsToRootAlone(const fs::path& path) {
-  constexpr mode_t writableByOthers = S_IWGRP | S_IWOTH;
-  struct stat status = {};
-  if (::stat(path.c_str(), &status) != 0) return false;
-  return status.st_uid == 0 && (status.st_mode & writableByOthers) == 0;
 }
 
 std::optional<std::vector<std::string>> namesIn(const fs::path& directory) {
