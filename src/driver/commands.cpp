@@ -68,7 +68,7 @@ class Child {
     // Wait without reaping first, so that the id cannot be reused while the signal handler may
     // still signal it.
     lookForEnd(0);
-    setChildToTerminate(0);
+    clearChildToTerminate();
     int status = couldNotBeTold;
     while (::waitpid(process_, &status, 0) < 0 && errno == EINTR) {
     }

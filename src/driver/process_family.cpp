@@ -9,19 +9,21 @@
 
 namespace tarnwick {
 
-ProcessFamily::ProcessFamily(pid_t ancestor) {  // NOLINT(*-member-init): see members_
-  if (ancestor <= 0) return;
-  add(ancestor);
-  // A process that the system cannot stop at once, on a slow disk say, must not keep the run from
-  // ending.
+ProcessFamily ProcessFamily::stop(pid_t ancestor) {
+  ProcessFamily family;
+  if (ancestor <= 0) return family;
+  family.adopt(ancestor);
+  // The run must end even if the system cannot stop a process soon, for example one that waits for
+  // a slow disk.
   constexpr int scansAtMost = 100;
   constexpr int pause = 1;  // milliseconds
   // Scan until two scans in a row find nothing new: a process may have forked just before it
   // stopped.
   for (int scans = 0, quiet = 0; quiet < 2 && scans < scansAtMost; ++scans) {
-    quiet = adoptNewcomers() ? 0 : quiet + 1;
+    quiet = family.adoptNewcomers() ? 0 : quiet + 1;
     if (quiet == 0) ::poll(nullptr, 0, pause);
   }
+  return family;
 }
 
 void ProcessFamily::terminate() const {
@@ -31,24 +33,26 @@ void ProcessFamily::terminate() const {
   }
 }
 
-/// Whether a member was new, or is still running.
+/// Stops every process whose parent is a member and makes it a member too. True if it found such a
+/// process, or a member that is still running.
 bool ProcessFamily::adoptNewcomers() {
   bool changed = false;
   platform::ProcessList processes;
   while (const std::optional<pid_t> process = processes.next()) {
-    const auto seen = platform::lookAtProcess(*process);
-    if (!seen) continue;
+    const auto info = platform::processInfoOf(*process);
+    if (!info) continue;
     if (has(*process)) {
-      changed = changed || !seen->standsStill;
-    } else if (has(seen->parent)) {
-      add(*process);
+      changed = changed || !info->cannotFork;
+    } else if (has(info->parent)) {
+      adopt(*process);
       changed = true;
     }
   }
   return changed;
 }
 
-void ProcessFamily::add(pid_t process) {
+/// Stops a process and makes it a member, if there is room for one more.
+void ProcessFamily::adopt(pid_t process) {
   if (size_ == members_.size()) return;
   members_[size_++] = process;
   ::kill(process, SIGSTOP);

@@ -7,20 +7,22 @@
 
 namespace tarnwick {
 
-/// A process and all its descendants, which may be anywhere between fork and exec.
-/// Safe in a signal handler.
+/// A process and all its descendants, including those between fork and exec. Safe in a signal
+/// handler.
 class ProcessFamily {
  public:
-  /// Stops every process of the family; a stopped process cannot fork. `ancestor` is a child of
-  /// this process that has not been reaped, or 0 for an empty family.
-  explicit ProcessFamily(pid_t ancestor);
+  /// Stops `ancestor` and all its descendants; a stopped process cannot fork. Requires that
+  /// `ancestor` is a child of this process that has not been reaped, or 0 for an empty family.
+  [[nodiscard]] static ProcessFamily stop(pid_t ancestor);
 
-  /// Sends SIGTERM to every member and lets it continue. Does not wait for its end.
+  /// Sends SIGTERM to every member and lets it continue. Does not wait for any to end.
   void terminate() const;
 
  private:
+  ProcessFamily() = default;  // NOLINT(*-member-init): see members_
+
   bool adoptNewcomers();
-  void add(pid_t process);
+  void adopt(pid_t process);
   [[nodiscard]] bool has(pid_t process) const;
 
   std::array<pid_t, 1024> members_;  // NOLINT(*-member-init): the first size_ are set

@@ -16,15 +16,16 @@
 namespace tarnwick {
 namespace {
 
-// The one global of the program: a signal handler is handed nothing but a number.
+// The program's one global variable: a signal handler gets no argument but the signal's number.
 struct {
-  std::atomic<const RunContext*> run{nullptr};  ///< all are set before any handler is
+  std::atomic<const RunContext*> run{nullptr};  ///< set, like the others, before any handler
   std::atomic<const posix_spawnattr_t*> childAttributes{nullptr};
   std::atomic<pid_t> child{0};
   std::atomic<bool> sparesOtherRuns{false};
 } interrupted;
 
-/// A reader that has stopped reading must not keep the run from ending.
+/// Writes the line unless the descriptor stays full: the run must end even if its reader has
+/// stopped reading.
 void writeIfReady(int descriptor, std::string_view line) {
   constexpr int patience = 200;  // milliseconds
   pollfd watched{descriptor, POLLOUT, 0};
@@ -32,7 +33,7 @@ void writeIfReady(int descriptor, std::string_view line) {
   [[maybe_unused]] const ssize_t written = ::write(descriptor, line.data(), line.size());
 }
 
-/// What printMessage does, by means that are safe here.
+/// Prints and logs as printMessage does, with functions that are safe in a signal handler.
 void announce() {
   constexpr std::string_view line = "killling...\n";
   const RunContext* const run = interrupted.run;
@@ -53,7 +54,7 @@ void killEveryFreshclam() {
   for (std::size_t i = 0; i < count; ++i) {
     const std::string_view executable = platform::executablePathOf(processes[i], path);
     if (executable.find("freshclam") == std::string_view::npos) continue;
-    // Once for each process found, although the first command reaches them all.
+    // One command for each process found, although the first reaches them all.
     runShellCommandSafely("killall freshclam");
   }
 }
@@ -62,9 +63,9 @@ void killEveryFreshclam() {
 
 void killFreshclamAndExit(int /*signalNumber*/) {
   announce();
-  // Stopped before the search: our own child may not have exec'd freshclam yet, so it cannot be
+  // Stop our own child before the search: it may not have exec'd freshclam yet, so it cannot be
   // found by name.
-  const ProcessFamily ours(interrupted.child);
+  const ProcessFamily ours = ProcessFamily::stop(interrupted.child);
   if (!interrupted.sparesOtherRuns) killEveryFreshclam();
   ours.terminate();
   ::_exit(255);
@@ -75,14 +76,14 @@ TerminationHandlers::TerminationHandlers(const RunContext& context) {
   interrupted.childAttributes = &childAttributes_.get();
   struct sigaction action = {};
   action.sa_handler = killFreshclamAndExit;
-  // No second signal may cut the first one's work short.
+  // A second signal must not interrupt the handling of the first.
   sigfillset(&action.sa_mask);
   for (const int number : terminationSignals) {
     if (number != SIGHUP || !isIgnored(SIGHUP)) ::sigaction(number, &action, nullptr);
   }
-  // The caller may have started us with some of them blocked.
+  // The caller may have blocked some of these signals.
   maskTerminationSignals(SIG_UNBLOCK);
-  // A caller that ignores it would otherwise keep us from learning how our children ended.
+  // If the caller ignored SIGCHLD, the run could not learn how its children ended.
   struct sigaction standard = {};
   standard.sa_handler = SIG_DFL;
   ::sigaction(SIGCHLD, &standard, nullptr);
@@ -97,6 +98,10 @@ TerminationHandlers::~TerminationHandlers() {
 
 void setChildToTerminate(pid_t child) {
   interrupted.child = child;
+}
+
+void clearChildToTerminate() {
+  interrupted.child = 0;
 }
 
 OtherRunsSpared::OtherRunsSpared() {

@@ -7,15 +7,16 @@
 
 namespace tarnwick {
 
-/// Ends the run with status 255 on a termination signal, after ending the run's own child with its
-/// descendants and killing every running `freshclam`. Neither waits for nor cleans up what was
-/// interrupted. Calls only functions that are safe in a signal handler.
+/// The signal handler. Terminates the run's child with its descendants and every running
+/// `freshclam`, then ends the run with exit status 255. Does not wait for those processes, and does
+/// not clean up what the signal interrupted. Calls only functions that are safe in a signal
+/// handler.
 [[noreturn]] void killFreshclamAndExit(int signalNumber);
 
-/// While it lives, killFreshclamAndExit handles signals 15, 2, 3 and 6, and 1 unless the caller
-/// ignores it. A closed standard output and a file that reaches the caller's limit are failed
-/// writes instead of signals. From its destruction on the signals stay blocked, so that a late one
-/// no longer changes the exit status. `context` must outlive it.
+/// During its lifetime killFreshclamAndExit handles the signals 15, 2, 3 and 6, and 1 unless the
+/// caller ignores that one. A write to a closed standard output, or beyond the caller's limit on
+/// the size of a file, fails and raises no signal. The destructor blocks the signals, so that a
+/// late one cannot change the exit status. `context` must outlive it.
 class TerminationHandlers {
  public:
   explicit TerminationHandlers(const RunContext& context);
@@ -24,15 +25,16 @@ class TerminationHandlers {
   ~TerminationHandlers();
 
  private:
-  SpawnAttributes childAttributes_;  ///< for the handler, which could not make them
+  SpawnAttributes childAttributes_;  ///< made here because a signal handler cannot make them
 };
 
-/// Makes a termination signal end this child and its descendants too; 0 for no child. Requires
-/// that the child is not reaped before it is withdrawn, so that its id cannot be reused.
+/// Makes a termination signal terminate this child and its descendants too. Requires that the child
+/// is not reaped before clearChildToTerminate, so that its id cannot be reused.
 void setChildToTerminate(pid_t child);
+void clearChildToTerminate();
 
-/// While it lives, a termination signal ends this run only. Another run is at work then, and its
-/// `freshclam` must go on.
+/// During its lifetime a termination signal kills no `freshclam` that this run did not start. For
+/// the time in which another run is active and needs its own.
 class OtherRunsSpared {
  public:
   OtherRunsSpared();

@@ -190,9 +190,9 @@ std::string_view executablePathOf(pid_t process, std::span<char> buffer) {
   return errno == EACCES ? readProcFile(process, "/comm", buffer) : std::string_view();
 }
 
-std::optional<ProcessSight> lookAtProcess(pid_t process) {
+std::optional<ProcessInfo> processInfoOf(pid_t process) {
   std::array<char, 256> buffer;  // NOLINT(*-member-init): read fills it
-  return sightInStat(readProcFile(process, "/stat", buffer));
+  return infoInStat(readProcFile(process, "/stat", buffer));
 }
 
 void closeOtherDescriptors(posix_spawn_file_actions_t& actions, posix_spawnattr_t& /*attributes*/) {

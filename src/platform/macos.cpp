@@ -159,12 +159,12 @@ std::string_view executablePathOf(pid_t process, std::span<char> buffer) {
                     : std::string_view();
 }
 
-std::optional<ProcessSight> lookAtProcess(pid_t process) {
+std::optional<ProcessInfo> processInfoOf(pid_t process) {
   proc_bsdshortinfo known{};
   const int size = ::proc_pidinfo(process, PROC_PIDT_SHORTBSDINFO, 0, &known, sizeof known);
   if (size != static_cast<int>(sizeof known)) return std::nullopt;  // one that has ended, too
-  return ProcessSight{.parent = static_cast<pid_t>(known.pbsi_ppid),
-                      .standsStill = known.pbsi_status == SSTOP || known.pbsi_status == SZOMB};
+  return ProcessInfo{.parent = static_cast<pid_t>(known.pbsi_ppid),
+                     .cannotFork = known.pbsi_status == SSTOP || known.pbsi_status == SZOMB};
 }
 
 void closeOtherDescriptors(posix_spawn_file_actions_t& actions, posix_spawnattr_t& attributes) {

@@ -71,13 +71,13 @@ std::size_t listProcesses(std::span<pid_t> processes);
 std::string_view executablePathOf(pid_t process, std::span<char> buffer);
 
 /// What is known of a process.
-struct ProcessSight {
+struct ProcessInfo {
   pid_t parent = 0;
-  bool standsStill = false;  ///< stopped or ended: it starts no process
+  bool cannotFork = false;  ///< stopped or ended: it starts no process
 };
 
 /// None when there is no such process. Safe in a signal handler.
-std::optional<ProcessSight> lookAtProcess(pid_t process);
+std::optional<ProcessInfo> processInfoOf(pid_t process);
 
 /// Lets a program that is about to be spawned inherit nothing but descriptors 0, 1 and 2. Libraries
 /// open some that do not close by themselves. To be called when all else has been set.

@@ -15,11 +15,11 @@ void tryInput(std::string_view input) {
   const std::string stat =
       fmt::format("4194304 ({}) {} {} 1 1 0 -1 4194560 95 0 0 0 0 0 0 0 20 0 1 0",
                   texts[0].substr(0, 64), state, parent);
-  const auto sight = platform::sightInStat(stat);
-  require(sight.has_value() && sight->parent == parent, "no name changes the parent");
-  require(sight->standsStill == (state == 'T' || state == 't' || state == 'Z' || state == 'X'),
-          "stopped, traced and ended ones stand still");
-  const auto cut = platform::sightInStat(input);
+  const auto info = platform::infoInStat(stat);
+  require(info.has_value() && info->parent == parent, "no name changes the parent");
+  require(info->cannotFork == (state == 'T' || state == 't' || state == 'Z' || state == 'X'),
+          "a stopped, traced or ended process cannot fork");
+  const auto cut = platform::infoInStat(input);
   require(!cut || input.find(')') != input.npos, "only what follows a name is believed");
 }
 
