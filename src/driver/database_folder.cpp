@@ -17,7 +17,7 @@ namespace tarnwick {
 
 namespace {
 
-/// Empty where there is no such user or group.
+/// Empty if the user or the group does not exist.
 std::string commandToBecomeClamav() {
   const DatabaseOwner owner = databaseOwner();
   if (!owner.user || !owner.group) return {};
@@ -27,7 +27,7 @@ std::string commandToBecomeClamav() {
 }  // namespace
 
 DatabaseOwner databaseOwner() {
-  // NOLINTBEGIN(concurrency-mt-unsafe): nothing else in the program looks users up
+  // NOLINTBEGIN(concurrency-mt-unsafe): no other thread looks up users
   const passwd* const user = ::getpwnam("clamav");
   const group* const members = ::getgrnam("clamav");
   // NOLINTEND(concurrency-mt-unsafe)
@@ -58,16 +58,14 @@ void removeFolderNamed(const RunContext& context, std::string_view name) {
   if (std::filesystem::is_directory(path, ignored)) removeTree(path);
 }
 
-void fixDatabasePermissions(const RunContext& context) {
+void giveDatabasesToClamav(const RunContext& context) {
   // A mistaken argument must not turn into a command on the whole file system.
-  if (dataDirectoryUse(context) == DataDirectoryUse::commands) {
-    runShellCommand(fmt::format("chown -R clamav:clamav {}", context.dataDirectory));
-    runShellCommand(fmt::format("chmod 0775 {}", context.dataDirectory));
-    // What the folder holds is "clamav"'s by now. A link in it must not lead root to other files.
-    runShellCommand(
-        fmt::format("{}chmod 0664 {}/*", commandToBecomeClamav(), context.dataDirectory));
-  }
-  context.logFile.openToAll();
+  if (dataDirectoryUse(context) != DataDirectoryUse::commands) return;
+  runShellCommand(fmt::format("chown -R clamav:clamav {}", context.dataDirectory));
+  runShellCommand(fmt::format("chmod 0775 {}", context.dataDirectory));
+  // The files now belong to "clamav", who could put links there. Run chmod with the rights of
+  // "clamav", so that it cannot follow a link to a file of root.
+  runShellCommand(fmt::format("{}chmod 0664 {}/*", commandToBecomeClamav(), context.dataDirectory));
 }
 
 }  // namespace tarnwick

@@ -10,31 +10,32 @@
 
 namespace tarnwick {
 
-/// A file of this name in `dataDirectory`.
-std::filesystem::path inDataDirectory(const RunContext& context, std::string_view name);
+/// The path of the file with this name in `dataDirectory`.
+[[nodiscard]] std::filesystem::path inDataDirectory(const RunContext& context,
+                                                    std::string_view name);
 
-/// What may be done in the data directory, from the least to the most.
+/// What a run may do in the data directory, from the least to the most.
 enum class DataDirectoryUse {
-  nothing,   ///< its text is empty, and the working directory is not meant
-  files,     ///< a file in it may be named
-  commands,  ///< the shell may be given it too: it takes the text as it stands, and that is not the
-             ///< root of the file system, however it is written
+  nothing,   ///< the text is empty; it does not mean the working directory
+  files,     ///< use files in it by name
+  commands,  ///< also use it in shell commands: the text is one plain word for the shell, and it is
+             ///< not the root of the file system under any spelling
 };
-DataDirectoryUse dataDirectoryUse(const RunContext& context);
+[[nodiscard]] DataDirectoryUse dataDirectoryUse(const RunContext& context);
 
-/// The user and the group "clamav"; absent where the machine lacks them.
+/// The user and the group "clamav"; each is absent if the machine lacks it.
 struct DatabaseOwner {
   std::optional<uid_t> user;
   std::optional<gid_t> group;
 };
-DatabaseOwner databaseOwner();
+[[nodiscard]] DatabaseOwner databaseOwner();
 
-/// Removes a folder, or a link to one, that has this name in the data directory. It would count as
-/// an installed database, which nothing then replaces.
+/// Removes a folder with this name, or a link to a folder, from the data directory. It would count
+/// as an installed database, which no update would then replace.
 void removeFolderNamed(const RunContext& context, std::string_view name);
 
-/// Gives the database folder to "clamav" and sets its modes, and those of the log when one is
-/// named.
-void fixDatabasePermissions(const RunContext& context);
+/// Makes "clamav" the owner of the data directory and the files in it, and sets their modes. Does
+/// nothing unless the directory may be used in commands.
+void giveDatabasesToClamav(const RunContext& context);
 
 }  // namespace tarnwick

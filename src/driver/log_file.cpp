@@ -17,14 +17,17 @@
 namespace tarnwick {
 namespace {
 
-/// By commands on the path where only root can change what it leads to, else on the open file.
-void openLogToAll(const std::string& path, bool giveToClamav) {
+enum class LogOwner { unchanged, clamav };
+
+/// Makes a log readable and writable for every user, and creates it if it does not exist. Runs
+/// commands on the path if only root can change where it leads; otherwise works on the open file.
+void giveLogToAll(const std::string& path, LogOwner owner) {
   const auto found = LogPlace::find(path);
   const auto* const place = std::get_if<LogPlace>(&found);
   if (place == nullptr) return;
   if (place->isOursAlone()) {
     runShellCommand(fmt::format("touch {}", path));
-    if (giveToClamav) runShellCommand(fmt::format("chown clamav:clamav {}", path));
+    if (owner == LogOwner::clamav) runShellCommand(fmt::format("chown clamav:clamav {}", path));
     runShellCommand(fmt::format("chmod a+rw {}", path));
     return;
   }
@@ -33,7 +36,7 @@ void openLogToAll(const std::string& path, bool giveToClamav) {
   if (!file.isOpen() || ::fstat(file.get(), &status) != 0) return;
   ::futimens(file.get(), nullptr);
   ::fchmod(file.get(), (status.st_mode & 07777) | 0666);
-  if (!giveToClamav) return;
+  if (owner != LogOwner::clamav) return;
   // NOLINTBEGIN(concurrency-mt-unsafe): no other thread looks up users
   const passwd* const user = ::getpwnam("clamav");
   const group* const members = ::getgrnam("clamav");
@@ -57,7 +60,7 @@ bool isStream(const std::string& path) {
 
 void beginLogAnew(const std::string& path) {
   removeLog(path);
-  openLogToAll(path, true);
+  giveLogToAll(path, LogOwner::clamav);
 }
 
 void LogFile::open(const std::string& path) {
@@ -74,7 +77,8 @@ void LogFile::append(std::string_view line) const {
 }
 
 void LogFile::handOver() {
-  // Cleared first: the signal handler must never write to a number that means another file.
+  // Clear it before closing: the signal handler must not write to a number that was reused for
+  // another file.
   descriptor_ = -1;
   if (isRegular_) file_.reset();
 }
@@ -88,7 +92,7 @@ void LogFile::takeBack() {
   platformLog(fmt::format("The log {} is not written: {}", *path_, failure));
 }
 
-/// Returns why it failed; empty on success.
+/// Returns the reason of a failure; empty on success.
 std::string LogFile::reopen() {
   const auto found = LogPlace::find(*path_);
   if (const auto* const refusal = std::get_if<std::string>(&found)) return *refusal;
@@ -98,7 +102,7 @@ std::string LogFile::reopen() {
     return std::error_code(errno, std::generic_category()).message();
   }
   isRegular_ = S_ISREG(status.st_mode);
-  // A pipe stays as it is, so that append can tell when it is full.
+  // A pipe stays non-blocking, so that append notices when it is full.
   if (!S_ISFIFO(status.st_mode)) ::fcntl(file.get(), F_SETFL, O_APPEND);
   file_ = std::move(file);
   return {};
@@ -108,15 +112,15 @@ void LogFile::beginAnew() {
   if (!path_) return;
   handOver();
   if (isStream(*path_)) {
-    openLogToAll(*path_, true);
+    giveLogToAll(*path_, LogOwner::clamav);
   } else {
     beginLogAnew(*path_);
   }
   takeBack();
 }
 
-void LogFile::openToAll() const {
-  if (path_) openLogToAll(*path_, false);
+void LogFile::giveToAll() const {
+  if (path_) giveLogToAll(*path_, LogOwner::unchanged);
 }
 
 void LogFile::close() {

@@ -9,9 +9,9 @@
 
 namespace tarnwick {
 
-/// The log of a run: whether one is wanted, where, and the open file. `freshclam` writes to the
-/// same log, so it is handed over before each run of it and taken back afterwards. The signal
-/// handler may ask for the descriptor at any moment.
+/// The log of a run: whether one is wanted, its path, and the open file. `freshclam` writes to the
+/// same log, so the run hands it over before each run of `freshclam` and takes it back afterwards.
+/// The signal handler may read the descriptor at any moment.
 class LogFile {
  public:
   LogFile() = default;
@@ -19,33 +19,34 @@ class LogFile {
   LogFile& operator=(const LogFile&) = delete;
   ~LogFile() { close(); }
 
-  /// From now on the log at `path` is wanted. Opens it for appending, and makes it, readable and
-  /// writable for all, where there is none. A failure is reported once, on the platform log, and
-  /// leaves the log closed: a FIFO without a reader is one, and so is a path that another user
-  /// could have led elsewhere by a link.
+  /// Makes `path` the log of this run and opens it for appending. Creates it, readable and writable
+  /// for every user, if it does not exist. On failure reports the reason once, on the platform log,
+  /// and leaves the log closed. A FIFO without a reader counts as a failure, and so does a path
+  /// that another user could have redirected by a link.
   void open(const std::string& path);
 
-  /// None when no log was named.
+  /// None if no log was named.
   [[nodiscard]] const std::optional<std::string>& path() const { return path_; }
 
-  /// Writes a line if the log is open. A line that a full pipe has no room for is lost.
+  /// Writes a line if the log is open. Drops the line if the log is a pipe that stays full.
   void append(std::string_view line) const;
 
-  /// Leaves the log to another program. A pipe stays open all the same, because its reader would
-  /// otherwise take it for ended. May be repeated.
+  /// Closes the log so that another program can write to it. Keeps a pipe open, because its reader
+  /// would otherwise see its end. Can be called again.
   void handOver();
-  /// Writes to it again.
+  /// Opens the log again after handOver. Reports a failure as `open` does.
   void takeBack();
 
-  /// Deletes the log and makes a new one that belongs to `clamav`. What is no regular file stays.
+  /// Deletes the log and creates a new one that belongs to `clamav`. Keeps what is not a regular
+  /// file.
   void beginAnew();
-  /// Makes the log readable and writable for all.
-  void openToAll() const;
+  /// Makes the log readable and writable for every user. Does nothing if no log was named.
+  void giveToAll() const;
 
-  /// May be repeated.
+  /// Can be called again.
   void close();
 
-  /// -1 while the log is closed or handed over.
+  /// -1 while the log is closed or handed over. Safe in a signal handler.
   [[nodiscard]] int descriptor() const { return descriptor_.load(); }
 
  private:
@@ -58,7 +59,8 @@ class LogFile {
   std::atomic<int> descriptor_{-1};
 };
 
-/// Deletes the log at `path`, which is not open, and makes a new one that belongs to `clamav`.
+/// Deletes the log at `path` and creates a new one that belongs to `clamav`. Requires that no
+/// LogFile has it open.
 void beginLogAnew(const std::string& path);
 
 }  // namespace tarnwick

@@ -12,7 +12,7 @@
 #include "base/standard_streams.hpp"
 #include "driver/commands.hpp"
 #include "driver/console.hpp"
-#include "driver/database_folder.hpp"
+#include "driver/interface_names.hpp"
 #include "driver/network_wait.hpp"
 #include "driver/termination.hpp"
 #include "driver/update_state.hpp"

@@ -9,7 +9,7 @@
 
 #include "base/installation_paths.hpp"
 #include "driver/commands.hpp"
-#include "driver/database_folder.hpp"
+#include "driver/interface_names.hpp"
 #include "upstream/freshclam_configuration.hpp"
 
 namespace tarnwick {

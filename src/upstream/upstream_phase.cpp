@@ -10,6 +10,7 @@
 #include "driver/commands.hpp"
 #include "driver/console.hpp"
 #include "driver/database_folder.hpp"
+#include "driver/interface_names.hpp"
 #include "driver/update_state.hpp"
 #include "upstream/direct_download.hpp"
 #include "upstream/freshclam_configuration.hpp"
