@@ -24,11 +24,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// The wait status of a child whose end nobody saw: no success.
-constexpr int couldNotBeTold = -1;
-
-/// The one child that this program has at a time. While it runs, a termination signal to this
-/// program ends it and its descendants too.
+/// A child process; this program has one at a time. While it runs, a termination signal to this
+/// program terminates it and its descendants too.
 class Child {
  public:
   Child() { posix_spawn_file_actions_init(&actions_); }
@@ -44,7 +41,7 @@ class Child {
     posix_spawn_file_actions_adddup2(&actions_, to.get(), descriptor);
   }
 
-  /// Returns 0 or the error number. A child that was started must be reaped.
+  /// Returns 0 or the error number. The caller must reap a child that was started.
   [[nodiscard]] int start(const std::string& executable,
                           const std::vector<std::string>& arguments) {
     platform::closeOtherDescriptors(actions_, attributes_.get());
@@ -54,29 +51,32 @@ class Child {
       list.push_back(const_cast<char*>(argument.c_str()));
     }
     list.push_back(nullptr);
-    const TerminationDelay untilTheChildIsKnown;
+    const TerminationDelay untilChildIsSet;
     const int error = ::posix_spawn(&process_, executable.c_str(), &actions_, &attributes_.get(),
                                     list.data(), environ);
     if (error == 0) setChildToTerminate(process_);
     return error;
   }
 
-  [[nodiscard]] bool hasEnded() const { return lookForEnd(WNOHANG); }
+  [[nodiscard]] bool hasEnded() const { return waitForEnd(WNOHANG); }
 
-  /// Waits for the end and returns the wait status.
-  int reap() {
+  /// Waits for the child to end.
+  [[nodiscard]] ExitStatus reap() {
     // Wait without reaping first, so that the id cannot be reused while the signal handler may
     // still signal it.
-    lookForEnd(0);
+    waitForEnd(0);
     clearChildToTerminate();
-    int status = couldNotBeTold;
-    while (::waitpid(process_, &status, 0) < 0 && errno == EINTR) {
+    constexpr int unknown = -1;
+    int waitStatus = unknown;
+    while (::waitpid(process_, &waitStatus, 0) < 0 && errno == EINTR) {
     }
-    return status;
+    return ExitStatus::fromWaitStatus(waitStatus);
   }
 
  private:
-  bool lookForEnd(int options) const {
+  /// Waits for the end without reaping, or with WNOHANG only tests for it. True if the child has
+  /// ended, or if the system cannot tell.
+  bool waitForEnd(int options) const {  // NOLINT(modernize-use-nodiscard): reap needs no answer
     siginfo_t ended{};
     while (::waitid(P_PID, static_cast<id_t>(process_), &ended, WEXITED | WNOWAIT | options) != 0) {
       if (errno != EINTR) return true;
@@ -101,24 +101,20 @@ Pipe makePipe() {
   return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
 }
 
-int exitStatusOf(int waitStatus) {
-  return WIFEXITED(waitStatus) ? WEXITSTATUS(waitStatus) : 128 + WTERMSIG(waitStatus);
-}
-
-/// Takes what a pipe holds; closes it at its end. No answer that we wait for is nearly as long as
-/// the limit on what is kept.
+/// Reads once from a pipe and closes it at its end. Appends the bytes to `into`, if there is one,
+/// up to a limit that is far above any output that a caller needs.
 void drain(FileDescriptor& pipe, std::string* into) {
-  constexpr std::size_t keptAtMost = 1U << 20U;
+  constexpr std::size_t longest = 1U << 20U;
   std::array<char, 65536> buffer;  // NOLINT(*-member-init): filled by read
   const ssize_t count = readSome(pipe.get(), buffer);
   if (count <= 0) {
     pipe.reset();
-  } else if (into != nullptr && into->size() < keptAtMost) {
+  } else if (into != nullptr && into->size() < longest) {
     into->append(buffer.data(), static_cast<std::size_t>(count));
   }
 }
 
-/// Waits up to so many milliseconds for output and takes it.
+/// Waits up to `milliseconds` for output and reads it.
 void drainReady(std::array<FileDescriptor, 2>& pipes, std::string* into, int milliseconds) {
   std::array<pollfd, 2> watched{pollfd{pipes[0].get(), POLLIN, 0},
                                 pollfd{pipes[1].get(), POLLIN, 0}};
@@ -128,29 +124,31 @@ void drainReady(std::array<FileDescriptor, 2>& pipes, std::string* into, int mil
   }
 }
 
-/// Empties the pipes while the child runs, so that it never waits for a reader. Does not wait for
-/// a process to which the child left its pipes.
+/// Drains the pipes while the child runs, so that the child never waits for a reader. Does not wait
+/// for a process that inherited the pipes from the child.
 void drainUntilEnd(const Child& child, std::array<FileDescriptor, 2>& pipes, std::string* into) {
-  constexpr int lookAgain = 100;  // milliseconds, for a child that ends but leaves its pipes open
+  constexpr int longestWait = 100;  // milliseconds; the child may end and leave its pipes open
   while (pipes[0].isOpen() || pipes[1].isOpen()) {
-    // Asked first: what the child wrote before its end is in the pipes by then, and fits in one go.
+    // Test before draining: once the child has ended, one read gets everything it wrote.
     const bool ended = child.hasEnded();
-    drainReady(pipes, into, ended ? 0 : lookAgain);
+    drainReady(pipes, into, ended ? 0 : longestWait);
     if (ended) return;
   }
 }
 
-/// The raw status that the C library's `system` gives where there is no shell.
-int shellNotStarted(int error) {
-  constexpr int shellCouldNotRun = 127 << 8;
-  return error == EAGAIN || error == ENOMEM ? -1 : shellCouldNotRun;
+/// The status that the C library's `system` returns if there is no shell.
+ExitStatus statusWithoutShell(int error) {
+  constexpr int cannotExecute = 127;
+  if (error == EAGAIN || error == ENOMEM) return ExitStatus::unknown();
+  return ExitStatus::exited(cannotExecute);
 }
 
 }  // namespace
 
-int runShellCommand(const std::string& commandLine) {
+ExitStatus runShellCommand(const std::string& commandLine) {
   Child shell;
-  if (const int error = shell.start("/bin/sh", {"-c", commandLine})) return shellNotStarted(error);
+  const int error = shell.start("/bin/sh", {"-c", commandLine});
+  if (error != 0) return statusWithoutShell(error);
   return shell.reap();
 }
 
@@ -178,7 +176,7 @@ ProgramResult runProgram(const ProgramRun& run) {
   std::array<FileDescriptor, 2> pipes{std::move(output.reading), std::move(errors.reading)};
   const bool captured = run.output == ProgramOutput::captured;
   drainUntilEnd(child, pipes, captured ? &result.output : nullptr);
-  result.status = exitStatusOf(child.reap());
+  result.status = child.reap();
   return result;
 }
 

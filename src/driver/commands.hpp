@@ -5,19 +5,22 @@
 #include <string>
 #include <vector>
 
+#include "driver/exit_status.hpp"
+
 namespace tarnwick {
 
-/// Hands a command line to the system shell as it stands and waits for it. Returns the raw wait
-/// status: the exit status is that value shifted right by eight bits; -1 when the shell could not
-/// be started. Unlike the C library's `system`, leaves this program's signals as they are: a
-/// termination signal ends the command and its descendants too.
-int runShellCommand(const std::string& commandLine);
+/// Passes a command line to the system shell, unchanged, and waits for the shell to end. Returns
+/// ExitStatus::unknown if the machine lacks the resources to start it. Most callers ignore the
+/// status: what they ask for either is done or cannot be helped. Unlike the C library's `system`,
+/// leaves this program's signal dispositions alone: a termination signal terminates the command and
+/// its descendants too.
+ExitStatus runShellCommand(const std::string& commandLine);
 
-/// What becomes of a program's standard output and standard error.
+/// Where a program's standard output and standard error go.
 enum class ProgramOutput {
-  inherited,  ///< goes where ours goes
-  dropped,    ///< goes to two pipes whose content nobody reads
-  captured,   ///< both go to one pipe, and standard input is an empty pipe
+  inherited,  ///< to this program's own
+  dropped,    ///< to two pipes that the run drains and whose content it discards
+  captured,   ///< to one pipe, whose content the run keeps; standard input is an empty pipe
 };
 
 struct ProgramRun {
@@ -28,13 +31,12 @@ struct ProgramRun {
 };
 
 struct ProgramResult {
-  /// The exit status. A program that was killed or could not be started has one that is not 0.
-  int status = -1;
-  std::string output;  ///< only when captured: its first mebibyte
+  ExitStatus status = ExitStatus::unknown();  ///< also if the program could not be started
+  std::string output;                         ///< only if captured: the first mebibyte
 };
 
 /// Runs a program directly, without a shell, and waits for it to end. A termination signal to this
-/// program ends it and its descendants too.
-ProgramResult runProgram(const ProgramRun& run);
+/// program terminates the child and its descendants too.
+[[nodiscard]] ProgramResult runProgram(const ProgramRun& run);
 
 }  // namespace tarnwick

@@ -20,8 +20,8 @@
 namespace tarnwick {
 namespace {
 
-constexpr int stillOutOfDate = 0xEA00;  // raw status of exit 234
-constexpr int upToDate = 0x100;         // raw status of exit 1
+constexpr ExitStatus stillOutOfDate = ExitStatus::exited(234);
+constexpr ExitStatus upToDate = ExitStatus::exited(1);
 
 /// Where the record holds each database's version, in the order of databaseNames.
 constexpr std::array<std::size_t, 3> recordFields{1, 2, 7};
@@ -144,7 +144,7 @@ void downloadFullDatabase(const RunContext& context, HttpClient& http, std::stri
   printMessage(context, "Downloaded {}.cvd from {}", name, context.mirrorHost);
 }
 
-std::optional<int> updateByVersionRecord(const RunContext& context, HttpClient& http) {
+std::optional<ExitStatus> updateByVersionRecord(const RunContext& context, HttpClient& http) {
   const std::string record = fetchVersionRecord(context, http);
   const std::optional<RecordedVersions> versions = recordedVersions(record);
   if (!versions) {

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "driver/exit_status.hpp"
 #include "driver/run_context.hpp"
 #include "transfer/http/http_client.hpp"
 
@@ -40,8 +41,9 @@ bool databaseNeedsUpdate(const RunContext& context, std::string_view name, std::
 /// Replaces a database by the mirror's whole ".cvd". What was installed is removed first.
 void downloadFullDatabase(const RunContext& context, HttpClient& http, std::string_view name);
 
-/// Brings every database up to the mirror's version record by whole downloads. The raw status
-/// that stands for the result; none when there was no usable record.
-std::optional<int> updateByVersionRecord(const RunContext& context, HttpClient& http);
+/// Brings every database up to the mirror's version record by whole downloads. Returns the
+/// exit status that the run reports for the result; none without a usable record.
+[[nodiscard]] std::optional<ExitStatus> updateByVersionRecord(const RunContext& context,
+                                                              HttpClient& http);
 
 }  // namespace tarnwick

@@ -71,9 +71,9 @@ void switchFreshclamMirror(const RunContext& context, bool towardVendor) {
   auto outcome = platform::EditsOutcome::allSucceeded;
   for (const auto& [from, to] : substitutions) {
     // Not escaped: a dot in a host matches any character.
-    const int status = runShellCommand(fmt::format(
+    const ExitStatus status = runShellCommand(fmt::format(
         "{} 's/{}/{}/g' {}", platform::inPlaceEditCommand(), from, to, configuration()));
-    if (status != 0) outcome = platform::EditsOutcome::someFailed;
+    if (!status.isSuccess()) outcome = platform::EditsOutcome::someFailed;
   }
   // The editor syncs nothing: after a loss of power the file could be empty. Nothing can be done
   // where that fails, and a machine may have no such file.

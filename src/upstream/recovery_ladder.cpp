@@ -55,25 +55,20 @@ constexpr auto recoveryLadder = std::to_array<Rung>({
     {loggerProblem, killOtherFreshclams},
 });
 
-int runFreshclam(const RunContext& context) {
+ExitStatus runFreshclam(const RunContext& context) {
   return runShellCommand(context.freshclamCommand);
 }
 
 }  // namespace
 
-int shiftedStatus(int rawStatus) {
-  return rawStatus >> 8;
-}
-
-int runFreshclamWithRepairs(RunContext& context) {
-  int rawStatus = runFreshclam(context);
+ExitStatus runFreshclamWithRepairs(RunContext& context) {
+  ExitStatus status = runFreshclam(context);
   for (const Rung& rung : recoveryLadder) {
-    const int status = shiftedStatus(rawStatus);
-    if (std::ranges::find(rung.statuses, status) == rung.statuses.end()) continue;
+    if (std::ranges::find(rung.statuses, status.number()) == rung.statuses.end()) continue;
     rung.repair(context);
-    rawStatus = runFreshclam(context);
+    status = runFreshclam(context);
   }
-  return rawStatus;
+  return status;
 }
 
 }  // namespace tarnwick

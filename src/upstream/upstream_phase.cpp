@@ -38,20 +38,20 @@ void fetchMissingDatabases(const RunContext& context, HttpClient& http) {
 }
 
 /// Runs `freshclam` with the log left to it alone.
-int bringUpstreamForward(RunContext& context, HttpClient& http) {
+ExitStatus bringUpstreamForward(RunContext& context, HttpClient& http) {
   context.logFile.handOver();
-  const int rawStatus = runFreshclamWithRepairs(context);
+  const ExitStatus status = runFreshclamWithRepairs(context);
   context.logFile.takeBack();
-  if (shiftedStatus(rawStatus) != connectionProblem) return rawStatus;
+  if (status.number() != connectionProblem) return status;
   printMessage(context, "Still failing with network issues. Download full file.");
-  return updateByVersionRecord(context, http).value_or(rawStatus);
+  return updateByVersionRecord(context, http).value_or(status);
 }
 
 /// A vendor file that changed turns "nothing done" into "something done", as the caller reads it.
-int toolExitStatus(const RunContext& context, int rawStatus) {
-  const int status = shiftedStatus(rawStatus);
-  const bool freshclamWasContent = static_cast<unsigned>(status) < 2;
-  return freshclamWasContent && context.definitionsChanged ? 1 : status;
+int exitStatusOfRun(const RunContext& context, ExitStatus freshclam) {
+  const int status = freshclam.number();
+  const bool freshclamSucceeded = status == 0 || status == 1;
+  return freshclamSucceeded && context.definitionsChanged ? 1 : status;
 }
 
 }  // namespace
@@ -63,11 +63,11 @@ int updateUpstreamDatabases(RunContext& context, HttpClient& http) {
   // found once more.
   UpdateState::retireOlderDomain();
   fetchMissingDatabases(context, http);
-  const int rawStatus = bringUpstreamForward(context, http);
+  const ExitStatus freshclam = bringUpstreamForward(context, http);
   context.logFile.close();
   fixDatabasePermissions(context);
   switchFreshclamMirror(context, false);
-  return toolExitStatus(context, rawStatus);
+  return exitStatusOfRun(context, freshclam);
 }
 
 }  // namespace tarnwick

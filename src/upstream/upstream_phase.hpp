@@ -7,7 +7,7 @@ namespace tarnwick {
 
 /// The upstream phase: runs `freshclam`, repairs what its exit status complains of and runs it
 /// again, fetches whole databases when the network keeps failing it, and points its configuration
-/// back at ClamAV's own mirror. Returns the tool's exit status.
-int updateUpstreamDatabases(RunContext& context, HttpClient& http);
+/// back at ClamAV's own mirror. Returns the run's exit status.
+[[nodiscard]] int updateUpstreamDatabases(RunContext& context, HttpClient& http);
 
 }  // namespace tarnwick

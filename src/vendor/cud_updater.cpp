@@ -139,7 +139,7 @@ bool unpackContainer(const RunContext& context, const Workplace& work) {
       runProgram({.executable = sigtoolPath(),
                   .arguments = {fmt::format("--unpack={}", installedContainer())},
                   .workingDirectory = work.directory});
-  if (unpacked.status == 0 && setOwnScriptsAside(work)) return true;
+  if (unpacked.status.isSuccess() && setOwnScriptsAside(work)) return true;
   printMessage(context, "Couldn't unpack cud file");
   return false;
 }
@@ -174,7 +174,7 @@ bool applyScripts(const Workplace& work) {
        .arguments = {fmt::format("--run-cdiff={}", work.scripts.string()), "--datadir=."},
        .workingDirectory = work.directory});
   removeTree(work.scripts);
-  return applied.status == 0;
+  return applied.status.isSuccess();
 }
 
 bool repack(const RunContext& context, const Workplace& work) {
@@ -199,7 +199,7 @@ bool writeContainer(const RunContext& context, const Workplace& work) {
     return false;
   }
   const auto join = joinCommand(newHeader(context, work, md5), work.archive(), work.container());
-  const bool written = join && runShellCommand(*join) == 0;
+  const bool written = join && runShellCommand(*join).isSuccess();
   if (!written) printMessage(context, "Couldn't write header of new cud file");
   return written;
 }
@@ -318,7 +318,7 @@ bool packFolder(const fs::path& folder, const fs::path& archive) {
   return !entries.empty() && std::ranges::all_of(entries, isPlain) &&
          runProgram(
              {.executable = "/usr/bin/tar", .arguments = arguments, .workingDirectory = folder})
-                 .status == 0;
+             .status.isSuccess();
 }
 
 std::optional<std::string> joinCommand(std::string_view header, const fs::path& archive,

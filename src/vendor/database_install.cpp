@@ -22,7 +22,7 @@ bool scannerAccepts(const RunContext& context, const std::filesystem::path& data
       runProgram({.executable = context.clamscanPath,
                   .arguments = {"--quiet", "-d", database.string(), context.clamscanPath},
                   .output = ProgramOutput::dropped});
-  return test.status == 0;
+  return test.status.isSuccess();
 }
 
 bool installDatabase(const std::filesystem::path& database,

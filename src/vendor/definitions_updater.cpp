@@ -97,9 +97,9 @@ bool unzip(Item& item) {
   item.name = item.baseName;
   // What a killed run left there must not pass for what the archive holds.
   if (item.temporaryFile != archive) removeTree(item.temporaryFile);
-  const int status = runShellCommand(platform::unzipCommand(archive, archive.parent_path()));
+  const ExitStatus status = runShellCommand(platform::unzipCommand(archive, archive.parent_path()));
   runShellCommand(fmt::format("rm {}", archive.string()));
-  return status == 0;
+  return status.isSuccess();
 }
 
 /// Unpacks what is zipped. The size of what there is to install; none where that cannot be told.

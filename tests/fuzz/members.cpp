@@ -37,7 +37,7 @@ void tryInput(std::string_view input) {
   const ProgramResult result = runProgram(
       {.executable = "/usr/bin/tar", .arguments = {"-xzf", archive}, .workingDirectory = unpacked});
   const auto found = namesIn(unpacked).value_or(std::vector<std::string>{});
-  require(result.status == 0 && std::set(found.begin(), found.end()) == names,
+  require(result.status.isSuccess() && std::set(found.begin(), found.end()) == names,
           "all that lies in the folder is packed, and nothing else");
 }
 

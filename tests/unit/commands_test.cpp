@@ -27,18 +27,18 @@ TEST(Commands, KeepTheRootOfTheFileSystemFromRecursiveCommands) {
 TEST(Commands, NeverWaitForAReader) {
   const std::string flood = "head -c 3000000 /dev/zero; head -c 3000000 /dev/zero >&2; exit 3";
   for (const ProgramOutput output : {ProgramOutput::dropped, ProgramOutput::captured}) {
-    EXPECT_EQ(
-        runProgram({.executable = "/bin/sh", .arguments = {"-c", flood}, .output = output}).status,
-        3);
+    EXPECT_EQ(runProgram({.executable = "/bin/sh", .arguments = {"-c", flood}, .output = output})
+                  .status.number(),
+              3);
   }
   // Nor for a program that the child left behind with its pipes.
   const ProgramResult left =
       runProgram({.executable = "/bin/sh",
                   .arguments = {"-c", "echo said; cat; sleep 1000 & echo $!"},
                   .output = ProgramOutput::captured});
-  EXPECT_EQ(left.status, 0);
+  EXPECT_TRUE(left.status.isSuccess());
   EXPECT_TRUE(left.output.starts_with("said\n"));
-  EXPECT_EQ(runShellCommand("kill " + left.output.substr(5)), 0);
+  EXPECT_TRUE(runShellCommand("kill " + left.output.substr(5)).isSuccess());
 }
 
 TEST(Commands, TakeTheLastOutputOfAChildThatEndsBeforeItIsLookedAt) {
@@ -64,14 +64,18 @@ TEST(Commands, TakeTheLastOutputOfAChildThatEndsBeforeItIsLookedAt) {
   EXPECT_EQ(result.output.size(), 100000U);
 }
 
-TEST(Commands, FailWhereAProgramCannotRun) {
-  EXPECT_NE(runProgram({.executable = "/no/such/program", .arguments = {}}).status, 0);
-  EXPECT_NE(runProgram({.executable = "/bin/sh", .arguments = {"-c", "kill -9 $$"}}).status, 0);
-  EXPECT_NE(
-      runProgram({.executable = "/bin/true", .arguments = {}, .workingDirectory = "/none"}).status,
-      0);
-  EXPECT_EQ(runShellCommand("exit 56"), 56 << 8);
-  EXPECT_EQ(runShellCommand("kill -9 $$"), 9);
+TEST(Commands, ReportTheStatusOfAChild) {
+  const auto run = [](const ProgramRun& program) { return runProgram(program).status; };
+  EXPECT_FALSE(run({.executable = "/no/such/program", .arguments = {}}).isSuccess());
+  EXPECT_FALSE(run({.executable = "/bin/sh", .arguments = {"-c", "kill -9 $$"}}).isSuccess());
+  EXPECT_FALSE(
+      run({.executable = "/bin/true", .arguments = {}, .workingDirectory = "/none"}).isSuccess());
+  EXPECT_EQ(runShellCommand("exit 56").number(), 56);
+  const ExitStatus killed = runShellCommand("kill -9 $$");
+  EXPECT_FALSE(killed.isSuccess());
+  EXPECT_EQ(killed.number(), 0);
+  EXPECT_EQ(ExitStatus::exited(234).number(), 234);
+  EXPECT_EQ(ExitStatus::unknown().number(), -1);
 }
 
 }  // namespace
