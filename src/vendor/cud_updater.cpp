@@ -344,7 +344,7 @@ bool updateIncrementalDatabase(const RunContext& context, const VendorSession& s
   return updateByWholeContainer(context, session, work, versions.local);
 }
 
-void removeCudLeftovers(const VendorSession& session) {
+void removeContainerLeftovers(const VendorSession& session) {
   workplaceIn(session.temporaryDirectory).remove();
 }
 

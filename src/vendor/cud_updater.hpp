@@ -31,6 +31,6 @@ std::optional<std::string> joinCommand(std::string_view header,
                                        const std::filesystem::path& container);
 
 /// Removes the work folders that a killed run left behind.
-void removeCudLeftovers(const VendorSession& session);
+void removeContainerLeftovers(const VendorSession& session);
 
 }  // namespace tarnwick

@@ -11,7 +11,7 @@ std::span<const VendorItem> vendorItems() {
       {.name = "ign2", .inContainer = true},
       {.name = "ndb", .inContainer = true},
       {.name = "ldb", .inContainer = true},
-      // ClamAV does not know the kind of this file, so that its verdict on it means nothing.
+      // ClamAV does not know this kind of file, so its verdict means nothing.
       {.name = "database", .scannerDecides = false},
   });
   return items;

@@ -1,39 +1,32 @@
 #pragma once
 
-#include <algorithm>
 #include <span>
 #include <string>
 #include <string_view>
 
 namespace tarnwick {
 
-/// One of the vendor's definitions files, installed as Vestrum.<name>.
+/// A file that the vendor publishes beside the container. It is installed as Vestrum.<name>.
 struct VendorItem {
-  std::string_view name;
-  bool zipped = false;         ///< published as Vestrum.<name>.zip
-  bool scannerDecides = true;  ///< whether it stays out when the scanner rejects it
-  bool inContainer = false;    ///< no longer published: `VestRUM.cud` holds what it held
+  std::string_view name;       ///< must outlive the item
+  bool zipped = false;         ///< the server has it as the archive Vestrum.<name>.zip
+  bool scannerDecides = true;  ///< a run installs it only if the scanner accepts it
+  bool inContainer = false;    ///< no longer published, because `VestRUM.cud` has its content
 
   [[nodiscard]] std::string fileName() const { return "Vestrum." + std::string(name); }
-  /// As the vendor's server knows it, without "Vestrum.".
-  [[nodiscard]] std::string publishedName() const {
-    return std::string(name) + (zipped ? ".zip" : "");
+  [[nodiscard]] std::string publishedFileName() const {
+    return fileName() + (zipped ? ".zip" : "");
   }
+  /// The copy of the signature beside an installed item about which the scanner does not decide.
+  [[nodiscard]] std::string signatureFileName() const { return fileName() + ".signature"; }
+  /// Under which a run remembers the item's "Last-Modified" text.
+  [[nodiscard]] std::string stateKey() const { return std::string(name) + "-Last-Modified"; }
 };
 
-/// The name of the vendor's container, which all other files were once apart from.
 inline constexpr std::string_view containerName = "VestRUM.cud";
 
 /// Every item that this program updates, reports or removes, in the order of the version report. To
-/// add one is to add its row.
+/// add an item, add its row; no other file of the program names one.
 std::span<const VendorItem> vendorItems();
-
-/// Whether the scanner's verdict on an item of this name counts. Where there is no row for it, the
-/// name tells: every kind of "database" is unknown to ClamAV.
-inline bool scannerDecidesOn(std::string_view name) {
-  const auto items = vendorItems();
-  const auto row = std::ranges::find(items, name, &VendorItem::name);
-  return row == items.end() ? !name.ends_with("database") : row->scannerDecides;
-}
 
 }  // namespace tarnwick

@@ -15,7 +15,7 @@
 #include "platform/platform.hpp"
 #include "vendor/cud_updater.hpp"
 #include "vendor/database_header.hpp"
-#include "vendor/definitions_updater.hpp"
+#include "vendor/item_updater.hpp"
 #include "vendor/vendor_items.hpp"
 
 namespace tarnwick {
@@ -35,49 +35,49 @@ void recordContainerDate(const RunContext& context, UpdateState& state) {
                                                          platform::TimeZone::gmt));
 }
 
-/// The container holds what these files held before there was one.
+/// The container now has the content of these files.
 void removeSeparateFiles(const RunContext& context) {
   for (const VendorItem& item : vendorItems()) {
     if (item.inContainer) removeTree(inDataDirectory(context, item.fileName()));
   }
 }
 
-/// Looks in the product's own folder and deletes in `dataDirectory`, which may be another one.
+/// Deletes the file or its signature where the other is missing. Looks in the fixed folder and
+/// deletes in `dataDirectory`, even if these differ.
 void removeHalfPair(const RunContext& context, const VendorItem& item) {
-  const std::string file = item.fileName();
-  const std::string signature = file + ".signature";
   const fs::path fixedFolder(fixedDatabaseDirectory());
-  if (fileExists(fixedFolder / file) && fileExists(fixedFolder / signature)) return;
-  removeTree(inDataDirectory(context, file));
-  removeTree(inDataDirectory(context, signature));
+  if (fileExists(fixedFolder / item.fileName()) &&
+      fileExists(fixedFolder / item.signatureFileName())) {
+    return;
+  }
+  removeTree(inDataDirectory(context, item.fileName()));
+  removeTree(inDataDirectory(context, item.signatureFileName()));
 }
 
 void updateItem(RunContext& context, const VendorSession& session, const VendorItem& item,
                 UpdateState& state) {
-  // The signature is kept beside a file that the scanner does not vouch for.
   if (!item.scannerDecides) removeHalfPair(context, item);
-  updateVendorFile(context, session, item.publishedName(),
-                   state.storedValue(fmt::format("{}-Last-Modified", item.name)), state);
+  updateVendorFile(context, session, item, state.storedValue(item.stateKey()), state);
 }
 
-/// What a killed run left in the folders that this phase writes to.
+/// Deletes what a killed run left in the folders to which this phase writes.
 void sweepLeftovers(const RunContext& context, const VendorSession& session) {
-  removeCudLeftovers(session);
+  removeContainerLeftovers(session);
   for (const VendorItem& item : vendorItems()) {
     removeTree(session.temporaryDirectory / item.fileName());
-    removeTree(session.temporaryDirectory / fmt::format("Vestrum.{}", item.publishedName()));
+    removeTree(session.temporaryDirectory / item.publishedFileName());
   }
   removeStagedLeftovers(fixedDatabaseDirectory());
   removeStagedLeftovers(context.dataDirectory);
   removeFolderNamed(context, containerName);
   for (const VendorItem& item : vendorItems()) {
     removeFolderNamed(context, item.fileName());
-    removeFolderNamed(context, item.fileName() + ".signature");
+    removeFolderNamed(context, item.signatureFileName());
   }
 }
 
-/// What was withdrawn must not come back with the power while its withdrawal is remembered, so
-/// that nothing new is remembered where the folder cannot be brought to the disk.
+/// Commits the state only if the folder was synced first. Otherwise a loss of power could bring a
+/// withdrawn file back while the state says that it is gone.
 void rememberOnDisk(const RunContext& context, const UpdateState& state) {
   std::optional<FileFailure> failure = syncFolder(context.dataDirectory);
   if (!failure) failure = state.commit();
