@@ -234,7 +234,7 @@ bool buildAndInstall(const RunContext& context, const VendorSession& session,
 Outcome tryIncrementalUpdate(const RunContext& context, const VendorSession& session,
                              const Workplace& work, Versions& versions) {
   if (!fileExists(installedContainer())) return Outcome::wholeContainerNeeded;
-  versions.local = databaseVersionOfFile(context, std::string(containerName));
+  versions.local = databaseVersionOfHeader(readDatabaseHeader(context, std::string(containerName)));
   printMessage(context, "Local version {}", versions.local);
   if (versions.local < 1) return Outcome::wholeContainerNeeded;
 
@@ -277,7 +277,8 @@ bool installWholeContainer(const RunContext& context, const Workplace& work, std
                  "VestRUM.cud DB integrity check failed. Deleting the newly downloaded file");
     return false;
   }
-  const std::int64_t version = databaseVersionOfFile(context, work.container().string());
+  const std::int64_t version =
+      databaseVersionOfHeader(readDatabaseHeader(context, work.container().string()));
   printMessage(context, "VestRUM.cud (version {}) DB integrity is sound. Moving into place.",
                version);
   logIfOlder(version, local);

@@ -22,7 +22,7 @@ constexpr std::size_t buildTimeField = 8;
 
 using HeaderBlock = std::array<char, 512>;
 
-/// Appends even an absolute path to the folder, so that what the console names is what was tried.
+/// Appends even an absolute path to the folder; the console then names the path that was tried.
 std::string resolvedPath(const std::string& name) {
   if (fileExists(name)) return name;
   return fmt::format("{}{}{}", fixedDatabaseDirectory(), name.starts_with('/') ? "" : "/", name);
@@ -52,27 +52,40 @@ std::string_view withoutPadding(std::string_view block) {
   return block;
 }
 
+std::optional<std::vector<std::string>> fieldsOf(const std::optional<std::string>& header) {
+  return header ? headerFieldsOfString(*header) : std::nullopt;
+}
+
+void reportFailure(const RunContext& context, const std::string& name,
+                   const HeaderFailure& failure) {
+  switch (failure.reason) {
+    case HeaderFailure::Reason::notOpened:
+      printMessage(context, "Unable to open file {}", failure.path);
+      break;
+    case HeaderFailure::Reason::empty:
+      printMessage(context, "Unable to read header for file {}", name);
+      break;
+    case HeaderFailure::Reason::notText:
+      break;
+  }
+}
+
 }  // namespace
 
-std::optional<std::string> readDatabaseHeader(const RunContext& context, const std::string& name) {
+std::variant<std::string, HeaderFailure> headerLineOfFile(const std::string& name) {
+  using Reason = HeaderFailure::Reason;
   const std::string path = resolvedPath(name);
-  // Others may have put something else in the file's place. A link could lead to a device, which
-  // the opening alone may set to work; a named pipe would make the run wait for a writer.
+  // Another user may have replaced the file. Opening a link could start a device; opening a FIFO
+  // would wait for a writer.
   const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  if (!file.isOpen()) {
-    printMessage(context, "Unable to open file {}", path);
-    return std::nullopt;
-  }
+  if (!file.isOpen()) return HeaderFailure{Reason::notOpened, path};
   HeaderBlock block{};
   const std::size_t filled = isRegularFile(file.get()) ? readBlock(file.get(), block) : 0;
-  if (filled == 0) {
-    printMessage(context, "Unable to read header for file {}", name);
-    return std::nullopt;
-  }
+  if (filled == 0) return HeaderFailure{Reason::empty, path};
   std::string_view text = withoutPadding({block.data(), filled});
   text = text.substr(0, text.find('\0'));
   const std::optional<std::string> decoded = textFromUtf8(text);
-  if (!decoded) return std::nullopt;
+  if (!decoded) return HeaderFailure{Reason::notText, path};
   return decoded->substr(0, decoded->find('\n'));
 }
 
@@ -82,25 +95,35 @@ std::optional<std::vector<std::string>> headerFieldsOfString(std::string_view he
   return std::vector<std::string>(fields.begin(), fields.end());
 }
 
+std::int64_t databaseVersionOfHeader(const std::optional<std::string>& header) {
+  const auto fields = fieldsOf(header);
+  return fields ? parseInteger((*fields)[versionField]) : 0;
+}
+
+std::optional<double> databaseBuildDateOfHeader(const std::optional<std::string>& header) {
+  const auto fields = fieldsOf(header);
+  if (!fields) return std::nullopt;
+  return parseDecimal((*fields)[buildTimeField]);
+}
+
+std::optional<std::string> readDatabaseHeader(const RunContext& context, const std::string& name) {
+  const auto header = headerLineOfFile(name);
+  if (const auto* const line = std::get_if<std::string>(&header)) return *line;
+  reportFailure(context, name, std::get<HeaderFailure>(header));
+  return std::nullopt;
+}
+
 std::optional<std::vector<std::string>> headerFieldsOfFile(const RunContext& context,
                                                            const std::string& name) {
-  const std::optional<std::string> header = readDatabaseHeader(context, name);
-  return header ? headerFieldsOfString(*header) : std::nullopt;
+  return fieldsOf(readDatabaseHeader(context, name));
 }
 
 std::int64_t databaseVersionOfFile(const RunContext& context, const std::string& name) {
   return databaseVersionOfHeader(readDatabaseHeader(context, name));
 }
 
-std::int64_t databaseVersionOfHeader(const std::optional<std::string>& header) {
-  const auto fields = header ? headerFieldsOfString(*header) : std::nullopt;
-  return fields ? parseInteger((*fields)[versionField]) : 0;
-}
-
 std::optional<double> databaseBuildDateOfFile(const RunContext& context, const std::string& name) {
-  const auto fields = headerFieldsOfFile(context, name);
-  if (!fields) return std::nullopt;
-  return parseDecimal((*fields)[buildTimeField]);
+  return databaseBuildDateOfHeader(readDatabaseHeader(context, name));
 }
 
 }  // namespace tarnwick

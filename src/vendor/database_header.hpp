@@ -4,30 +4,51 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <variant>
 #include <vector>
 
 #include "driver/run_context.hpp"
 
-/// The first line of a ClamAV database container: nine fields separated by ":". A bare file name
-/// that does not exist in the working directory is looked for in the product's own database
-/// folder, wherever `dataDirectory` points.
+/// The header of a ClamAV database container: one line of nine fields separated by ":". A name that
+/// does not exist in the working directory is looked up in the fixed database folder, wherever
+/// `dataDirectory` is.
 namespace tarnwick {
 
-/// The header line without its padding. None, with a line on the console, when the file cannot be
-/// opened, is a link, is no regular file or holds nothing; none, silently, when it is no UTF-8
-/// text.
-std::optional<std::string> readDatabaseHeader(const RunContext& context, const std::string& name);
+/// Why a file has no header line.
+struct HeaderFailure {
+  enum class Reason {
+    notOpened,  ///< also for a link
+    empty,      ///< also for a file that is not regular, and for a failed read
+    notText,    ///< not valid UTF-8
+  };
+  Reason reason;
+  std::string path;  ///< the path that was tried
+};
 
-/// The nine fields of a header line; none when it does not split into exactly nine.
-std::optional<std::vector<std::string>> headerFieldsOfString(std::string_view header);
-std::optional<std::vector<std::string>> headerFieldsOfFile(const RunContext& context,
-                                                           const std::string& name);
+/// The first line of a file's first 512 bytes, without its padding. Prints nothing.
+[[nodiscard]] std::variant<std::string, HeaderFailure> headerLineOfFile(const std::string& name);
 
-/// Field 2; 0 when there is no valid header.
-std::int64_t databaseVersionOfFile(const RunContext& context, const std::string& name);
-std::int64_t databaseVersionOfHeader(const std::optional<std::string>& header);
+/// The nine fields of a header line. None if the line does not split into exactly nine.
+[[nodiscard]] std::optional<std::vector<std::string>> headerFieldsOfString(std::string_view header);
 
-/// Field 8, in seconds since 1970 UTC; none when there is no valid header.
-std::optional<double> databaseBuildDateOfFile(const RunContext& context, const std::string& name);
+/// Field 2. 0 without a header line of nine fields.
+[[nodiscard]] std::int64_t databaseVersionOfHeader(const std::optional<std::string>& header);
+
+/// Field 8, in seconds since 1970 UTC. None without a header line of nine fields.
+[[nodiscard]] std::optional<double> databaseBuildDateOfHeader(
+    const std::optional<std::string>& header);
+
+/// As headerLineOfFile. Reports a failure on the console, except for a file that is not text.
+[[nodiscard]] std::optional<std::string> readDatabaseHeader(const RunContext& context,
+                                                            const std::string& name);
+
+// The names under which other callers ask for fields of a file. They report as readDatabaseHeader.
+
+[[nodiscard]] std::optional<std::vector<std::string>> headerFieldsOfFile(const RunContext& context,
+                                                                         const std::string& name);
+[[nodiscard]] std::int64_t databaseVersionOfFile(const RunContext& context,
+                                                 const std::string& name);
+[[nodiscard]] std::optional<double> databaseBuildDateOfFile(const RunContext& context,
+                                                            const std::string& name);
 
 }  // namespace tarnwick

@@ -29,7 +29,8 @@ void announcePhase(const RunContext& context) {
 }
 
 void recordContainerDate(const RunContext& context, UpdateState& state) {
-  const std::optional<double> built = databaseBuildDateOfFile(context, std::string(containerName));
+  const auto header = readDatabaseHeader(context, std::string(containerName));
+  const std::optional<double> built = databaseBuildDateOfHeader(header);
   if (!built) return;
   state.record("hdb-Last-Modified", platform::formatDate(*built, "EEE, dd MMM yyyy HH:mm:ss zzz",
                                                          platform::TimeZone::gmt));
