@@ -212,8 +212,10 @@ bool testNewContainer(const RunContext& context, const Workplace& work) {
 
 bool installNewContainer(const RunContext& context, const Workplace& work) {
   printMessage(context, "DB integrity check is sound. Move VestRUM.cud into place");
-  if (installDatabase(work.container(), inDataDirectory(context, containerName))) return true;
+  const auto failure = installDatabase(work.container(), inDataDirectory(context, containerName));
+  if (!failure) return true;
   printMessage(context, "File ({}) couldn't be moved for some reason", work.container().string());
+  platformLog(fmt::format("Cannot install {}", describe(*failure)));
   return false;
 }
 
@@ -282,8 +284,9 @@ bool installWholeContainer(const RunContext& context, const Workplace& work, std
   printMessage(context, "VestRUM.cud (version {}) DB integrity is sound. Moving into place.",
                version);
   logIfOlder(version, local);
-  if (!installDatabase(work.container(), installedContainer())) {
+  if (const auto failure = installDatabase(work.container(), installedContainer())) {
     printMessage(context, "File ({}) couldn't be moved", work.container().string());
+    platformLog(fmt::format("Cannot install {}", describe(*failure)));
   }
   // True either way: a container that passed its test counts as installed.
   return true;

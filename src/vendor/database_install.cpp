@@ -1,7 +1,5 @@
 #include "vendor/database_install.hpp"
 
-#include <optional>
-
 #include "base/durable_file.hpp"
 #include "base/file_tree.hpp"
 #include "driver/commands.hpp"
@@ -25,16 +23,15 @@ bool scannerAccepts(const RunContext& context, const std::filesystem::path& data
   return test.status.isSuccess();
 }
 
-bool installDatabase(const std::filesystem::path& database,
-                     const std::filesystem::path& installed) {
+std::optional<FileFailure> installDatabase(const std::filesystem::path& database,
+                                           const std::filesystem::path& installed) {
   const FileAttributes attributes = databaseAttributes();
   std::optional<ReplacementFailure> failure = moveFileIntoPlace(database, installed, attributes);
   if (failure && !failure->isInPlace) {
     removeTree(installed);
-    // On a full disk that has made the room.
     failure = moveFileIntoPlace(database, installed, attributes);
   }
-  return !failure;
+  return failure ? std::optional(failure->cause) : std::nullopt;
 }
 
 }  // namespace tarnwick

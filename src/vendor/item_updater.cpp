@@ -144,8 +144,10 @@ void rejectFile(const RunContext& context, const VendorItem& item, const fs::pat
     return false;
   }
   printMessage(context, "DB integrity check is sound. Move {} into place", item.fileName());
-  if (installDatabase(file, inDataDirectory(context, item.fileName()))) return true;
+  const auto failure = installDatabase(file, inDataDirectory(context, item.fileName()));
+  if (!failure) return true;
   printMessage(context, "File ({}) couldn't be moved for some reason", file.string());
+  platformLog(fmt::format("Cannot install {}", describe(*failure)));
   removeTree(file);
   return false;
 }

@@ -212,6 +212,8 @@ def test_data_directory_that_cannot_be_written(world):
         BANNER + OLD + SCRIPTS + SOUND
         + moved.format("VestRUMdefs/VestRUM.cud") + FULL + FETCHED + INSTALLED + moved.format("Vestrum.database")
         + FRESHCLAM.replace("freshclam ", "freshclam --datadir=/data "))
+    for name in ("VestRUM.cud", "Vestrum.database"):
+        assert f"tarnwick: Cannot install /data/{name}: Read-only file system\n" in outcome.stderr
     assert (outcome.status, world.version()) == (0, 3)
     assert world.state()["database-Last-Modified"] == world.modified("Vestrum.database")
     assert world.litter() == ""

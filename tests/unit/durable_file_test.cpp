@@ -79,10 +79,10 @@ TEST(DurableFiles, AreNotInstalledForGoodWhereTheirFolderCannotBeSynced) {
     ASSERT_EQ(::chmod(scratch.path(name).c_str(), 0300), 0);
   }
   ASSERT_EQ(::seteuid(somebody), 0);
-  const bool installed = installDatabase(scratch.write("new", "new"), target);
+  const auto notInstalled = installDatabase(scratch.write("new", "new"), target);
   const auto failure = writeFileWhole(scratch.path("folder/other"), "new", 0644);
   ASSERT_EQ(::seteuid(0), 0);
-  EXPECT_FALSE(installed);
+  EXPECT_TRUE(notInstalled);
   EXPECT_EQ(scratch.read("folder/target"), "new");
   ASSERT_TRUE(failure);
   EXPECT_TRUE(failure->isInPlace);
