@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <string>
@@ -19,6 +18,7 @@
 #include "transfer/http/file_downloader.hpp"
 #include "transfer/http/tool_request.hpp"
 #include "transfer/signing/file_hash.hpp"
+#include "vendor/container_archive.hpp"
 #include "vendor/database_header.hpp"
 #include "vendor/database_install.hpp"
 #include "vendor/signed_links.hpp"
@@ -30,9 +30,9 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::string_view archiveName = "VestRUM.tar.gz";
-constexpr std::size_t headerSize = 512;
 
-/// Unpacking and whole downloads stay with this path even where `dataDirectory` is another.
+/// A run unpacks this container and installs a whole one here even if `dataDirectory` is another
+/// folder.
 std::string installedContainer() {
   return fmt::format("{}/{}", fixedDatabaseDirectory(), containerName);
 }
@@ -44,11 +44,11 @@ struct Versions {
 
 enum class Outcome { upToDate, installed, wholeContainerNeeded };
 
-/// The folders of one update. Those for scripts stand beside the work folder, not in it.
+/// The folders of one update. The folders of scripts are beside the work folder, not in it.
 struct Workplace {
   fs::path directory;
   fs::path scripts;
-  fs::path aside;  ///< scripts that the container itself brought
+  fs::path aside;  ///< scripts that the installed container contains
 
   [[nodiscard]] fs::path container() const { return directory / containerName; }
   [[nodiscard]] fs::path archive() const { return directory / archiveName; }
@@ -77,14 +77,15 @@ DVFileDownloader verifyingDownloader(const RunContext& context, const VendorSess
   return downloader;
 }
 
-/// Fetches one of the signed files, each link made when its request is.
+/// Fetches and verifies one file. Each link is made immediately before its request.
 void downloadScripted(DVFileDownloader& downloader, std::string_view name, const fs::path& file) {
   const std::string path = scriptedPath(name);
   downloader.downloadFileFromWithSignatureFileSaveToPath(signedLinksTo(path),
                                                          signedLinksTo(path + ".signature"), file);
 }
 
-std::int64_t availableVersion(const RunContext& context, const VendorSession& session) {
+/// 0 if the server gives no version.
+std::int64_t fetchAvailableVersion(const RunContext& context, const VendorSession& session) {
   printMessage(context, "Downloading Defs version number");
   const Link link = signedLinksTo(scriptedPath("VestRUM-db-version.txt"))();
   const auto result = session.http.sendSynchronousRequest(toolRequest(link.url, session.userAgent));
@@ -93,7 +94,7 @@ std::int64_t availableVersion(const RunContext& context, const VendorSession& se
     printMessage(context, "Failed to get available defs version number: {}", error->description);
     return 0;
   }
-  // The status is not looked at: an error page ends, at worst, in a script that is not there.
+  // The HTTP status does not matter: an error page can at worst name a script that does not exist.
   const auto body = textIn(result);
   const std::string_view text = body ? trimmed(*body) : std::string_view();
   if (text.empty()) return 0;
@@ -101,7 +102,7 @@ std::int64_t availableVersion(const RunContext& context, const VendorSession& se
   return versionInText(text);
 }
 
-bool makeWorkplace(const RunContext& context, const Workplace& work) {
+[[nodiscard]] bool makeWorkplace(const RunContext& context, const Workplace& work) {
   printMessage(context, "currentTempDir: {}", wantedPath(work.directory).string());
   work.remove();
   std::error_code error;
@@ -110,9 +111,9 @@ bool makeWorkplace(const RunContext& context, const Workplace& work) {
   return false;
 }
 
-/// The installed container is unsigned and lies in a folder of "clamav"'s. What it calls a script
-/// must be out of the way when the fetched ones, which are verified, are collected by that name.
-bool setOwnScriptsAside(const Workplace& work) {
+/// The installed container has no signature, and `clamav` can change it. A script in it must be out
+/// of the way when applyScripts collects the fetched scripts, which are verified, by their names.
+[[nodiscard]] bool setOwnScriptsAside(const Workplace& work) {
   const auto names = namesIn(work.directory);
   std::error_code error;
   if (!names || !fs::create_directory(work.aside, error)) return false;
@@ -124,7 +125,7 @@ bool setOwnScriptsAside(const Workplace& work) {
   return true;
 }
 
-/// They belong into the new archive; where one has a fetched script's name, that one does.
+/// The new archive contains these scripts again, unless a fetched script has the same name.
 void putOwnScriptsBack(const Workplace& work) {
   std::error_code ignored;
   for (const std::string& name : namesIn(work.aside).value_or(std::vector<std::string>{})) {
@@ -134,7 +135,7 @@ void putOwnScriptsBack(const Workplace& work) {
   removeTree(work.aside);
 }
 
-bool unpackContainer(const RunContext& context, const Workplace& work) {
+[[nodiscard]] bool unpackContainer(const RunContext& context, const Workplace& work) {
   const ProgramResult unpacked =
       runProgram({.executable = sigtoolPath(),
                   .arguments = {fmt::format("--unpack={}", installedContainer())},
@@ -164,8 +165,8 @@ bool fetchScripts(const RunContext& context, const VendorSession& session, const
   return true;
 }
 
-bool applyScripts(const Workplace& work) {
-  // Copied, not moved: the scripts stay in the work folder and so in the new archive.
+[[nodiscard]] bool applyScripts(const Workplace& work) {
+  // Copied, not moved: the new archive contains the scripts too.
   runShellCommand(fmt::format("mkdir {0} && cp {1}/*.script {0}/", work.scripts.string(),
                               work.directory.string()));
   putOwnScriptsBack(work);
@@ -177,40 +178,33 @@ bool applyScripts(const Workplace& work) {
   return applied.status.isSuccess();
 }
 
-bool repack(const RunContext& context, const Workplace& work) {
+[[nodiscard]] bool repack(const RunContext& context, const Workplace& work) {
   const bool packed = packFolder(work.directory, work.archive());
   if (!packed) printMessage(context, "Repackage failed");
   return packed;
 }
 
-/// The 512 bytes in front of the archive; empty when there is nothing to make them from.
-std::string newHeader(const RunContext& context, const Workplace& work, std::string_view md5) {
-  const auto line = readDatabaseHeader(context, (work.directory / "VestRUM.info").string());
-  if (!line) return {};
-  std::string header = replaced(*line, ":X:X:", fmt::format(":{}:X:", md5));
-  header.resize(headerSize, ' ');
-  return header;
-}
-
-bool writeContainer(const RunContext& context, const Workplace& work) {
-  const std::string md5 = FileHash::md5HashOfFileAtPath(work.archive()).value_or("");
-  if (md5.size() != 32) {
+[[nodiscard]] bool writeContainer(const RunContext& context, const Workplace& work) {
+  const auto md5Hash = FileHash::md5HashOfFileAtPath(work.archive());
+  if (!md5Hash) {
     printMessage(context, "Couldn't generate checksum of new cud file");
     return false;
   }
-  const auto join = joinCommand(newHeader(context, work, md5), work.archive(), work.container());
+  const auto line = readDatabaseHeader(context, (work.directory / "VestRUM.info").string());
+  const std::string header = line ? headerWithHash(*line, *md5Hash) : "";
+  const auto join = joinCommand(header, work.archive(), work.container());
   const bool written = join && runShellCommand(*join).isSuccess();
   if (!written) printMessage(context, "Couldn't write header of new cud file");
   return written;
 }
 
-bool testNewContainer(const RunContext& context, const Workplace& work) {
+[[nodiscard]] bool testNewContainer(const RunContext& context, const Workplace& work) {
   if (scannerAccepts(context, work.container())) return true;
   printMessage(context, "DB integrity check failed. Deleting the new VestRUM.cud file.");
   return false;
 }
 
-bool installNewContainer(const RunContext& context, const Workplace& work) {
+[[nodiscard]] bool installNewContainer(const RunContext& context, const Workplace& work) {
   printMessage(context, "DB integrity check is sound. Move VestRUM.cud into place");
   const auto failure = installDatabase(work.container(), inDataDirectory(context, containerName));
   if (!failure) return true;
@@ -219,10 +213,10 @@ bool installNewContainer(const RunContext& context, const Workplace& work) {
   return false;
 }
 
-/// The steps from the installed container to the new one. Each tells of its own failure, but for
-/// the applying of the scripts, where sigtool does.
-bool buildAndInstall(const RunContext& context, const VendorSession& session,
-                     const Versions& versions, const Workplace& work) {
+/// The steps from the installed container to the new one. Each step reports its own failure, except
+/// applyScripts, whose failure `sigtool` reports.
+[[nodiscard]] bool buildAndInstall(const RunContext& context, const VendorSession& session,
+                                   const Versions& versions, const Workplace& work) {
   if (!unpackContainer(context, work)) return false;
   if (!fetchScripts(context, session, versions, work)) return false;
   if (!applyScripts(work)) return false;
@@ -232,7 +226,7 @@ bool buildAndInstall(const RunContext& context, const VendorSession& session,
   return installNewContainer(context, work);
 }
 
-/// Sets the local version where a container is installed.
+/// Sets each version that it learns.
 Outcome tryIncrementalUpdate(const RunContext& context, const VendorSession& session,
                              const Workplace& work, Versions& versions) {
   if (!fileExists(installedContainer())) return Outcome::wholeContainerNeeded;
@@ -240,7 +234,7 @@ Outcome tryIncrementalUpdate(const RunContext& context, const VendorSession& ses
   printMessage(context, "Local version {}", versions.local);
   if (versions.local < 1) return Outcome::wholeContainerNeeded;
 
-  versions.available = availableVersion(context, session);
+  versions.available = fetchAvailableVersion(context, session);
   printMessage(context, "Available version {}", versions.available);
   if (versions.available <= versions.local) {
     printMessage(context, "VestRUM.cud file is up-to-date");
@@ -253,8 +247,8 @@ Outcome tryIncrementalUpdate(const RunContext& context, const VendorSession& ses
   return installed ? Outcome::installed : Outcome::wholeContainerNeeded;
 }
 
-bool fetchWholeContainer(const RunContext& context, const VendorSession& session,
-                         const Workplace& work) {
+[[nodiscard]] bool fetchWholeContainer(const RunContext& context, const VendorSession& session,
+                                       const Workplace& work) {
   DVFileDownloader downloader = verifyingDownloader(context, session, context.quietMode);
   std::error_code ignored;
   fs::create_directories(work.directory, ignored);
@@ -264,7 +258,7 @@ bool fetchWholeContainer(const RunContext& context, const VendorSession& session
   return false;
 }
 
-/// Signatures cover no version, so that a server can give an old container for the latest.
+/// A signature does not cover the version, so a server can pass an old container off as the latest.
 void logIfOlder(std::int64_t version, std::int64_t local) {
   if (version >= local) return;
   platformLog(
@@ -273,7 +267,8 @@ void logIfOlder(std::int64_t version, std::int64_t local) {
                   version, local));
 }
 
-bool installWholeContainer(const RunContext& context, const Workplace& work, std::int64_t local) {
+[[nodiscard]] bool installWholeContainer(const RunContext& context, const Workplace& work,
+                                         std::int64_t local) {
   if (!scannerAccepts(context, work.container())) {
     printMessage(context,
                  "VestRUM.cud DB integrity check failed. Deleting the newly downloaded file");
@@ -288,13 +283,13 @@ bool installWholeContainer(const RunContext& context, const Workplace& work, std
     printMessage(context, "File ({}) couldn't be moved", work.container().string());
     platformLog(fmt::format("Cannot install {}", describe(*failure)));
   }
-  // True either way: a container that passed its test counts as installed.
+  // A container that passed its test counts as installed even if the move failed.
   return true;
 }
 
-bool updateByWholeContainer(const RunContext& context, const VendorSession& session,
-                            const Workplace& work, std::int64_t local) {
-  // A quiet run leaves this line out of the log as well. It ends in a line feed of its own.
+[[nodiscard]] bool updateByWholeContainer(const RunContext& context, const VendorSession& session,
+                                          const Workplace& work, std::int64_t local) {
+  // A quiet run does not log this line either. Its own line feed makes an empty line.
   if (!context.quietMode) printMessage(context, "Need to download the full VestRUM.cud\n");
   const bool installed =
       fetchWholeContainer(context, session, work) && installWholeContainer(context, work, local);
@@ -307,31 +302,6 @@ bool updateByWholeContainer(const RunContext& context, const VendorSession& sess
 std::int64_t versionInText(std::string_view text) {
   const std::vector<std::string_view> fields = split(text, ':');
   return fields.size() > 1 ? parseInteger(fields[1]) : 0;
-}
-
-bool packFolder(const fs::path& folder, const fs::path& archive) {
-  // A folder that could not be read to its end counts as empty: a container must not lack members.
-  const auto entries = namesIn(folder).value_or(std::vector<std::string>{});
-  std::vector<std::string> arguments{"-czf", archive.string(),
-                                     fmt::format("--exclude={}", archive.filename().string())};
-  arguments.insert(arguments.end(), entries.begin(), entries.end());
-  // tar takes "-x" for an option, and "\\057etc" for the path "/etc".
-  const auto isPlain = [](const std::string& name) {
-    return !name.starts_with('-') && name.find('\\') == std::string::npos;
-  };
-  return !entries.empty() && std::ranges::all_of(entries, isPlain) &&
-         runProgram(
-             {.executable = "/usr/bin/tar", .arguments = arguments, .workingDirectory = folder})
-             .status.isSuccess();
-}
-
-std::optional<std::string> joinCommand(std::string_view header, const fs::path& archive,
-                                       const fs::path& container) {
-  // Inside the quotes these would end the text or make the shell run a part of it.
-  if (header.empty() || header.find_first_of("\"$`") != std::string_view::npos) return std::nullopt;
-  // The header is printf's format: a "%" or "\" in it is printf's to interpret.
-  return fmt::format(R"(/usr/bin/printf "{}" | cat - "{}" > "{}")", header, archive.string(),
-                     container.string());
 }
 
 bool updateIncrementalDatabase(const RunContext& context, const VendorSession& session) {

@@ -18,7 +18,7 @@ std::string safeForUrlPath(std::string token) {
   token = replaced(token, "+", "-");
   token = replaced(token, "/", "_");
   token = replaced(token, "=", "");
-  return std::string(trimmed(token));  // the line feed that the digest's text ends with
+  return std::string(trimmed(token));  // removes the line feed at the end
 }
 
 }  // namespace

@@ -6,8 +6,8 @@
 
 namespace tarnwick {
 
-/// The vendor phase: brings `VestRUM.cud` forward, then the definitions file "database", and
-/// commits what is to be remembered of both. No failure in it ends the run.
+/// The vendor phase: brings the container forward, updates each item that is still published, and
+/// commits the state. Sets `definitionsChanged`. Reports failures and never ends the run.
 void updateVendorDefinitions(RunContext& context, const VendorSession& session, UpdateState& state);
 
 }  // namespace tarnwick

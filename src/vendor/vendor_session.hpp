@@ -10,10 +10,10 @@ namespace tarnwick {
 
 /// What the vendor phase works with besides the run's settings.
 struct VendorSession {
-  HttpClient& http;
+  HttpClient& http;  ///< must outlive the session
   std::filesystem::path temporaryDirectory;
-  std::string userAgent;       ///< of every request in this phase
-  std::string_view publicKey;  ///< PEM, of the key that all files of the vendor's are signed with
+  std::string userAgent;       ///< for every request of this phase
+  std::string_view publicKey;  ///< PEM; verifies all the vendor's files; must outlive the session
 };
 
 }  // namespace tarnwick

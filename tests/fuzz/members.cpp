@@ -6,7 +6,7 @@
 #include "base/file_tree.hpp"
 #include "driver/commands.hpp"
 #include "fuzz.hpp"
-#include "vendor/cud_updater.hpp"
+#include "vendor/container_archive.hpp"
 
 namespace tarnwick::fuzz {
 

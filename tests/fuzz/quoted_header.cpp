@@ -1,7 +1,7 @@
 #include <cstring>
 
 #include "fuzz.hpp"
-#include "vendor/cud_updater.hpp"
+#include "vendor/container_archive.hpp"
 
 namespace tarnwick::fuzz {
 
