@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 #include <sys/stat.h>
 
-#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -32,8 +31,8 @@ std::optional<double> modificationDate(const std::string& path) {
 void writeVersionReport(const RunContext& context) {
   writeToStandardOutput(fmt::format("Tarnwick {}\n", context.toolVersion));
   const std::string container(containerName);
-  const std::optional<double> built = databaseBuildDateOfFile(context, container);
-  const std::int64_t version = databaseVersionOfFile(context, container);
+  const auto built = databaseBuildDateOfHeader(readDatabaseHeader(context, container));
+  const auto version = databaseVersionOfHeader(readDatabaseHeader(context, container));
   writeToStandardOutput(fmt::format("{} (v{}) updated {}\n", container, version, describe(built)));
   // Always the fixed folder: this mode reads no argument after the first.
   for (const VendorItem& item : vendorItems()) {

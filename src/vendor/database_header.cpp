@@ -113,17 +113,4 @@ std::optional<std::string> readDatabaseHeader(const RunContext& context, const s
   return std::nullopt;
 }
 
-std::optional<std::vector<std::string>> headerFieldsOfFile(const RunContext& context,
-                                                           const std::string& name) {
-  return fieldsOf(readDatabaseHeader(context, name));
-}
-
-std::int64_t databaseVersionOfFile(const RunContext& context, const std::string& name) {
-  return databaseVersionOfHeader(readDatabaseHeader(context, name));
-}
-
-std::optional<double> databaseBuildDateOfFile(const RunContext& context, const std::string& name) {
-  return databaseBuildDateOfHeader(readDatabaseHeader(context, name));
-}
-
 }  // namespace tarnwick

@@ -42,13 +42,4 @@ struct HeaderFailure {
 [[nodiscard]] std::optional<std::string> readDatabaseHeader(const RunContext& context,
                                                             const std::string& name);
 
-// The names under which other callers ask for fields of a file. They report as readDatabaseHeader.
-
-[[nodiscard]] std::optional<std::vector<std::string>> headerFieldsOfFile(const RunContext& context,
-                                                                         const std::string& name);
-[[nodiscard]] std::int64_t databaseVersionOfFile(const RunContext& context,
-                                                 const std::string& name);
-[[nodiscard]] std::optional<double> databaseBuildDateOfFile(const RunContext& context,
-                                                            const std::string& name);
-
 }  // namespace tarnwick

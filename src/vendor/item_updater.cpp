@@ -218,14 +218,4 @@ void updateVendorFile(RunContext& context, const VendorSession& session, const V
   state.record(item.stateKey(), lastModified);
 }
 
-void updateVendorFile(RunContext& context, const VendorSession& session, std::string_view item,
-                      const std::optional<std::string>& storedLastModified, UpdateState& state) {
-  const std::string name = replaced(item, ".zip", "");
-  // ClamAV knows no kind of file whose name ends in "database".
-  const VendorItem row{.name = name,
-                       .zipped = item.ends_with(".zip"),
-                       .scannerDecides = !name.ends_with("database")};
-  updateVendorFile(context, session, row, storedLastModified, state);
-}
-
 }  // namespace tarnwick

@@ -2,7 +2,6 @@
 
 #include <optional>
 #include <string>
-#include <string_view>
 
 #include "driver/run_context.hpp"
 #include "driver/update_state.hpp"
@@ -16,11 +15,6 @@ namespace tarnwick {
 /// the new "Last-Modified" text if this call installed or withdrew the item, else
 /// `storedLastModified`.
 void updateVendorFile(RunContext& context, const VendorSession& session, const VendorItem& item,
-                      const std::optional<std::string>& storedLastModified, UpdateState& state);
-
-/// The same for the text after "Vestrum.", which may end in ".zip". Only other callers use it; a
-/// run passes the rows of vendorItems().
-void updateVendorFile(RunContext& context, const VendorSession& session, std::string_view item,
                       const std::optional<std::string>& storedLastModified, UpdateState& state);
 
 }  // namespace tarnwick

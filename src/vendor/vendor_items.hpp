@@ -25,6 +25,9 @@ struct VendorItem {
 
 inline constexpr std::string_view containerName = "VestRUM.cud";
 
+/// Under which a run remembers the container's build date: the key of an item that it replaced.
+inline constexpr std::string_view containerStateKey = "hdb-Last-Modified";
+
 /// Every item that this program updates, reports or removes, in the order of the version report. To
 /// add an item, add its row; no other file of the program names one.
 std::span<const VendorItem> vendorItems();

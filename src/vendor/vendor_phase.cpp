@@ -32,8 +32,8 @@ void recordContainerDate(const RunContext& context, UpdateState& state) {
   const auto header = readDatabaseHeader(context, std::string(containerName));
   const std::optional<double> built = databaseBuildDateOfHeader(header);
   if (!built) return;
-  state.record("hdb-Last-Modified", platform::formatDate(*built, "EEE, dd MMM yyyy HH:mm:ss zzz",
-                                                         platform::TimeZone::gmt));
+  state.record(containerStateKey, platform::formatDate(*built, "EEE, dd MMM yyyy HH:mm:ss zzz",
+                                                       platform::TimeZone::gmt));
 }
 
 /// The container now has the content of these files.

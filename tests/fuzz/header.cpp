@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "fuzz.hpp"
+#include "vendor/interface_names.hpp"
 
 namespace tarnwick::fuzz {
 
