@@ -23,7 +23,7 @@ namespace {
 constexpr ExitStatus stillOutOfDate = ExitStatus::exited(234);
 constexpr ExitStatus upToDate = ExitStatus::exited(1);
 
-/// Where the record holds each database's version, in the order of databaseNames.
+/// The record's fields with the versions, in the order of databaseNames.
 constexpr std::array<std::size_t, 3> recordFields{1, 2, 7};
 constexpr std::size_t fewestRecordFields = 8;
 
@@ -42,22 +42,39 @@ bool isPresent(const RunContext& context, const std::string& fileName) {
   return fileExists(inDataDirectory(context, fileName));
 }
 
-void bringUpToDate(const RunContext& context, HttpClient& http, const RecordedVersions& versions) {
+/// An installed file of a database, and the version that `sigtool` reads in it.
+struct InstalledFile {
+  std::string name;
+  std::int64_t version;
+};
+
+/// The ".cvd" before the ".cld".
+std::vector<InstalledFile> installedFilesOf(const RunContext& context, std::string_view name) {
+  std::vector<InstalledFile> files;
+  for (const std::string& file : {containerOf(name), incrementalContainerOf(name)}) {
+    if (isPresent(context, file)) files.push_back({file, sigtoolVersion(context, file)});
+  }
+  return files;
+}
+
+void replaceOutdated(const RunContext& context, HttpClient& http,
+                     const RecordedVersions& versions) {
   for (std::size_t i = 0; i < databaseNames.size(); ++i) {
-    if (databaseNeedsUpdate(context, databaseNames[i], versions[i])) {
+    if (compareWithAvailable(context, databaseNames[i], versions[i])) {
       downloadFullDatabase(context, http, databaseNames[i]);
     }
   }
 }
 
-bool anyStillNeedsUpdate(const RunContext& context, const RecordedVersions& versions) {
+/// Compares databases until one is missing or older than available. True if there is one.
+bool compareUntilOutdated(const RunContext& context, const RecordedVersions& versions) {
   for (std::size_t i = 0; i < databaseNames.size(); ++i) {
-    if (databaseNeedsUpdate(context, databaseNames[i], versions[i])) return true;
+    if (compareWithAvailable(context, databaseNames[i], versions[i])) return true;
   }
   return false;
 }
 
-/// Empty when the mirror has none.
+/// Empty if the mirror did not give one.
 std::string fetchVersionRecord(const RunContext& context, HttpClient& http) {
   const std::string userAgent = toolUserAgent(context.toolVersion);
   printMessage(context, "Downloading Defs version number");
@@ -88,7 +105,7 @@ std::optional<RecordedVersions> recordedVersions(std::string_view record) {
 std::int64_t versionInReport(std::string_view report) {
   std::int64_t version = -1;
   for (const std::string_view line : split(report, '\n')) {
-    // Exactly this label is taken off: a line "Version:7" without the blank reads as 0.
+    // Removes exactly this label, so a line "Version:7" without the blank gives 0.
     if (line.starts_with("Version")) version = parseInteger(replaced(line, "Version: ", ""));
     if (line.starts_with("ERROR: ")) return -1;
   }
@@ -101,7 +118,7 @@ bool databaseIsInstalled(const RunContext& context, std::string_view name) {
 
 std::int64_t sigtoolVersion(const RunContext& context, const std::string& fileName) {
   const std::filesystem::path file = inDataDirectory(context, fileName);
-  // A named pipe in a database's place would keep sigtool, and so the run, waiting for ever.
+  // `sigtool`, and so the run, would wait for the writer of a FIFO in a database's place.
   std::error_code ignored;
   if (fileExists(file) && !std::filesystem::is_regular_file(file, ignored)) return -1;
   const ProgramResult result = runProgram({.executable = sigtoolPath(),
@@ -111,19 +128,14 @@ std::int64_t sigtoolVersion(const RunContext& context, const std::string& fileNa
   return text ? versionInReport(*text) : -1;
 }
 
-bool databaseNeedsUpdate(const RunContext& context, std::string_view name, std::int64_t available) {
-  if (!databaseIsInstalled(context, name)) return true;
-  std::int64_t installed = 0;
-  if (isPresent(context, containerOf(name))) {
-    installed = sigtoolVersion(context, containerOf(name));
-    printMessage(context, "{}.cvd installed: {}, available: {}", name, installed, available);
+bool compareWithAvailable(const RunContext& context, std::string_view name,
+                          std::int64_t available) {
+  const std::vector<InstalledFile> files = installedFilesOf(context, name);
+  for (const InstalledFile& file : files) {
+    printMessage(context, "{} installed: {}, available: {}", file.name, file.version, available);
   }
-  // Where both files exist this one decides, even when it is the older.
-  if (isPresent(context, incrementalContainerOf(name))) {
-    installed = sigtoolVersion(context, incrementalContainerOf(name));
-    printMessage(context, "{}.cld installed: {}, available: {}", name, installed, available);
-  }
-  return installed < available;
+  // If both files exist, the ".cld" decides, even if it is older.
+  return files.empty() || files.back().version < available;
 }
 
 void downloadFullDatabase(const RunContext& context, HttpClient& http, std::string_view name) {
@@ -131,14 +143,14 @@ void downloadFullDatabase(const RunContext& context, HttpClient& http, std::stri
   const std::string download = downloadOf(name);
   removeTree(inDataDirectory(context, container));
   removeTree(inDataDirectory(context, incrementalContainerOf(name)));
-  // What a killed run left of an earlier download must not pass for this one.
+  // A download that a killed run left there must not pass for this one.
   removeTree(inDataDirectory(context, download));
   DVFileDownloader downloader(http, context.toolVersion);
   downloader.downloadFileFromSaveToPath(fmt::format("https://{}/{}", context.mirrorHost, container),
                                         inDataDirectory(context, download));
-  // Only a version of exactly 0 keeps a file out; one that sigtool finds fault with goes in.
+  // A file that `sigtool` rejects has version -1 and is installed: `freshclam` judges it next.
   if (sigtoolVersion(context, download) == 0) return;
-  // Reported either way: "freshclam" judges next what is there, and fetches what is missing.
+  // Reported as downloaded even if the move fails: `freshclam` fetches what is missing.
   static_cast<void>(moveFileIntoPlace(inDataDirectory(context, download),
                                       inDataDirectory(context, container), {}));
   printMessage(context, "Downloaded {}.cvd from {}", name, context.mirrorHost);
@@ -152,8 +164,8 @@ std::optional<ExitStatus> updateByVersionRecord(const RunContext& context, HttpC
     return std::nullopt;
   }
   printMessage(context, "version number {}", shownText(record));
-  bringUpToDate(context, http, *versions);
-  return anyStillNeedsUpdate(context, *versions) ? stillOutOfDate : upToDate;
+  replaceOutdated(context, http, *versions);
+  return compareUntilOutdated(context, *versions) ? stillOutOfDate : upToDate;
 }
 
 }  // namespace tarnwick

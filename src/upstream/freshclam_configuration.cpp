@@ -36,7 +36,7 @@ std::string commented(std::string_view line) {
   return fmt::format("#{}", line);
 }
 
-/// Rewrites whichever mirror the file names to the run's own.
+/// Replaces each mirror that the vendor or ClamAV uses by the mirror of this run.
 std::array<Substitution, 5> towardVendorMirror(const RunContext& context) {
   const std::string target = mirror(context.mirrorHost);
   return {{
@@ -49,7 +49,7 @@ std::array<Substitution, 5> towardVendorMirror(const RunContext& context) {
   }};
 }
 
-/// Knows the vendor's three hosts only, whatever the run's own mirror was.
+/// Replaces the vendor's three hosts only, even if the mirror of this run is another one.
 std::array<Substitution, 5> towardUpstreamMirror() {
   const std::string target = mirror(settings::upstreamMirrorHost);
   return {{
@@ -58,7 +58,7 @@ std::array<Substitution, 5> towardUpstreamMirror() {
       {mirror(settings::olderMirrorHost), target},
       {versionRecord(settings::versionRecordHost),
        commented(versionRecord(settings::upstreamVersionRecordHost))},
-      // Matches anywhere, so that "MaxAttempts 12" becomes "#MaxAttempts 52".
+      // Matches within a line too: "MaxAttempts 12" becomes "#MaxAttempts 52".
       {"MaxAttempts 1", "#MaxAttempts 5"},
   }};
 }
@@ -75,8 +75,8 @@ void switchFreshclamMirror(const RunContext& context, bool towardVendor) {
         "{} 's/{}/{}/g' {}", platform::inPlaceEditCommand(), from, to, configuration()));
     if (!status.isSuccess()) outcome = platform::EditsOutcome::someFailed;
   }
-  // The editor syncs nothing: after a loss of power the file could be empty. Nothing can be done
-  // where that fails, and a machine may have no such file.
+  // The editor does not sync the file, which could be empty after a loss of power. A failure is
+  // ignored: a machine may have no such file.
   static_cast<void>(syncFileAndFolder(configuration()));
   platform::endInPlaceEdits(configuration(), outcome);
 }
@@ -84,7 +84,7 @@ void switchFreshclamMirror(const RunContext& context, bool towardVendor) {
 void prepareFreshclamConfiguration(const RunContext& context) {
   platform::removeUnfinishedEdits(configuration());
   switchFreshclamMirror(context, true);
-  // A fixed path: it does not follow the data directory.
+  // In the fixed folder, even if the data directory is another one.
   runShellCommand(fmt::format("rm -f {}/mirrors.dat", fixedDatabaseDirectory()));
 }
 

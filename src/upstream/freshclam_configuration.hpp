@@ -5,11 +5,11 @@
 namespace tarnwick {
 
 /// Points `freshclam.conf` at the vendor's mirror, with a single attempt, or back at ClamAV's own.
-/// Plain substitutions of text wherever it stands; the file is never parsed, and nothing is
-/// checked or reported.
+/// Substitutes text anywhere in the file and does not parse it. Does not report failures.
 void switchFreshclamMirror(const RunContext& context, bool towardVendor);
 
-/// Points `freshclam` at the vendor's mirror for this run and removes its memory of mirrors.
+/// Points `freshclam` at the vendor's mirror for this run and removes its record of failing
+/// mirrors.
 void prepareFreshclamConfiguration(const RunContext& context);
 
 }  // namespace tarnwick

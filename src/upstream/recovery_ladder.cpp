@@ -33,7 +33,7 @@ void killOtherFreshclams(RunContext& context) {
   runShellCommand("killall freshclam");
 }
 
-/// What is done about an exit status of `freshclam` before it is run once more.
+/// A repair after some exit statuses of `freshclam`, which then runs once more.
 struct Rung {
   std::span<const int> statuses;
   void (*repair)(RunContext& context);
@@ -46,7 +46,7 @@ constexpr std::array mirrorProblem{52, 54, 58, 59};
 constexpr std::array configurationError{56};
 constexpr std::array loggerProblem{62};
 
-/// Gone through once, from first to last; each looks at the status that the ones before it left.
+/// A run tries each rung once, in this order, against the status of the last `freshclam`.
 constexpr auto recoveryLadder = std::to_array<Rung>({
     {folderProblem, [](RunContext& context) { fixDatabasePermissions(context); }},
     {mirrorProblem, [](RunContext& context) { switchFreshclamMirror(context, false); }},

@@ -37,7 +37,7 @@ void fetchMissingDatabases(const RunContext& context, HttpClient& http) {
   }
 }
 
-/// Runs `freshclam` with the log left to it alone.
+/// Leaves the log to `freshclam` while that runs.
 ExitStatus bringUpstreamForward(RunContext& context, HttpClient& http) {
   context.logFile.handOver();
   const ExitStatus status = runFreshclamWithRepairs(context);
@@ -47,7 +47,7 @@ ExitStatus bringUpstreamForward(RunContext& context, HttpClient& http) {
   return updateByVersionRecord(context, http).value_or(status);
 }
 
-/// A vendor file that changed turns "nothing done" into "something done", as the caller reads it.
+/// After a success of `freshclam`, 0 or 1, the run reports 1 if an item of the vendor changed.
 int exitStatusOfRun(const RunContext& context, ExitStatus freshclam) {
   const int status = freshclam.number();
   const bool freshclamSucceeded = status == 0 || status == 1;
@@ -59,8 +59,7 @@ int exitStatusOfRun(const RunContext& context, ExitStatus freshclam) {
 int updateUpstreamDatabases(RunContext& context, HttpClient& http) {
   runProxyHelper(context);
   printMessage(context, "\nChecking ClamAV definitions");
-  // By now the vendor phase has taken over what earlier releases left there, and it must not be
-  // found once more.
+  // The vendor phase has committed the values that an earlier release left in that domain.
   UpdateState::retireOlderDomain();
   fetchMissingDatabases(context, http);
   const ExitStatus freshclam = bringUpstreamForward(context, http);

@@ -5,9 +5,9 @@
 
 namespace tarnwick {
 
-/// The upstream phase: runs `freshclam`, repairs what its exit status complains of and runs it
-/// again, fetches whole databases when the network keeps failing it, and points its configuration
-/// back at ClamAV's own mirror. Returns the run's exit status.
+/// The upstream phase: runs `freshclam`, repairs what its exit status reports and runs it again,
+/// fetches whole databases if its network problem remains, and points its configuration back at
+/// ClamAV's own mirror. Returns the run's exit status.
 [[nodiscard]] int updateUpstreamDatabases(RunContext& context, HttpClient& http);
 
 }  // namespace tarnwick
