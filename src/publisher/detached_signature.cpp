@@ -2,7 +2,7 @@
 
 #include <system_error>
 
-#include "base/files.hpp"
+#include "base/file_tree.hpp"
 #include "publisher/disk.hpp"
 #include "publisher/mirror_check.hpp"
 
