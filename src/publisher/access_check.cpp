@@ -103,8 +103,7 @@ void checkAccess(const Home& home, Findings& findings) {
   std::vector<fs::path> ours = ownPaths(home);
   for (const fs::path& path : below(home.mirror)) ours.push_back(path);
   std::ranges::sort(ours);
-  const auto twice = std::ranges::unique(ours);
-  ours.erase(twice.begin(), twice.end());
+  ours.erase(std::unique(ours.begin(), ours.end()), ours.end());
   for (const fs::path& path : ours) checkUnchangeable(path, findings);
   struct stat status = {};
   constexpr mode_t rights = 07777;

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <ctime>
 
 #include "publisher/access_check.hpp"
 #include "publisher/disk.hpp"
@@ -82,6 +83,22 @@ void checkStrangers(const Home& home, std::int64_t oldest, std::int64_t version,
   }
 }
 
+/// A container that nobody renewed, or a mirror that nobody fills.
+void checkAge(const fs::path& file, const std::string& name, std::optional<std::int64_t> maxAgeDays,
+              Findings& findings) {
+  constexpr std::int64_t day = 86400;
+  constexpr std::int64_t usualDays = 3;
+  const std::time_t date = dateOf(file);
+  const std::int64_t age = date == 0 ? 0 : std::time(nullptr) - date;
+  if (age <= maxAgeDays.value_or(usualDays) * day) return;
+  const std::string old = fmt::format("{} is {} old", name, counted(age / day, "day"));
+  if (maxAgeDays) {
+    findings.damage(old);
+  } else {
+    findings.note("Old: " + old);
+  }
+}
+
 std::string stateOfDefinitions(const Home& home) {
   if (!isFolder(home.tree / "current")) return "not published yet";
   return sizeOf(home.tree / "Vestrum.database") > 0 ? "published" : "withdrawn";
@@ -104,7 +121,7 @@ std::int64_t checkPublic(const Home& home, const Workplace& work, Findings& find
   return checkPublished(home, work, findings);
 }
 
-void checkHome(const std::string& homePath, bool json) {
+void checkHome(const std::string& homePath, std::optional<std::int64_t> maxAgeDays, bool json) {
   const Home home = openHome(homePath);
   const bool mirrorOnly = !isAnythingReleased(home) && !entriesOf(home.mirror).empty();
   if (!isAnythingReleased(home) && !mirrorOnly) refuseUnreleased(home);
@@ -121,6 +138,10 @@ void checkHome(const std::string& homePath, bool json) {
   if (!mirrorOnly) {
     version = checkPublished(home, work, findings);
     checkStrangers(home, oldest, version, findings);
+  }
+  checkAge(home.mirror / "dns.txt", "mirror/dns.txt", maxAgeDays, findings);
+  if (maxAgeDays && version > 0) {
+    checkAge(home.scripted / "VestRUM.cud", "VestRUM.cud", maxAgeDays, findings);
   }
   if (json) {
     say(indentedTextOf(factsOf(findings, version)));

@@ -30,6 +30,7 @@ constexpr Option certificate{"--certificate", "a value"};
 constexpr Option certificateKey{"--certificate-key", "a value"};
 
 constexpr std::array checkOptions{Option{"--from", "a URL"},
+                                  Option{"--max-age", "days"},
                                   Option{"--json", ""},
                                   contentHost,
                                   linksHost,

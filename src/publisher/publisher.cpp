@@ -77,7 +77,7 @@ void checkAsTold(const Invocation& invocation, const std::string& home) {
   if (!invocation.words.empty()) {
     throw Misuse("check: no such option: " + invocation.words.front());
   }
-  checkHome(home, invocation.has("--json"));
+  checkHome(home, numberOf(invocation, "--max-age", "days"), invocation.has("--json"));
 }
 
 void siteAsTold(const Invocation& invocation, const std::string& home) {

@@ -90,8 +90,8 @@ constexpr auto contentLocations = R"x(    location ~ "^/VestRUM2/Vestrum\.[a-z0-
     location / { return 404; })x";
 
 std::string linksLocations(const SiteValues& values) {
-  return replaced(
-      R"x(    location ~ "^/(?<token>[A-Za-z0-9_-]+)/(?<expiry>[0-9]+)(?<path>/VestRUM2/Scripted/VestRUM[A-Za-z0-9.-]*)$" {
+  return replaced(R"x(    location ~ "^/(?<token>[A-Za-z0-9_-]+)/(?<expiry>[0-9]+))x"
+                  R"x((?<path>/VestRUM2/Scripted/VestRUM[A-Za-z0-9.-]*)$" {
         secure_link $token,$expiry;
         secure_link_md5 "SECRET$path$expiry";
         if ($secure_link = "") { return 403; }
@@ -99,7 +99,7 @@ std::string linksLocations(const SiteValues& values) {
         try_files $path =404;
     }
     location / { return 403; })x",
-      "SECRET", values.linkSecret);
+                  "SECRET", values.linkSecret);
 }
 
 // One name for each file: what lies behind the links is nobody's to ask for.

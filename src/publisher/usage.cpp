@@ -50,6 +50,8 @@ are not asked for the mirror. Certificates are checked with the system's
 authorities (or CURL_CA_BUNDLE). What they serve is compared with what is here.
 
   --json                  tell a program
+  --max-age DAYS          of the home: a container or a mirror's record that is
+                          older is a damage, too
 
   --content-host HOST     these three as given to site; without them,
   --links-host HOST       as site --remember kept them

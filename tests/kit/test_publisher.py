@@ -30,8 +30,9 @@ def world(shared_world):
 
 def cut(killed, moment, home, *command):
     """The end of the kit alone or of all that it started, at one of its calls of the system."""
-    job = subprocess.Popen(["strace", "-qq", "-o", "/dev/null", "-e", moment, vendor.PUBLISHER, "--home", home, *command],
-                           text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, start_new_session=True)
+    through = ["strace", "-qq", "-o", "/dev/null", "-e", moment, vendor.PUBLISHER, "--home", home]
+    job = subprocess.Popen([*through, *command], text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                           start_new_session=True)
     job.wait()
     if killed == "all":
         with contextlib.suppress(ProcessLookupError):
@@ -64,7 +65,8 @@ def test_what_is_published_is_dated_after_what_was(home, tmp_path):
     (tmp_path / "new").write_text(vendor.definitions_text(2), encoding="ascii")
     for path in (home / "site").glob("*s/*/*"):
         os.utime(path, (0, 4102444800))
-    for command in (["release", vendor.signature_folder(tmp_path / "signatures", 5)], ["definitions", tmp_path / "new"]):
+    signatures = vendor.signature_folder(tmp_path / "signatures", 5)
+    for command in (["release", signatures], ["definitions", tmp_path / "new"]):
         publish(home, *command).check_returncode()
     published = (home / "site").glob("*s/*/*")
     assert {path.name: path.stat().st_mtime for path in published} == dict.fromkeys(

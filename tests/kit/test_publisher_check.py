@@ -109,6 +109,16 @@ def test_a_container_that_brings_a_link_is_not_used(home, tmp_path, kind):
         assert outcome.returncode == 1 and said in outcome.stdout + outcome.stderr, outcome
 
 
+def test_what_is_old_is_told(home):
+    subprocess.run(["sh", "-euc", f"{MIRROR} touch -d '5 days ago' current/dns.txt current/daily.cvd"], cwd=home, check=True)
+    outcome = publish(home, "check")
+    assert (outcome.returncode, outcome.stdout.splitlines()[0]) == (0, "Old: mirror/dns.txt is 5 days old")
+    subprocess.run(["touch", "-d", "9 days ago", home / S / "VestRUM.cud"], check=True)
+    outcome = publish(home, "check", "--max-age", "4")
+    assert (outcome.returncode, outcome.stdout) == (
+        1, "Damaged: mirror/dns.txt is 5 days old\nDamaged: VestRUM.cud is 9 days old\n")
+
+
 V = "VestRUM-db-version.txt"
 GUARDS = [f"{what} is answered with status 200, and should be with {status}" for what, status in (
     ("a link without a signature", 403), ("a link signed with another secret", 403), ("a link that has expired", 410))]
@@ -178,9 +188,10 @@ SERVED = {
                           "an authority that they know, or renew it; CURL_CA_BUNDLE names a private authority"),
     "name": Served([f"{V} cannot be fetched: Could not resolve host: {LINKS}"], links=None,
                    remedy=f"\ntarnwick-publish: {LINKS}: no address is known for this name; put it into DNS"),
-    "no server": Served([f"{V} cannot be fetched: Failed to connect to {LINKS} port 443 after N ms: Couldn't connect to "
-                         "server"], links=NOBODY,
-                        remedy=f"\ntarnwick-publish: {LINKS}: see whether its nginx runs, and can be reached from here"),
+    "no server": Served(
+        [f"{V} cannot be fetched: Failed to connect to {LINKS} port 443 after N ms: Couldn't connect to server"],
+        links=NOBODY,
+        remedy=f"\ntarnwick-publish: {LINKS}: see whether its nginx runs, and can be reached from here"),
 }
 
 

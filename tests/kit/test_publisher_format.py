@@ -65,8 +65,8 @@ def fits(content, signature, key, folder):
     for name, value in (("digest", hashlib.sha1(content).digest()), ("signature", base64.b64decode(signature)),
                         ("key", key.encode())):
         (folder / name).write_bytes(value)
-    return subprocess.run(["openssl", "dgst", "-sha1", "-verify", "key", "-signature", "signature", "digest"], cwd=folder,
-                          check=False, capture_output=True).returncode == 0
+    verify = ["openssl", "dgst", "-sha1", "-verify", "key", "-signature", "signature", "digest"]
+    return subprocess.run(verify, cwd=folder, check=False, capture_output=True).returncode == 0
 
 
 def test_the_example_is_what_the_page_says(tmp_path):

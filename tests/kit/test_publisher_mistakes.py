@@ -131,7 +131,8 @@ MISTAKES = {
     "broken bytecode": Mistake("echo x >../new/u.cbc", TO_RELEASE, "ClamAV refuses {new}/u.cbc; version 2 is not "
                                "released\nMissing file magic in bytecode; Error at bytecode line 0\n"),
     "left out and twice": Mistake(
-        "sed -i '$p; 1i# mine' ../new/a.ndb; touch ../new/.hidden", TO_RELEASE, "Left out: {new}/.hidden, which is hidden\n"
+        "sed -i '$p; 1i# mine' ../new/a.ndb; touch ../new/.hidden", TO_RELEASE,
+        "Left out: {new}/.hidden, which is hidden\n"
         "Passed over by ClamAV: 1 comment line of the kind .ndb\nTwice: 1 line of the kind .ndb\n" +
         CHANGES.format(6, 0) + "Released version 2 with 6 signatures.\n", 0),
     "an unknown kind": Mistake("echo x >../new/x.txt", TO_RELEASE, "{new}/x.txt cannot be released: ClamAV takes no "
@@ -233,8 +234,8 @@ def test_only_the_owner_publishes(shared_world):
     # What the owner puts in root's way.
     world.shell("cd /srv/owned; echo roots | tee /srv/roots >/srv/closed/key.pem; mkdir /srv/roots.d"
                 "; ln -s ../roots site.settings.new; ln -s ../roots.d theirs; chown -h nobody site.settings.new theirs")
-    printed = world.command("sh", "-c", f"umask 077; {kit} site --remember --link-secret Other --certificate /srv/vendor/tls/"
-                            "certificate.pem --certificate-key /srv/closed/key.pem")
+    printed = world.command("sh", "-c", f"umask 077; {kit} site --remember --link-secret Other --certificate "
+                            "/srv/vendor/tls/certificate.pem --certificate-key /srv/closed/key.pem")
     assert (printed.status, printed.stderr, "Other$path" in printed.stdout) == (0, "", True), printed
     assert world.command("sh", "-c", f"{kit}/theirs/new init").status == 1
     assert world.command("sh", "-c", f"{kit}/own/new init").status == 0

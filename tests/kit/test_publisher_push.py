@@ -93,7 +93,8 @@ OUTCOMES = [
          'Not pushed: /srv/none/x: rsync: [Receiver] mkdir "/srv/none/x" failed: No such file or directory (2)\n'
          f"  make the folder in which the home is to lie there\nDamaged: {IMPOSTOR}: {CANNOT}\n  {IMPOSTOR}: have its "
          "certificate signed for the machines' hosts by an authority that they know, or renew it; CURL_CA_BUNDLE names "
-         "a private authority\nPushed: chatty:/srv/vendor serves version 5\n", "version 5 is on 1 of 3 servers; push again when the others are well\n",
+         "a private authority\nPushed: chatty:/srv/vendor serves version 5\n",
+         "version 5 is on 1 of 3 servers; push again when the others are well\n",
          "rm push.servers"),
     Push("--timeout 1 silent:/srv/x", 1, "Not pushed: silent:/srv/x: [sender] io timeout after 1 seconds -- exiting\n",
          "version 5 is on 0 of 1 server; push again when the others are well\n"),
@@ -111,8 +112,8 @@ OUTCOMES = [
          "there, or move that one away\n", "nothing is pushed; see above\n",
          "rm -r /srv/two; mkdir -p /srv/two/site; touch /srv/two/site/index.html"),
     Push("/srv/two --dry-run", 0, "Not pushed: /srv/two, by --dry-run\n", done="rm -r /srv/two"),
-    Push("--first /srv/two", 0, "Not asked: /srv/two, for which no URL is given\nVersion 5 is on 1 server.\nThe next push "
-         "goes on to the other 1.\n", done="printf '/srv/two\n/srv/vendor' >push.servers"),
+    Push("--first /srv/two", 0, "Not asked: /srv/two, for which no URL is given\nVersion 5 is on 1 server.\nThe next "
+         "push goes on to the other 1.\n", done="printf '/srv/two\n/srv/vendor' >push.servers"),
     Push("/srv/two", 0, "Not asked: /srv/two, for which no URL is given\nVersion 5 is on 1 server.\n",
          done="rm push.servers"),
     *(Push(servers, 2, "", f'push{said}\nTry "tarnwick-publish --help".\n') for servers, said in (
@@ -129,7 +130,7 @@ def test_servers_are_asked_and_failures_named(shared_world):
     world.write("/srv/remote", REMOTE, 0o755)
     vendor.signature_folder(world.path("/srv/five"), 5)
     vendor.signature_folder(world.path("/srv/other"), 7)
-    world.shell(f"cp -a /srv/vendor /srv/own; cp -a /srv/vendor /srv/original; {' '.join(kit)} release /srv/five; {' '.join(kit)} site >/dev/null")
+    world.shell(f"cp -a /srv/vendor /srv/own; cp -a /srv/vendor /srv/original; {' '.join(kit)} release /srv/five")
     for push in OUTCOMES:
         world.shell(f"KIT='{KIT} --home '; cd /srv/own; {push.done.replace('$KIT', '$KIT ')}")
         outcome = world.command(*kit, "push", *push.servers.split(), env={"RSYNC_RSH": "/srv/remote"})
