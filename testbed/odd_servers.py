@@ -8,7 +8,7 @@ import sys
 import threading
 import time
 
-SITE = "/srv/vendor/tls"
+TLS_FOLDER = "/srv/vendor/tls"
 
 
 def ready():
@@ -42,7 +42,7 @@ class SlowTls:
         self._connection, self._silence = connection, silence
         self._received, self._sent = ssl.MemoryBIO(), ssl.MemoryBIO()
         context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-        context.load_cert_chain(f"{SITE}/certificate.pem", f"{SITE}/key.pem")
+        context.load_cert_chain(f"{TLS_FOLDER}/certificate.pem", f"{TLS_FOLDER}/key.pem")
         self._tls = context.wrap_bio(self._received, self._sent, server_side=True)
         self._until_done(self._tls.do_handshake)
         self._send()
@@ -100,7 +100,7 @@ ENDLESS = {
 def endless(address, name):
     """A TLS server that answers without end, but for a hundred megabytes. It prints how many bytes each client took."""
     context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-    context.load_cert_chain(f"{SITE}/certificate.pem", f"{SITE}/key.pem")
+    context.load_cert_chain(f"{TLS_FOLDER}/certificate.pem", f"{TLS_FOLDER}/key.pem")
     first, again = ENDLESS[name]
 
     def answer(connection):

@@ -4,6 +4,7 @@ import os
 import random
 
 from .servers import SILENCE
+from .texts import DEFINITIONS_PATH, SCRIPTED_PATH, VERSION_PATH
 from .vendor import definitions_text
 from .world import DATA
 
@@ -55,10 +56,10 @@ def seeding(world):
 PHASES = {
     "lock": behind_another_run,
     "no network": without_network,
-    "version stalls": lambda world: stalled(world, "GET /VestRUM2/Scripted/VestRUM-db-version.txt"),
-    "script stalls": lambda world: stalled(world, "GET /VestRUM2/Scripted/VestRUM-3.script"),
+    "version stalls": lambda world: stalled(world, f"GET {VERSION_PATH}"),
+    "script stalls": lambda world: stalled(world, f"GET {SCRIPTED_PATH}/VestRUM-3.script"),
     "scanning": scanning,
-    "definitions stall": lambda world: stalled(world, "HEAD /VestRUM2/Vestrum.database"),
+    "definitions stall": lambda world: stalled(world, f"HEAD {DEFINITIONS_PATH}"),
     "seeding": seeding,
     "freshclam": updating,
     "fallback": falling_back,

@@ -45,8 +45,11 @@ exit "$status"
 """
 
 
-def make_hands(folder):
-    subprocess.run(["gcc", "-shared", "-fPIC", "-O2", "-o", folder / "hands.so", HERE / "hands.c"], check=True)
+OVERRIDES = HERE / "call_overrides.c"
+
+
+def build_overrides(folder):
+    subprocess.run(["gcc", "-shared", "-fPIC", "-O2", "-o", folder / "call_overrides.so", OVERRIDES], check=True)
 
 
 def clean(text):
@@ -139,7 +142,7 @@ class World(Machine):
         settings = []
         if rate or kill or record:
             number, kind, moment = kill or (0, "AFTER", 0)
-            settings = [*self.hands(rate or 1), *self.day, "ASAN_OPTIONS=verify_asan_link_order=0:handle_segv=0",
+            settings = [*self.preloading(rate or 1), *self.day, "ASAN_OPTIONS=verify_asan_link_order=0:handle_segv=0",
                         f"TARNWICK_TEST_SIGNAL={number}", f"TARNWICK_TEST_{kind}={moment}",
                         *([f"TARNWICK_TEST_RECORD={record}"] if record else []),
                         *(map("TARNWICK_TEST_{}={}".format, ("CALL", "NTH", "ERROR"), fail) if fail else [])]
@@ -157,15 +160,16 @@ class World(Machine):
         return job, open(terminal, encoding="utf-8")
 
     @staticmethod
-    def hands(rate):
-        library = made_once("hands", make_hands, [HERE / "hands.c"]) / "hands.so"
+    def preloading(rate):
+        """The settings that preload call_overrides.c into a program, with clocks `rate` times as fast."""
+        library = made_once("call_overrides", build_overrides, [OVERRIDES]) / "call_overrides.so"
         return [f"LD_PRELOAD={seen_inside(library)}", f"TARNWICK_TEST_RATE={rate}"]
 
     def hurry(self, rate, since=None):
         """The time of day, and no other clock, runs `rate` times as fast since then (from now on), for the servers and
         for a tool that is launched with that rate."""
         self.day = [f"TARNWICK_TEST_SINCE={int(since or time.time())}"]
-        self.servers.restart(*self.hands(rate), *self.day)
+        self.servers.restart(*self.preloading(rate), *self.day)
 
     def run(self, *arguments, **more):
         return self.finish(self.launch(*arguments, **more))

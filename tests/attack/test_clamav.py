@@ -6,19 +6,20 @@ import pytest
 
 from testbed import BIN, CONFIGURATION, DATA, PREFIX, as_the_service, member, repacked
 from testbed.attacker import CONTAINERS, FOLDERS, SECRET, TO_PASSWD, outside
-from testbed.transcripts import BANNER, FETCHED, FRESHCLAM, FULL, NEWER, SCRIPTS, SOUND, UNCHANGED, WARNING
+from testbed.texts import (
+    BANNER, BY_SCRIPTS, DEFINITIONS_CURRENT, FRESHCLAM_RUN, FROM_1_TO_3, FULL_CONTAINER, SCANNER_WARNING, SCRIPTS)
 
-OLD = NEWER.format(local=1, available=3)
-PATCHED = OLD + SCRIPTS + SOUND
-NOT_UNPACKED = OLD + "Couldn't unpack cud file\n" + FULL + FETCHED
-NOT_APPLIED = OLD + SCRIPTS + FULL + FETCHED
-NOT_PACKED = OLD + SCRIPTS + "Repackage failed\n" + FULL + FETCHED
-NO_HEADER = OLD + SCRIPTS + "Couldn't write header of new cud file\n" + FULL + FETCHED
-SAID = {"options for tar": NOT_PACKED, "a name that tar reads as a path": NOT_PACKED, "no databases": NOT_APPLIED, **dict.fromkeys((
-    "a link to where scripts are fetched", "a hard link to where they are fetched", "a pipe for a script",
-    "a link for the database", "a folder", "a path", "the folder above"), NOT_UNPACKED)}
+UPDATED = FROM_1_TO_3 + BY_SCRIPTS
+NOT_UNPACKED = FROM_1_TO_3 + "Couldn't unpack cud file\n" + FULL_CONTAINER
+NOT_APPLIED = FROM_1_TO_3 + SCRIPTS + FULL_CONTAINER
+NOT_PACKED = FROM_1_TO_3 + SCRIPTS + "Repackage failed\n" + FULL_CONTAINER
+NO_HEADER = FROM_1_TO_3 + SCRIPTS + "Couldn't write header of new cud file\n" + FULL_CONTAINER
+SAID = {"options for tar": NOT_PACKED, "a name that tar reads as a path": NOT_PACKED, "no databases": NOT_APPLIED,
+        **dict.fromkeys(("a link to where scripts are fetched", "a hard link to where they are fetched",
+                         "a pipe for a script", "a link for the database", "a folder", "a path", "the folder above"),
+                        NOT_UNPACKED)}
 # A member without a file's name is the end of an archive, or an error, for ClamAV 1.4. Later ones unpack what follows.
-SAID_LATER = SAID | {"a hard link behind a member without a name": NOT_UNPACKED, "the folder above": PATCHED}
+SAID_LATER = SAID | {"a hard link behind a member without a name": NOT_UNPACKED, "the folder above": UPDATED}
 
 
 @pytest.mark.parametrize("name", CONTAINERS)
@@ -31,7 +32,7 @@ def test_containers(world, name):
     outcome = world.run()
     assert outside(world) == before
     assert (outcome.status, outcome.stdout) == (
-        0, BANNER + said.get(name, PATCHED) + UNCHANGED + FRESHCLAM)
+        0, BANNER + said.get(name, UPDATED) + DEFINITIONS_CURRENT + FRESHCLAM_RUN)
     # The next run meets what this one has made of it.
     assert world.run().status == 0
     assert (outside(world), world.litter()) == (before, "")
@@ -45,7 +46,7 @@ def test_only_fetched_scripts_are_applied_and_all_are_kept(world):
     world.write(f"{DATA}/VestRUM.cud", repacked(world.container(1), *own))
     world.sigtool("case $1 in --unpack*) exec /usr/bin/sigtool $1 ;; esac; ls -A ${1#*=} >/srv/applied")
     outcome = world.run()
-    assert outcome.stdout == BANNER + PATCHED + UNCHANGED + FRESHCLAM
+    assert outcome.stdout == BANNER + UPDATED + DEFINITIONS_CURRENT + FRESHCLAM_RUN
     assert world.log("/srv/applied") == "VestRUM-2.script\nVestRUM-3.script\n"
     kept = world.shell(f"cd /srv; sigtool --unpack={DATA}/VestRUM.cud; grep -l passwd *.script; cmp VestRUM-2.script "
                        "vendor/site/VestRUM2/Scripted/VestRUM-2.script; ls *.script")
@@ -58,7 +59,7 @@ class Header(NamedTuple):
     said: str = NO_HEADER
 
 
-HEADERS = {"plain": Header("x", PATCHED), "command": Header("$(touch pwned)"), "old command": Header("`touch pwned`"),
+HEADERS = {"plain": Header("x", UPDATED), "command": Header("$(touch pwned)"), "old command": Header("`touch pwned`"),
            "quote": Header('"; touch pwned; "'), "backslash at the cut": Header("x" * 433 + "\\x")}
 
 
@@ -71,7 +72,7 @@ def test_headers_of_a_container_swapped_during_the_run(world, header):
     world.sigtool(f"case $1 in --unpack*) cp /srv/swapped.cud {DATA}/VestRUM.cud ;; esac")
     before = outside(world)
     outcome = world.run()
-    assert (outcome.status, outcome.stdout) == (0, BANNER + header.said + UNCHANGED + FRESHCLAM)
+    assert (outcome.status, outcome.stdout) == (0, BANNER + header.said + DEFINITIONS_CURRENT + FRESHCLAM_RUN)
     assert (outside(world), world.litter()) == (before, "")
 
 
@@ -118,7 +119,7 @@ def test_a_run_says_what_of_the_prefix_is_not_roots_alone(world, rights):
     # Provisioning mends what is in the prefix.
     ours = rights.named and rights.named.startswith(PREFIX)
     advice = "Run provision, as root." if ours else "Make root its owner, and the only one who can write to it."
-    assert outcome.stdout.startswith(WARNING) == rights.warned
+    assert outcome.stdout.startswith(SCANNER_WARNING) == rights.warned
     assert said == ([f"tarnwick: Others than root can change {rights.named}. {advice}"] if rights.named else [])
     if ours:
         world.shell("/repository/packaging/linux/provision")

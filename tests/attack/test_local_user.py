@@ -5,7 +5,7 @@ from typing import NamedTuple
 import pytest
 
 from testbed import BIN, TOOL
-from testbed.transcripts import BANNER, FRESHCLAM, INSTALLED, NEWER, SCRIPTS, SOUND
+from testbed.texts import BANNER, BY_SCRIPTS, DEFINITIONS_NEW, FRESHCLAM_RUN, FROM_1_TO_3
 
 THEIRS = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
 KEEP = "echo theirs >{0}/Vestrum.database; mkdir {0}/VestRUMdefs; echo theirs >{0}/VestRUMdefs/VestRUM-2.script"
@@ -50,7 +50,7 @@ def test_what_they_leave_lying_about_changes_nothing(world, trick):
     if not trick.usual:
         said = said.replace(said.split("/tmp/tarnwick-0")[1][:7], "", 1)
     assert (outcome.status, said, outcome.stderr) == (
-        1, BANNER + NEWER.format(local=1, available=3) + SCRIPTS + SOUND + INSTALLED + FRESHCLAM, "")
+        1, BANNER + FROM_1_TO_3 + BY_SCRIPTS + DEFINITIONS_NEW + FRESHCLAM_RUN, "")
     assert (world.shell(OUTSIDE), world.shell(LEFT), world.version()) == (*before, 3)
     assert world.shell("find /tmp -mindepth 1 ! -user 65534") == ""
     assert world.shell("cd /var/lib/tarnwick; stat -c '%F %U %a' . lock") == (

@@ -7,15 +7,12 @@ import pytest
 
 from testbed import BIN, DATA, IMPOSTOR, NAMESAKE, ORIGIN, PREFIX, TOOL, World, redirect
 from testbed.odd_servers import ENDLESS
-from testbed.transcripts import BANNER, FETCHED, FRESHCLAM, FULL, LOCAL, NEWER, SCRIPTS, UNCHANGED
+from testbed.texts import (
+    BANNER, CONTAINER_PATH, DEFINITIONS_CURRENT, FRESHCLAM_RUN, FROM_1_TO_3, FULL_CONTAINER, FULL_DOWNLOADED,
+    FULL_FETCHED, FULL_REJECTED, LOCAL_1, NEED_FULL, NEWER, SCRIPTED_PATH, SCRIPTS, SCRIPT_FAILED, UNKNOWN_VERSION,
+    VERSION_PATH)
 
-SCRIPTED, ODD = "GET /VestRUM2/Scripted/", "127.0.0.4"
-VERSION = SCRIPTED + "VestRUM-db-version.txt"
-OLD = NEWER.format(local=1, available=3)
-NO_SCRIPT = OLD + "Failed to download and verify VestRUM-2.script\nProcessing updates…\n" + FULL + FETCHED
-NO_VERSION = (LOCAL + "Failed to get available defs version number: ERROR\nAvailable version 0\n"
-              "VestRUM.cud file is up-to-date\n")
-WHOLE = "Downloading VestRUM.cud [100%]\n"
+ODD_SERVER = "127.0.0.4"
 
 
 def outside(world):
@@ -24,7 +21,7 @@ def outside(world):
 
 def swap_scripts(world):
     for name in ("VestRUM-2.script", "VestRUM-2.script.signature"):
-        world.servers.answer(SCRIPTED + name, world.published(name.replace("2", "3")))
+        world.servers.answer(f"GET {SCRIPTED_PATH}/{name}", world.published(name.replace("2", "3")))
 
 
 def no_container(world):
@@ -34,7 +31,7 @@ def no_container(world):
 def give_definitions_for_container(world):
     no_container(world)
     for end in ("", ".signature"):
-        world.servers.answer(f"{SCRIPTED}VestRUM.cud{end}", world.published(f"../Vestrum.database{end}"))
+        world.servers.answer(f"GET {CONTAINER_PATH}{end}", world.published(f"../Vestrum.database{end}"))
 
 
 def give_an_old_container(world):
@@ -43,13 +40,13 @@ def give_an_old_container(world):
     world.shell("cd /srv; openssl dgst -sha1 -binary old | openssl dgst -sha1 -sign vendor/private.pem | "
                 "base64 >old.signature")
     for end in ("", ".signature"):
-        world.servers.answer(f"{SCRIPTED}VestRUM.cud{end}", world.path(f"/srv/old{end}").read_bytes())
+        world.servers.answer(f"GET {CONTAINER_PATH}{end}", world.path(f"/srv/old{end}").read_bytes())
 
 
 def give_an_older_container(world):
     give_an_old_container(world)
     world.install(2)
-    world.servers.drop(SCRIPTED + "VestRUM-3.script")
+    world.servers.drop(f"GET {SCRIPTED_PATH}/VestRUM-3.script")
 
 
 class Answers(typing.NamedTuple):
@@ -60,20 +57,19 @@ class Answers(typing.NamedTuple):
 
 
 ANSWERS = {
-    "a genuine script under another's name": Answers(swap_scripts, OLD + SCRIPTS + FULL + FETCHED),
+    "a genuine script under another's name": Answers(swap_scripts, FROM_1_TO_3 + SCRIPTS + FULL_CONTAINER),
     "a genuine file that is no container": Answers(
-        give_definitions_for_container, FULL + WHOLE
-        + "VestRUM.cud DB integrity check failed. Deleting the newly downloaded file\n", 0),
+        give_definitions_for_container, NEED_FULL + FULL_DOWNLOADED + FULL_REJECTED, 0),
     # What signatures without a version cannot prevent.
     "a genuine container of long ago": Answers(
-        give_an_old_container, FULL + FETCHED.replace("version 3", "version 1"), 1),
+        give_an_old_container, FULL_CONTAINER.replace("version 3", "version 1"), 1),
     "a genuine container older than the installed one": Answers(
         give_an_older_container, NEWER.format(local=2, available=3)
-        + "Failed to download and verify VestRUM-3.script\nProcessing updates…\n" + FULL
-        + FETCHED.replace("version 3", "version 1"), 1, older=True),
+        + SCRIPT_FAILED.format(3) + NEED_FULL
+        + FULL_FETCHED.replace("version 3", "version 1"), 1, older=True),
     "control characters for a version": Answers(
-        lambda world: world.servers.answer(VERSION, "\x1b[2J\u009bx\x7f\b\0é\t:\v1\r\n"),
-        LOCAL + "version number ?[2J?x???é\t:?1\nAvailable version 1\nVestRUM.cud file is up-to-date\n", 1),
+        lambda world: world.servers.answer(f"GET {VERSION_PATH}", "\x1b[2J\u009bx\x7f\b\0é\t:\v1\r\n"),
+        LOCAL_1 + "version number ?[2J?x???é\t:?1\nAvailable version 1\nVestRUM.cud file is up-to-date\n", 1),
 }
 OLDER = ("tarnwick: The whole VestRUM.cud (version 1) is older than the installed one (version 2), which it "
          "replaces\n")
@@ -87,7 +83,7 @@ def test_what_a_mirror_answers(world, name):
     before = outside(world)
     outcome = world.run()
     assert (outcome.status, outcome.stdout, world.version()) == (
-        0, BANNER + answers.said + UNCHANGED + FRESHCLAM, answers.version)
+        0, BANNER + answers.said + DEFINITIONS_CURRENT + FRESHCLAM_RUN, answers.version)
     assert (OLDER in outcome.stderr, "older" in outcome.stderr) == (answers.older, answers.older)
     assert outside(world) == before and world.litter() == ""
 
@@ -95,13 +91,14 @@ def test_what_a_mirror_answers(world, name):
 @pytest.mark.parametrize("name", ENDLESS)
 def test_an_answer_without_end(world, name):
     """For a text and for a download. nginx would not pass such answers on."""
-    world.servers.place(origin=ODD)
-    server = world.odd_server("endless", ODD, name)
-    for request, said in ((SCRIPTED + "VestRUM-2.script", NO_SCRIPT), (VERSION, NO_VERSION)):
+    world.servers.place(origin=ODD_SERVER)
+    server = world.odd_server("endless", ODD_SERVER, name)
+    for path, said in ((f"{SCRIPTED_PATH}/VestRUM-2.script", FROM_1_TO_3 + SCRIPT_FAILED.format(2) + FULL_CONTAINER),
+                       (VERSION_PATH, LOCAL_1 + UNKNOWN_VERSION)):
         world.install(1)
-        world.servers.answer(request, **redirect(f"https://{ORIGIN}/"))
+        world.servers.answer(f"GET {path}", **redirect(f"https://{ORIGIN}/"))
         outcome = world.run()
-        assert (outcome.status, outcome.stdout) == (0, BANNER + said + UNCHANGED + FRESHCLAM)
+        assert (outcome.status, outcome.stdout) == (0, BANNER + said + DEFINITIONS_CURRENT + FRESHCLAM_RUN)
         assert int(server.read_until("\n")) < 20_000_000
 
 

@@ -5,11 +5,12 @@ from typing import NamedTuple
 import pytest
 
 from testbed import CONFIGURATION, DATA, MIRROR, PREFIX, STATE, TOOL, UPSTREAM
-from testbed.transcripts import (BANNER, CURRENT, FETCHED, FRESHCLAM, FULL, INSTALLED, LOCAL, NEWER, SCRIPTS, SOUND,
-                               UNCHANGED, WARNING)
+from testbed.texts import (
+    BANNER, BY_SCRIPTS, CONTAINER_CURRENT, DEFINITIONS_CURRENT, DEFINITIONS_NEW, DEFINITIONS_PATH, DOWNLOAD_FAILED,
+    FRESHCLAM_CALL, FRESHCLAM_RUN, FROM_1_TO_3, FULL_CONTAINER, FULL_DOWNLOADED, FULL_FAILED, FULL_REJECTED, LOCAL_1,
+    NEED_FULL, NOTHING_NEW, SCANNER_WARNING, SCRIPT_FAILED, UPSTREAM_PHASE, VERSION_PATH, WIPE)
 from testbed.world import SHUT_WORK_FOLDER
 
-DATABASE_DATE = "HEAD /VestRUM2/Vestrum.database"
 SAVED = "Downloading {} [100%]\n"
 
 
@@ -25,21 +26,22 @@ VERSION_TEXTS = [
     VersionText(b"no number", 0, "no number"),
     VersionText(b"%s%n{}:1", 1, "%s%n{}:1"),
     VersionText(b"\xff:3", 0, None),
-    VersionText(b" \r\n a:  3rd \n", 3, "a:  3rd", WORK + SCRIPTS + SOUND),
+    VersionText(b" \r\n a:  3rd \n", 3, "a:  3rd", WORK + BY_SCRIPTS),
     VersionText(b"a:99999999999999999999", 2**63 - 1, "a:99999999999999999999", WORK
                 + "Downloading VestRUM-2.script [  0%]\nDownloading VestRUM-3.script [  0%]\n"
-                "Failed to download and verify VestRUM-4.script\nProcessing updates…\n" + FULL + FETCHED),
+                + SCRIPT_FAILED.format(4) + FULL_CONTAINER),
 ]
 
 
 @pytest.mark.parametrize("text", VERSION_TEXTS, ids=lambda text: repr(text.body))
 def test_version_texts(world, text):
     world.install(1)
-    world.servers.answer("GET /VestRUM2/Scripted/VestRUM-db-version.txt", text.body)
+    world.servers.answer(f"GET {VERSION_PATH}", text.body)
     outcome = world.run()
     printed = "" if text.printed is None else f"version number {text.printed}\n"
     assert (outcome.status, outcome.stdout) == (
-        0, BANNER + LOCAL + f"{printed}Available version {text.version}\n{text.follows}" + UNCHANGED + FRESHCLAM)
+        0, BANNER + LOCAL_1 + f"{printed}Available version {text.version}\n{text.follows}" + DEFINITIONS_CURRENT
+        + FRESHCLAM_RUN)
 
 
 STATE_FILES = {
@@ -54,15 +56,15 @@ STATE_FILES = {
 def test_a_state_that_cannot_be_read_holds_nothing(world, name):
     world.write(STATE, STATE_FILES[name])
     outcome = world.run()
-    assert (outcome.status, outcome.stdout) == (1, BANNER + CURRENT + INSTALLED + FRESHCLAM)
+    assert (outcome.status, outcome.stdout) == (1, BANNER + CONTAINER_CURRENT + DEFINITIONS_NEW + FRESHCLAM_RUN)
     assert world.state() == {"database-Last-Modified": world.modified("Vestrum.database")}
 
 
 @pytest.mark.parametrize("modified, remembered", [("a\tb <&> é ]]>", True), ("Sun, \x01 Nov", False)])
 def test_dates_come_back_as_they_were_sent(world, modified, remembered):
-    world.servers.answer(DATABASE_DATE, headers=[f"Last-Modified: {modified}"], length=108)
-    for said in (INSTALLED, UNCHANGED if remembered else INSTALLED):
-        assert world.run(env={"LANG": "abcdefghijkl"}).stdout == BANNER + CURRENT + said + FRESHCLAM
+    world.servers.answer(f"HEAD {DEFINITIONS_PATH}", headers=[f"Last-Modified: {modified}"], length=108)
+    for said in (DEFINITIONS_NEW, DEFINITIONS_CURRENT if remembered else DEFINITIONS_NEW):
+        assert world.run(env={"LANG": "abcdefghijkl"}).stdout == BANNER + CONTAINER_CURRENT + said + FRESHCLAM_RUN
         assert world.state() == ({"database-Last-Modified": modified} if remembered else {})
 
 
@@ -79,20 +81,19 @@ def test_operating_system_versions(world, content, version):
         f"Tarnwick/2.19.4 (Macintosh; Intel Mac OS X {version})"}
 
 
-ORDINARY = BANNER + CURRENT + UNCHANGED + FRESHCLAM
 OFFICIAL = ("main.cvd", "daily.cvd", "bytecode.cvd")
 NOTHING_INSTALLED = (
-    WARNING + BANNER + FULL + SAVED.format("VestRUM.cud") + "VestRUM.cud DB integrity check failed. Deleting the newly "
-    "downloaded file\n" + INSTALLED + "File (/tmp/tarnwick-0/Vestrum.database) couldn't be moved for some reason\n"
-    "\nChecking ClamAV definitions\n" + "".join(f"Downloaded {name} from {MIRROR}\n" for name in OFFICIAL))
+    SCANNER_WARNING + BANNER + NEED_FULL + FULL_DOWNLOADED + FULL_REJECTED + DEFINITIONS_NEW
+    + "File (/tmp/tarnwick-0/Vestrum.database) couldn't be moved for some reason\n" + UPSTREAM_PHASE
+    + "".join(f"Downloaded {name} from {MIRROR}\n" for name in OFFICIAL))
 
 
-LOGGED = ORDINARY.removesuffix("freshclam --no-warnings\n")
+LOGGED = NOTHING_NEW.removesuffix(FRESHCLAM_CALL)
 ON_MIRROR = "for f in main daily bytecode; do echo ClamAV-VDB:x >/srv/vendor/mirror/$f.cvd; done"
 
 
 class BadMachine(NamedTuple):
-    said: str = ORDINARY
+    said: str = NOTHING_NEW
     status: int = 0
     spoil: str = "true"
     command: str = f"exec {TOOL}"  # by bash
@@ -105,23 +106,24 @@ MACHINES = {
     "no prefix": BadMachine(NOTHING_INSTALLED, 127, f"umount {PREFIX} 2>/dev/null || rm -rf {PREFIX}",
                             configured=False),
     "no clamav user": BadMachine(spoil="sed -i /^clamav:/d /etc/passwd /etc/group"),
-    "state that is a folder": BadMachine(BANNER + CURRENT + INSTALLED + FRESHCLAM, 1, f"rm {STATE}; mkdir {STATE}"),
+    "state that is a folder": BadMachine(
+        BANNER + CONTAINER_CURRENT + DEFINITIONS_NEW + FRESHCLAM_RUN, 1, f"rm {STATE}; mkdir {STATE}"),
     "state that cannot be written": BadMachine(
-        BANNER + CURRENT + INSTALLED + FRESHCLAM, 1, "mount -t tmpfs -o ro state /var/lib/tarnwick",
+        BANNER + CONTAINER_CURRENT + DEFINITIONS_NEW + FRESHCLAM_RUN, 1, "mount -t tmpfs -o ro state /var/lib/tarnwick",
         noted=f"Cannot remember what is installed, and may fetch it again: {STATE}: Read-only file system"),
-    "state folder open to others": BadMachine(ORDINARY + "700\n", spoil="chmod 755 /var/lib/tarnwick",
+    "state folder open to others": BadMachine(NOTHING_NEW + "700\n", spoil="chmod 755 /var/lib/tarnwick",
                                               command=f"{TOOL}; stat -c %a /var/lib/tarnwick"),
     "temporary folder open to others": BadMachine(
-        BANNER + NEWER.format(local=1, available=3).replace("tarnwick-0/", "SPARE/") + SCRIPTS + SOUND + UNCHANGED
-        + FRESHCLAM, spoil=f"mkdir -m 755 /tmp/tarnwick-0; cp /srv/vendor/containers/1.cud {DATA}/VestRUM.cud",
+        BANNER + FROM_1_TO_3.replace("tarnwick-0/", "SPARE/") + BY_SCRIPTS + DEFINITIONS_CURRENT
+        + FRESHCLAM_RUN, spoil=f"mkdir -m 755 /tmp/tarnwick-0; cp /srv/vendor/containers/1.cud {DATA}/VestRUM.cud",
         command=f"{TOOL} | sed s/tarnwick-0-....../SPARE/; rmdir /tmp/tarnwick-0"),
     "staged files in another data directory": BadMachine(
-        ORDINARY.replace("clam -", "clam --datadir=/data -") + "bytecode.cvd\ndaily.cvd\nkept\nmain.cvd\n",
+        NOTHING_NEW.replace("clam -", "clam --datadir=/data -") + "bytecode.cvd\ndaily.cvd\nkept\nmain.cvd\n",
         spoil=f"cp -r {DATA} /data; touch /data/.tarnwick-staged.abcdef /data/kept",
         command=f"{TOOL} --datadir=/data; ls -A /data | grep -v V"),
     "no log folder": BadMachine(
         "tarnwick: The log /none/a.log is not written: No such file or directory\n"
-        + ORDINARY.replace("clam -", "clam --log=/none/a.log -"), command=f"exec {TOOL} --log=/none/a.log 2>&1"),
+        + NOTHING_NEW.replace("clam -", "clam --log=/none/a.log -"), command=f"exec {TOOL} --log=/none/a.log 2>&1"),
     "log behind a dangling link": BadMachine(
         "666\n", spoil="ln -s ../srv/new.log /srv/a.log", command=f"umask 077; exec {TOOL} --quiet --log=/srv/a.log",
         freshclam="stat -c %a /srv/new.log"),
@@ -130,15 +132,15 @@ MACHINES = {
         spoil=f"ln -s /proc/self/fd/1 /srv/log; {ON_MIRROR}",
         command=f"{TOOL} --remove-old-first --quiet --log=/srv/log >/srv/out; tail -n 1 /srv/out; stat -c %F /srv/log"),
     "log that is a pipe with a reader": BadMachine(
-        "remove old DB files and freshclam log\n" + "".join(map(SAVED.format, OFFICIAL))
+        WIPE + "".join(map(SAVED.format, OFFICIAL))
         + f"no defs version number available on {MIRROR}\n",
         spoil=f"mkfifo /srv/log; {ON_MIRROR}", freshclam="exit 52",
         command="cat /srv/log >/srv/read & until grep -q ^257 /proc/$!/syscall; do :; done; "
         f"{TOOL} --remove-old-first --quiet --log=/srv/log; wait $!; tail -n 1 /srv/read"),
-    "log to a pipe": BadMachine(ORDINARY.replace("clam -", "clam --quiet --log=/dev/stdout -"),
+    "log to a pipe": BadMachine(NOTHING_NEW.replace("clam -", "clam --quiet --log=/dev/stdout -"),
                                 command=f"{TOOL} --quiet --log=/dev/stdout | cat"),
     "log that is a pipe": BadMachine(
-        "remove old DB files and freshclam log\n" + "".join(map(SAVED.format, OFFICIAL))
+        WIPE + "".join(map(SAVED.format, OFFICIAL))
         + "freshclam --quiet --log=/srv/log --no-warnings\nfifo\n",
         spoil=f"mkfifo /srv/log; {ON_MIRROR}",
         command=f"{TOOL} --remove-old-first --quiet --log=/srv/log; stat -c %F /srv/log"),
@@ -147,7 +149,7 @@ MACHINES = {
         "cat /srv/log /var/lib/tarnwick/lock"),
     "full output": BadMachine("", command=f"exec {TOOL} >/dev/full"),
     "no room in any file": BadMachine(
-        ORDINARY.replace("freshclam -", f"Downloaded main.cvd from {MIRROR}\nfreshclam -"),
+        NOTHING_NEW.replace("freshclam -", f"Downloaded main.cvd from {MIRROR}\nfreshclam -"),
         spoil=f"rm {DATA}/main.cvd; head -c 9999 /dev/zero >/srv/vendor/mirror/main.cvd",
         command=f"ulimit -f 4; exec {TOOL}"),
     "broken output": BadMachine("", command=f"exec 3> >(exec true); wait $!; exec {TOOL} >&3", freshclam="exit 0"),
@@ -188,10 +190,10 @@ def test_a_temporary_folder_that_cannot_be_made(world, folder, spoil):
     world.install(1)
     world.shell(spoil)
     outcome = world.run(env={"TMPDIR": folder})
-    said = NEWER.format(local=1, available=3).replace("/tmp/", f"{folder}/") + "Couldn't create temp dir\n" + FULL
+    said = FROM_1_TO_3.replace("/tmp/", f"{folder}/") + "Couldn't create temp dir\n" + NEED_FULL
     assert (outcome.stdout, outcome.stderr) == (
-        BANNER + said + "Failed to download and/or verify VestRUM.cud\n" + UNCHANGED + FRESHCLAM,
-        "tarnwick: Download failed! ERROR\n")
+        BANNER + said + FULL_FAILED + DEFINITIONS_CURRENT + FRESHCLAM_RUN,
+        DOWNLOAD_FAILED)
     assert not world.path("/srv/VestRUMdefs").exists()
 
 
@@ -212,8 +214,8 @@ install -d -o clamav theirs; mount -t tmpfs -o ro full full""")
     outcome = world.run(env={"TMPDIR": folder})
     used = folder if reason is None else "/tmp"
     assert (outcome.stdout, outcome.stderr) == (
-        BANNER + NEWER.format(local=1, available=3).replace("/tmp/", f"{used}/") + SCRIPTS + SOUND + UNCHANGED
-        + FRESHCLAM, f"tarnwick: TMPDIR is not used: {reason}. Temporary files go to /tmp/tarnwick-0.\n"
+        BANNER + FROM_1_TO_3.replace("/tmp/", f"{used}/") + BY_SCRIPTS + DEFINITIONS_CURRENT
+        + FRESHCLAM_RUN, f"tarnwick: TMPDIR is not used: {reason}. Temporary files go to /tmp/tarnwick-0.\n"
         if reason else "")
     assert world.shell("find /srv /tmp -name 'tarnwick-0*'") == ""
 
@@ -231,7 +233,7 @@ def test_a_disk_with_room_for_one(world):
     world.publish_definitions(bytes(5 * MEBIBYTE // 2))
     outcome = world.run("--datadir=/data")
     assert outcome.stdout == (
-        BANNER + CURRENT + INSTALLED.replace(" 108 ", f" {5 * MEBIBYTE // 2} ") + FRESHCLAM.replace(
+        BANNER + CONTAINER_CURRENT + DEFINITIONS_NEW.replace(" 108 ", f" {5 * MEBIBYTE // 2} ") + FRESHCLAM_RUN.replace(
             "\nfreshclam ",
             f"\n{SAVED.format('main.cvd')}Downloaded main.cvd from {MIRROR}\nfreshclam --datadir=/data "))
     assert world.shell("cd /data; stat -c '%s %n' *.cvd Vestrum.database") == (
@@ -271,7 +273,7 @@ def test_network_that_comes_up_in_the_second_pause(world):
     job.read_until(AGAIN + AGAIN)
     world.shell("ip route add default via 192.0.2.1")
     outcome = world.finish(job)
-    assert (outcome.status, outcome.stdout) == (0, ORDINARY)
+    assert (outcome.status, outcome.stdout) == (0, NOTHING_NEW)
 
 
 NEVER = "".join(f"Vestrum.{kind} updated never\n" for kind in ("fp", "hdb", "ign2", "ndb", "ldb", "database"))

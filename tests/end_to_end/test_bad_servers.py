@@ -6,40 +6,35 @@ from typing import NamedTuple
 import pytest
 
 from testbed import BAD_SERVERS, CONTENT, DATA, HERE, LINKS, MACINTOSH, MIRROR, NOBODY, SILENCE, redirect
-from testbed.transcripts import BANNER, CURRENT, FETCHED, FRESHCLAM, FULL, LOCAL, SCRIPTS, SOUND, UNCHANGED
+from testbed.texts import (
+    BANNER, BY_SCRIPTS, CONTAINER_CURRENT, CONTAINER_PATH, DEFINITIONS_ABSENT, DEFINITIONS_CURRENT,
+    DEFINITIONS_DOWNLOADED, DEFINITIONS_INVALID, DEFINITIONS_PATH, DEFINITIONS_UNREACHABLE, DOWNLOAD_FAILED,
+    FRESHCLAM_RUN, FULL_CONTAINER, FULL_DOWNLOADED, FULL_FAILED, LOCAL_1, NEED_FULL, SCRIPTED_PATH, SIGNATURE_FAILED,
+    UNKNOWN_VERSION, VERSION_PATH, server_answered)
 
-VERSION = "GET /VestRUM2/Scripted/VestRUM-db-version.txt"
-CONTAINER = "GET /VestRUM2/Scripted/VestRUM.cud"
-DATABASE, DATABASE_DATE = "GET /VestRUM2/Vestrum.database", "HEAD /VestRUM2/Vestrum.database"
-INVALID = "Vestrum.database definitions file is not valid. Delete it.\n"
-UNREACHABLE = "Error occurred downloading Vestrum.database\n"
-UNKNOWN_VERSION = ("Failed to get available defs version number: ERROR\nAvailable version 0\n"
-                   "VestRUM.cud file is up-to-date\n")
-
-
-def answered(status, host, path):
-    return f"tarnwick: The server answered {status} for https://{host}{path}\n"
+GET_VERSION, GET_CONTAINER = f"GET {VERSION_PATH}", f"GET {CONTAINER_PATH}"
+GET_DEFINITIONS, HEAD_DEFINITIONS = f"GET {DEFINITIONS_PATH}", f"HEAD {DEFINITIONS_PATH}"
 
 
 @pytest.mark.parametrize("server", BAD_SERVERS.values(), ids=BAD_SERVERS)
 def test_nothing_of_a_bad_server_is_installed(new_world, server):
     new_world.freshclam(0)
-    new_world.servers.turn_bad(server, CONTAINER, DATABASE)
+    new_world.servers.turn_bad(server, GET_CONTAINER, GET_DEFINITIONS)
     # Only silence is waited for; whatever else is asked for must come in time.
     outcome = new_world.run(rate=12 if (server.answer or {}).get("hold") else None)
-    container, database = FULL + "Failed to download and/or verify VestRUM.cud\n", INVALID
-    errors = "tarnwick: Download failed! ERROR\n" * 2
+    container, database = NEED_FULL + FULL_FAILED, DEFINITIONS_INVALID
+    errors = DOWNLOAD_FAILED * 2
     if server.address != HERE:
-        database, errors = UNREACHABLE, "tarnwick: Download failed! ERROR\ntarnwick: Request failed! ERROR\n"
+        database, errors = DEFINITIONS_UNREACHABLE, DOWNLOAD_FAILED + "tarnwick: Request failed! ERROR\n"
     if server.saved:
-        container = container.replace("\n\n", "\n\nDownloading VestRUM.cud [100%]\n")
-        database = "Downloading Vestrum.database [100%]\n" + INVALID
+        container = NEED_FULL + FULL_DOWNLOADED + FULL_FAILED
+        database = DEFINITIONS_DOWNLOADED + DEFINITIONS_INVALID
         container_status, database_status = (
-            answered(server.saved, host, path[4:]) if server.saved != 200 else ""
-            for host, path in ((LINKS, CONTAINER), (CONTENT, DATABASE)))
-        errors = container_status + "tarnwick: Download failed sig check\n" + database_status
+            server_answered(server.saved, host, path) if server.saved != 200 else ""
+            for host, path in ((LINKS, CONTAINER_PATH), (CONTENT, DEFINITIONS_PATH)))
+        errors = container_status + SIGNATURE_FAILED + database_status
     assert (outcome.status, outcome.stdout, outcome.stderr, new_world.state()) == (
-        0, BANNER + container + database + FRESHCLAM, errors, {})
+        0, BANNER + container + database + FRESHCLAM_RUN, errors, {})
     assert (new_world.litter(), new_world.shell(f"ls {DATA}")) == ("", "bytecode.cvd\ndaily.cvd\nmain.cvd\n")
 
 
@@ -51,16 +46,17 @@ class Silence(NamedTuple):
 
 
 @pytest.mark.parametrize("silence", [
-    Silence(VERSION, 15, LOCAL + UNKNOWN_VERSION + UNCHANGED, borne="version number 3\n"),
-    Silence(DATABASE_DATE, 15, UNREACHABLE),
-    Silence(DATABASE, 60, INVALID, borne="Downloading Vestrum.database [100%]\n")], ids=lambda silence: silence.request)
+    Silence(GET_VERSION, 15, LOCAL_1 + UNKNOWN_VERSION + DEFINITIONS_CURRENT, borne="version number 3\n"),
+    Silence(HEAD_DEFINITIONS, 15, DEFINITIONS_UNREACHABLE),
+    Silence(GET_DEFINITIONS, 60, DEFINITIONS_INVALID, borne=DEFINITIONS_DOWNLOADED)],
+    ids=lambda silence: silence.request)
 def test_silence_is_borne_up_to_the_limit(world, silence):
     rate = 3 * silence.limit // 15  # so that what a busy machine adds stays small beside the limit
     in_time = {"body": "3", "pause": 0.8 * silence.limit / rate}
-    for answer, said in ((in_time, silence.borne), (SILENCE, silence.given_up + FRESHCLAM)):
+    for answer, said in ((in_time, silence.borne), (SILENCE, silence.given_up + FRESHCLAM_RUN)):
         world.freshclam(0)
-        world.install(1 if silence.request == VERSION else 3)
-        if silence.request == DATABASE:
+        world.install(1 if silence.request == GET_VERSION else 3)
+        if silence.request == GET_DEFINITIONS:
             world.remember({})
         world.servers.answer(silence.request, **answer)
         assert said in world.run(rate=rate).stdout
@@ -75,13 +71,13 @@ def test_whatever_arrives_is_life(world):
     assert "version number 3\n" in world.run(rate=8).stdout
 
 
-@pytest.mark.parametrize("name, said", [("VestRUM-2.script", SCRIPTS + SOUND), ("VestRUM.cud", FULL + FETCHED)])
+@pytest.mark.parametrize("name, said", [("VestRUM-2.script", BY_SCRIPTS), ("VestRUM.cud", FULL_CONTAINER)])
 def test_a_download_may_take_longer_than_its_links_live(world, name, said):
     world.hurry(20)
     world.install(1)
     if name == "VestRUM.cud":
         world.shell(f"rm {DATA}/VestRUM.cud")
-    world.servers.answer(f"GET /VestRUM2/Scripted/{name}", world.published(name), pause=0.5)
+    world.servers.answer(f"GET {SCRIPTED_PATH}/{name}", world.published(name), pause=0.5)
     outcome = world.run(rate=20)
     assert said in outcome.stdout and (outcome.stderr, world.version()) == ("", 3)
 
@@ -90,10 +86,10 @@ def test_a_text_has_ten_minutes_and_a_file_has_not(new_world):
     new_world.freshclam(0)
     for end in ("", ".signature"):
         body = new_world.published("VestRUM.cud" + end)
-        new_world.servers.answer(CONTAINER + end, body, pause=0.2, pieces=32)  # 640 seconds by the tool's clock
+        new_world.servers.answer(GET_CONTAINER + end, body, pause=0.2, pieces=32)  # 640 seconds by the tool's clock
     raw = new_world.launch(rate=100).end()
     assert "\rDownloading VestRUM.cud [100%]\nFailed to download and/or verify VestRUM.cud\n" in raw.stdout
-    assert (f"Error - The answer takes longer than allowed https://{LINKS}{CONTAINER[4:]}.signature\n"
+    assert (f"Error - The answer takes longer than allowed https://{LINKS}{CONTAINER_PATH}.signature\n"
             in raw.stderr)
 
 
@@ -101,7 +97,7 @@ def test_the_users_proxy_is_asked(world):
     world.install(1)
     outcome = world.run(env={"https_proxy": f"http://{NOBODY}:3128"})
     assert (outcome.status, outcome.stdout, world.servers.requests()) == (
-        0, BANNER + LOCAL + UNKNOWN_VERSION + UNREACHABLE + FRESHCLAM, [])
+        0, BANNER + LOCAL_1 + UNKNOWN_VERSION + DEFINITIONS_UNREACHABLE + FRESHCLAM_RUN, [])
 
 
 def test_a_slow_transfer_is_waited_for_and_a_redirect_followed(new_world):
@@ -109,7 +105,7 @@ def test_a_slow_transfer_is_waited_for_and_a_redirect_followed(new_world):
     new_world.freshclam(0)
     # Eighty seconds by the tool's clock, never ten without a byte.
     new_world.servers.answer("GET /slow", body, pause=0.5)
-    new_world.servers.answer(CONTAINER, **redirect(f"https://{MIRROR}/slow"))
+    new_world.servers.answer(GET_CONTAINER, **redirect(f"https://{MIRROR}/slow"))
     raw = new_world.launch(rate=20).end()
     assert (raw.status, new_world.version()) == (1, 3)
     shown = [int(percent) for percent in re.findall(r"Downloading VestRUM\.cud \[ *(\d+)%\]\r", raw.stdout)]
@@ -121,8 +117,8 @@ def test_a_slow_transfer_is_waited_for_and_a_redirect_followed(new_world):
 def test_user_agents_end_in_a_blank(world):
     """Which nginx would not show; and a HEAD request stays one when it is sent elsewhere."""
     server = world.odd_server("raw")
-    world.servers.answer(DATABASE_DATE, **redirect(f"http://{MIRROR}/there"))
-    assert CURRENT + "Nothing to download for Vestrum.database\n" in world.run().stdout
+    world.servers.answer(HEAD_DEFINITIONS, **redirect(f"http://{MIRROR}/there"))
+    assert CONTAINER_CURRENT + DEFINITIONS_ABSENT in world.run().stdout
     request = server.end().stdout.split("\r\n")
     assert request[0] == "HEAD /there HTTP/1.1"
     assert f"User-Agent: Tarnwick/2.19.4 {MACINTOSH} " in request

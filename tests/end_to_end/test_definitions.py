@@ -8,29 +8,25 @@ import pytest
 
 from testbed import BIN, CONTENT, DATA, TOOL, definitions_text
 from testbed.machine import seen_inside
-from testbed.transcripts import BANNER, CURRENT, FRESHCLAM, INSTALLED, UNCHANGED
+from testbed.texts import (
+    BANNER, CONTAINER_CURRENT, DEFINITIONS_ABSENT, DEFINITIONS_CURRENT, DEFINITIONS_DOWNLOADED, DEFINITIONS_INVALID,
+    DEFINITIONS_NEW, DEFINITIONS_PATH, DEFINITIONS_UNREACHABLE, DOWNLOAD_FAILED, FRESHCLAM_RUN, NOTHING_NEW,
+    PUBLIC_TREE, server_answered)
 from testbed.world import EXECUTABLE, SHUT_WORK_FOLDER
 
-SITE = "/srv/vendor/site"
-DATABASE = "/VestRUM2/Vestrum.database"
-FAILED = "tarnwick: Download failed! ERROR\n"
-
-
-FETCHED_DATABASE = "Downloading Vestrum.database [100%]\n"
-INVALID = "Vestrum.database definitions file is not valid. Delete it.\n"
-UNREACHABLE = "Error occurred downloading Vestrum.database\n"
+PUBLISHED = f"{PUBLIC_TREE}{DEFINITIONS_PATH}"
 
 
 def answered(status, end=""):
-    return f"tarnwick: The server answered {status} for https://{CONTENT}{DATABASE}{end}\n"
+    return server_answered(status, CONTENT, DEFINITIONS_PATH + end)
 
 
 def dated(date):
-    return {f"HEAD {DATABASE}": {"headers": [f"Last-Modified: {date}"]}}
+    return {f"HEAD {DEFINITIONS_PATH}": {"headers": [f"Last-Modified: {date}"]}}
 
 
 class Definitions(NamedTuple):
-    said: str = INSTALLED
+    said: str = DEFINITIONS_NEW
     stored: bool | None = True  # whether the new date is remembered, or the old one; None, if no date is
     left: int | None = 1  # which text is installed in the end
     errors: str = ""
@@ -40,39 +36,41 @@ class Definitions(NamedTuple):
 
 
 DEFINITIONS = {
-    "busy": Definitions(UNREACHABLE, False, errors=answered(503), answers={
-        f"HEAD {DATABASE}": {"status": "503 Later"}}),
-    "no answer": Definitions(UNREACHABLE, False, errors="tarnwick: Request failed! ERROR\n",
-                             spoil=lambda world: world.servers.drop(f"HEAD {DATABASE}")),
-    "without a date": Definitions(stored=None, errors=f"tarnwick: https://{CONTENT}{DATABASE} has no Last-Modified, "
-                                  "so that every run installs it\n", answers={f"HEAD {DATABASE}": {}}),
+    "busy": Definitions(DEFINITIONS_UNREACHABLE, False, errors=answered(503), answers={
+        f"HEAD {DEFINITIONS_PATH}": {"status": "503 Later"}}),
+    "no answer": Definitions(DEFINITIONS_UNREACHABLE, False, errors="tarnwick: Request failed! ERROR\n",
+                             spoil=lambda world: world.servers.drop(f"HEAD {DEFINITIONS_PATH}")),
+    "without a date": Definitions(stored=None, errors=f"tarnwick: https://{CONTENT}{DEFINITIONS_PATH} has no "
+                                  "Last-Modified, so that every run installs it\n",
+                                  answers={f"HEAD {DEFINITIONS_PATH}": {}}),
     "a date that is too long": Definitions(stored=None, answers=dated("x" * 70_000)),
     "a date that grows too long": Definitions(stored=None, answers=dated("&" * 14_000)),
-    "not there": Definitions("Nothing to download for Vestrum.database\n", False, spoil=f"rm -r {SITE}{DATABASE}"),
-    "same": Definitions(UNCHANGED),
+    "not there": Definitions(DEFINITIONS_ABSENT, False, spoil=f"rm -r {PUBLISHED}"),
+    "same": Definitions(DEFINITIONS_CURRENT),
     "same but lost": Definitions(spoil=f"rm {DATA}/Vestrum.database"),
     "half a pair": Definitions(spoil=f"rm {DATA}/Vestrum.database.signature"),
     "new": Definitions(left=2, published=definitions_text(2)),
     "new, scanner content with nothing": Definitions(left=2, published=definitions_text(2),
                                                      spoil=f"ln -sf /bin/false {BIN}/clamscan"),
-    "unsigned": Definitions(FETCHED_DATABASE + INVALID, False, published=definitions_text(2),
-                            answers={f"GET {DATABASE}.signature": {"body": "bm9wZQ=="}}),
+    "unsigned": Definitions(DEFINITIONS_DOWNLOADED + DEFINITIONS_INVALID, False, published=definitions_text(2),
+                            answers={f"GET {DEFINITIONS_PATH}.signature": {"body": "bm9wZQ=="}}),
     "answered with pages": Definitions(
-        FETCHED_DATABASE + INVALID, False, errors=answered(500) + answered(404, ".signature"),
-        published=definitions_text(2), spoil=f"rm {SITE}{DATABASE}.signature",
-        answers={f"GET {DATABASE}": {"status": "500 Sorry"}}),
-    "signature empty": Definitions(FETCHED_DATABASE + INVALID, False, published=definitions_text(2),
-                                   answers={f"GET {DATABASE}.signature": {}}),
-    "empty and not signed": Definitions(FETCHED_DATABASE + INVALID, False, published=definitions_text(2),
-                                        answers={f"GET {DATABASE}": {}}),
+        DEFINITIONS_DOWNLOADED + DEFINITIONS_INVALID, False, errors=answered(500) + answered(404, ".signature"),
+        published=definitions_text(2), spoil=f"rm {PUBLISHED}.signature",
+        answers={f"GET {DEFINITIONS_PATH}": {"status": "500 Sorry"}}),
+    "signature empty": Definitions(DEFINITIONS_DOWNLOADED + DEFINITIONS_INVALID, False, published=definitions_text(2),
+                                   answers={f"GET {DEFINITIONS_PATH}.signature": {}}),
+    "empty and not signed": Definitions(DEFINITIONS_DOWNLOADED + DEFINITIONS_INVALID, False,
+                                        published=definitions_text(2), answers={f"GET {DEFINITIONS_PATH}": {}}),
     "withdrawn": Definitions(
-        FETCHED_DATABASE + "Vestrum.database is valid and has file size: 0 bytes\nDownloaded file is deliberately "
-        "empty, delete Vestrum.database from defs db directory.\n", left=None, published=""),
+        DEFINITIONS_DOWNLOADED + "Vestrum.database is valid and has file size: 0 bytes\n"
+        "Downloaded file is deliberately empty, delete Vestrum.database from defs db directory.\n",
+        left=None, published=""),
     "signature that cannot be written": Definitions(
         stored=None, left=2, published=definitions_text(2),
         errors=f"tarnwick: Cannot write {DATA}/Vestrum.database.signature: Device or resource busy\n",
         spoil=f"cd {DATA}; mount --bind Vestrum.database.signature Vestrum.database.signature"),
-    "no room": Definitions(INVALID, False, 1, FAILED, definitions_text(2), SHUT_WORK_FOLDER),
+    "no room": Definitions(DEFINITIONS_INVALID, False, 1, DOWNLOAD_FAILED, definitions_text(2), SHUT_WORK_FOLDER),
 }
 
 
@@ -91,9 +89,9 @@ def test_what_becomes_of_definitions(world, row):
     if row.stored:
         after = {"database-Last-Modified": world.modified("Vestrum.database")}
     outcome = world.run()
-    assert outcome.stdout == BANNER + CURRENT + row.said + FRESHCLAM
+    assert outcome.stdout == BANNER + CONTAINER_CURRENT + row.said + FRESHCLAM_RUN
     assert (outcome.status, outcome.stderr, world.state()) == (
-        int(row.stored is not False and row.said != UNCHANGED), row.errors, after)
+        int(row.stored is not False and row.said != DEFINITIONS_CURRENT), row.errors, after)
     assert text_of(world, "Vestrum.database") == (row.left and definitions_text(row.left))
 
 
@@ -110,7 +108,7 @@ def test_withdrawn_file_is_not_asked_for_again(world):
     world.publish_definitions("")
     assert world.run().status == 1
     again = world.run()
-    assert (again.status, again.stdout) == (0, BANNER + CURRENT + UNCHANGED + FRESHCLAM)
+    assert (again.status, again.stdout) == (0, NOTHING_NEW)
     assert world.shell(f"cd {DATA} && ls -d V*") == "VestRUM.cud\n"
 
 
@@ -157,9 +155,10 @@ def test_what_becomes_of_a_zipped_item(two_items, row):
     world.publish_item(f"{SECOND}.zip", row.published)
     world.shell(row.spoil)
     outcome = world.run()
-    assert (outcome.status, outcome.stdout) == (int(row.said != SPOILT), BANNER + CURRENT + UNCHANGED + (
+    assert (outcome.status, outcome.stdout) == (
+        int(row.said != SPOILT), BANNER + CONTAINER_CURRENT + DEFINITIONS_CURRENT +
         f"Downloading {SECOND} [100%]\n{SECOND}.zip is valid and has file size: {len(row.published)} bytes\n{row.said}"
-        ) + FRESHCLAM)
+        + FRESHCLAM_RUN)
     if row.said != SPOILT:
         remembered["second.ndb-Last-Modified"] = world.modified(f"{SECOND}.zip")
     assert world.state() == remembered
@@ -176,9 +175,9 @@ def test_a_second_item_is_remembered_reported_and_wiped(two_items):
     second = world.run()
     assert world.litter() == ""
     assert (second.status, second.stdout) == (
-        0, BANNER + CURRENT + UNCHANGED + f"{SECOND} is already up to date.\n" + FRESHCLAM)
+        0, BANNER + CONTAINER_CURRENT + DEFINITIONS_CURRENT + f"{SECOND} is already up to date.\n" + FRESHCLAM_RUN)
     assert [request.method for request in world.servers.requests() if request.path.endswith(".zip")] == ["HEAD"]
     assert f"\n{SECOND} updated 20" in world.run("--version").stdout
-    world.shell(f"rm {SITE}/VestRUM2/{SECOND}.zip*")
+    world.shell(f"rm {PUBLIC_TREE}/VestRUM2/{SECOND}.zip*")
     assert f"Nothing to download for {SECOND}.zip\n" in world.run("--remove-old-first").stdout
     assert text_of(world, SECOND) is None

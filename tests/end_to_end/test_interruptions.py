@@ -16,13 +16,13 @@ import pytest
 from testbed import BIN, CONFIGURATION, DATA, MIRROR, PREFIX, STATE, as_the_service, definitions_text
 from testbed.machine import Outcome
 from testbed.phases import HOLD, PHASES, fall_behind, moments, quick, updating
-from testbed.transcripts import BANNER, CURRENT, FRESHCLAM, INSTALLED, NEWER, SCRIPTS, SOUND, UNCHANGED
+from testbed.texts import BANNER, BY_SCRIPTS, DEFINITIONS_NEW, FROM_1_TO_3, NOTHING_NEW, SCRIPTED_PATH, UPSTREAM_PHASE
 from testbed.world import clean
 
 SIGNALS = (15, 2, 3, 6, 1)
 BLOCKING = ("env", "--block-signal=TERM,INT,QUIT,ABRT,HUP")  # as a caller may leave them
 END = "killling...\n"
-WHOLE = (BANNER + NEWER.format(local=1, available=3) + SCRIPTS + SOUND + INSTALLED + "\nChecking ClamAV definitions\n")
+UNTIL_FRESHCLAM = BANNER + FROM_1_TO_3 + BY_SCRIPTS + DEFINITIONS_NEW + UPSTREAM_PHASE
 
 
 @pytest.mark.parametrize("phase", PHASES)
@@ -64,8 +64,8 @@ def test_no_freshclam_survives_a_signal(new_world, through):
 def test_freshclam_may_write_to_a_terminal_that_stops_the_background(world):
     world.program("freshclam", "echo freshclam \"$@\"; exit 1")
     job, terminal = world.launch_on_a_terminal(termios.TOSTOP)
-    lines = [terminal.readline() for _ in (BANNER + CURRENT + UNCHANGED + FRESHCLAM).splitlines()]
-    assert (clean("".join(lines)), job.end().status) == (BANNER + CURRENT + UNCHANGED + FRESHCLAM, 1)
+    lines = [terminal.readline() for _ in (NOTHING_NEW).splitlines()]
+    assert (clean("".join(lines)), job.end().status) == (NOTHING_NEW, 1)
 
 
 @pytest.mark.parametrize("number, through, said", [
@@ -159,7 +159,7 @@ def test_cut_off_at_any_moment(world, numbers, seed):
             said = said.removesuffix(END)
         else:
             assert outcome.status in (1, -number), (moment, outcome)
-        assert WHOLE.startswith(said) if outcome.status != 1 else said == WHOLE, (moment, outcome)
+        assert UNTIL_FRESHCLAM.startswith(said) if outcome.status != 1 else said == UNTIL_FRESHCLAM, (moment, outcome)
         cut_off += outcome.status != 1
         longest *= 0.9 if outcome.status == 1 else 1.1
         old_or_new(world)
@@ -175,7 +175,7 @@ def ready_for(world, way):
     world.servers.mend()
     fall_behind(world)
     if way == "whole":
-        world.servers.drop("GET /VestRUM2/Scripted/VestRUM-3.script")
+        world.servers.drop(f"GET {SCRIPTED_PATH}/VestRUM-3.script")
     if way == "seeding":
         world.install(3)
         world.write("/srv/vendor/mirror/daily.cvd", "ClamAV-VDB:dummy")
@@ -277,7 +277,7 @@ def test_a_run_of_an_earlier_release_is_waited_for(world):
     job = world.launch()
     job.read_until("Waiting for it to end.\n", "stderr")
     earlier.end()
-    assert world.finish(job) == Outcome(0, BANNER + CURRENT + UNCHANGED + FRESHCLAM, "")
+    assert world.finish(job) == Outcome(0, NOTHING_NEW, "")
 
 
 def test_the_second_of_two_runs_waits(world):
@@ -295,4 +295,4 @@ def test_the_second_of_two_runs_waits(world):
     world.shell("echo >/srv/hold")
     assert first.end() == Outcome(0, "updated\n", "")
     outcome = world.finish(second)
-    assert (outcome.status, outcome.stdout) == (1, BANNER + CURRENT + UNCHANGED + FRESHCLAM)
+    assert (outcome.status, outcome.stdout) == (1, NOTHING_NEW)

@@ -6,12 +6,13 @@ from typing import NamedTuple
 import pytest
 
 from testbed import CONFIGURATION, DATA, MACINTOSH, MIRROR, PREFIX, UPSTREAM, sample
-from testbed.transcripts import BANNER, CURRENT, FRESHCLAM, UNCHANGED
+from testbed.texts import (
+    BANNER, CONTAINER_CURRENT, CONTAINER_PATH, DEFINITIONS_CURRENT, FRESHCLAM_CALL, NOTHING_NEW, PUBLIC_TREE,
+    UPSTREAM_PHASE)
 
-CALL = "freshclam --no-warnings\n"
-BEFORE = BANNER + CURRENT + UNCHANGED + FRESHCLAM.removesuffix(CALL)
-NO_RECORD = ("Still failing with network issues. Download full file.\nDownloading Defs version number\n"
-             f"no defs version number available on {MIRROR}\n")
+BEFORE = NOTHING_NEW.removesuffix(FRESHCLAM_CALL)
+FALLBACK_START = "Still failing with network issues. Download full file.\nDownloading Defs version number\n"
+NO_RECORD = FALLBACK_START + f"no defs version number available on {MIRROR}\n"
 # An administrator's spare files can be as old as these.
 SPARE_MIRRORS = {"BAK": "oldmirror.vestrum.example", "CLEAN": "content.vestrum.example"}
 # What freshclam finds when it runs: which configuration, pointing where, and databases owned by whom. Each run leaves
@@ -59,7 +60,7 @@ def test_ladder(world, runs):
     outcome = world.run()
     assert (outcome.status, outcome.stdout, world.freshclam_calls()) == (
         137 if "killed" in runs else int(statuses[-1]),
-        BEFORE + CALL * len(found) + NO_RECORD * (statuses[-1] == "52"), [FOUND[name] for name in found])
+        BEFORE + FRESHCLAM_CALL * len(found) + NO_RECORD * (statuses[-1] == "52"), [FOUND[name] for name in found])
     # Strays are killed for the sake of their log alone.
     assert (stray.end().status == -signal.SIGTERM) == ("62" in statuses)
     faulty = world.path(f"{PREFIX}/etc/freshclamFAULTY.conf")
@@ -82,7 +83,7 @@ def test_vendor_changes_show_in_good_statuses_only(world):
 
 # The record's fields 1, 2 and 7 count.
 RECORD = "0.103.12\t\x1b[2J\u009b:62:27400:1760000000:1:90:49192:{}\n"
-STARTED = CALL * 2 + "Still failing with network issues. Download full file.\nDownloading Defs version number\n"
+STARTED = FRESHCLAM_CALL * 2 + FALLBACK_START
 
 
 def shown(record):
@@ -168,7 +169,7 @@ def test_records_that_are_none(world, record):
     world.freshclam(52, 52)
     world.write("/srv/vendor/mirror/dns.txt", record)
     outcome = world.run()
-    assert (outcome.status, outcome.stdout) == (52, BEFORE + CALL * 2 + NO_RECORD)
+    assert (outcome.status, outcome.stdout) == (52, BEFORE + FRESHCLAM_CALL * 2 + NO_RECORD)
 
 
 @pytest.mark.parametrize("make, version", [
@@ -178,7 +179,7 @@ def test_records_that_are_none(world, record):
 def test_versions_that_the_real_sigtool_reads(world, make, version):
     world.freshclam(52, 52)
     world.write("/srv/vendor/mirror/dns.txt", RECORD.format(0))
-    site = "/srv/vendor/site/VestRUM2/Scripted/VestRUM.cud"
+    site = f"{PUBLIC_TREE}{CONTAINER_PATH}"
     world.shell(f"{make.format(site=site, data=DATA)} >{DATA}/main.cvd")
     if version > 0:
         # Only the name tells it that a container needs no signature of ClamAV's.
@@ -197,8 +198,9 @@ def test_seeding_and_proxy_helper(world):
     helper = "the helper was given 0 arguments\n"
     # Whatever calls itself a container is put in place: there was nothing before. There is no bytecode.
     assert (outcome.status, outcome.stdout) == (
-        1, BANNER + CURRENT + UNCHANGED + "Checking proxy settings\n" + helper + "\nChecking ClamAV definitions\n"
-        + f"Downloading main.cvd [100%]\nDownloaded main.cvd from {MIRROR}\nDownloading bytecode.cvd [100%]\n" + CALL)
+        1, BANNER + CONTAINER_CURRENT + DEFINITIONS_CURRENT + "Checking proxy settings\n" + helper + UPSTREAM_PHASE
+        + f"Downloading main.cvd [100%]\nDownloaded main.cvd from {MIRROR}\nDownloading bytecode.cvd [100%]\n"
+        + FRESHCLAM_CALL)
     assert world.shell(f"cd {DATA} && ls *.c?d && cat main.cvd") == (
         "VestRUM.cud\ndaily.cld\nmain.cvd\nClamAV-VDB:no good one")
     # Whole downloads show their progress even to the quiet.
@@ -254,7 +256,7 @@ def test_real_freshclam(new_world):
     before = new_world.path(CONFIGURATION).read_bytes()
     outcome = new_world.run("--stdout")
     assert (outcome.status, outcome.stderr) == (1, "")
-    assert "\nChecking ClamAV definitions\n" in outcome.stdout and "custom.ndb updated" in outcome.stdout
+    assert UPSTREAM_PHASE in outcome.stdout and "custom.ndb updated" in outcome.stdout
     assert {(request.host, request.path) for request in new_world.servers.requests() if "Clam" in request.agent} == {
         (MIRROR, "/custom.ndb")}
     assert new_world.path(f"{DATA}/custom.ndb").exists() and new_world.path(CONFIGURATION).read_bytes() == before

@@ -6,11 +6,13 @@ from typing import Callable, NamedTuple
 import pytest
 
 from testbed import BIN, CONFIGURATION, DATA, LINKS, MACINTOSH, OLDER_STATE, PREFIX, STATE, sample
-from testbed.transcripts import (BANNER, CURRENT, FETCHED, FRESHCLAM, FULL, INSTALLED, LOCAL, NEWER, SCRIPTS, SOUND,
-                               UNCHANGED, WARNING)
+from testbed.texts import (
+    BANNER, BY_SCRIPTS, CONTAINER_CURRENT, DEFINITIONS_CURRENT, DEFINITIONS_NEW, FRESHCLAM_CALL, FRESHCLAM_RUN,
+    FROM_1_TO_3, FULL_CONTAINER, FULL_DOWNLOADED, FULL_FAILED, FULL_REJECTED, LOCAL_1, NEED_FULL, NEWER, NOTHING_NEW,
+    PATCHED, PUBLIC_TREE, SCANNER_WARNING, SCRIPTED_PATH, SCRIPTS, SCRIPT_FAILED, SIGNATURE_FAILED, UPSTREAM_PHASE,
+    VERSION_PATH, WIPE, server_answered)
 
-SITE = "/srv/vendor/site"
-SCRIPTED = "/VestRUM2/Scripted/"
+PUBLISHED = f"{PUBLIC_TREE}{SCRIPTED_PATH}"
 
 
 def paths(world):
@@ -27,7 +29,8 @@ def test_first_run_then_up_to_date_then_three_scripts(new_world):
     new_world.shell(f"chown clamav:clamav {PREFIX}")
     before = new_world.path(CONFIGURATION).read_bytes()
     first = new_world.run()
-    assert (first.status, first.stdout, first.stderr) == (1, BANNER + FULL + FETCHED + INSTALLED + FRESHCLAM, "")
+    assert (first.status, first.stdout, first.stderr) == (
+        1, BANNER + FULL_CONTAINER + DEFINITIONS_NEW + FRESHCLAM_RUN, "")
     assert paths(new_world) == [
         *whole("Scripted/VestRUM.cud"), ("HEAD", "Vestrum.database"), *whole("Vestrum.database")]
     assert new_world.version() == 3
@@ -36,7 +39,7 @@ def test_first_run_then_up_to_date_then_three_scripts(new_world):
     assert (new_world.state(), new_world.state(OLDER_STATE)) == (state, {})
 
     second = new_world.run()
-    assert (second.status, second.stdout, second.stderr) == (1, BANNER + CURRENT + UNCHANGED + FRESHCLAM, "")
+    assert (second.status, second.stdout, second.stderr) == (1, NOTHING_NEW, "")
     assert new_world.state() == {"database-Last-Modified": state["database-Last-Modified"]}
 
     for version in (4, 5, 6):
@@ -46,7 +49,7 @@ def test_first_run_then_up_to_date_then_three_scripts(new_world):
     patched = NEWER.format(local=3, available=6) + "".join(
         f"Downloading VestRUM-{version}.script [{percent:3}%]\n" for version, percent in ((4, 33), (5, 66), (6, 100)))
     assert (third.status, third.stdout, third.stderr) == (
-        1, BANNER + patched + "Processing updates…\n" + SOUND + UNCHANGED + FRESHCLAM, "")
+        1, BANNER + patched + "Processing updates…\n" + PATCHED + DEFINITIONS_CURRENT + FRESHCLAM_RUN, "")
     assert paths(new_world) == [("GET", "Scripted/VestRUM-db-version.txt"),
                             *(request for n in (4, 5, 6) for request in whole(f"Scripted/VestRUM-{n}.script")),
                             ("HEAD", "Vestrum.database")]
@@ -69,14 +72,14 @@ def test_a_hundred_scripts_take_one_handshake(world):
     world.install(1)
     outcome = world.run()
     assert outcome.status == 1 and outcome.stdout.count(".script [") == 100
-    requests = [request for request in world.servers.requests() if request.path.startswith(SCRIPTED)]
+    requests = [request for request in world.servers.requests() if request.path.startswith(SCRIPTED_PATH)]
     assert len(requests) == 201 and len({request.connection for request in requests}) == 1
     assert {request.agent for request in requests} == {f"Tarnwick/2.19.4 {MACINTOSH}"}
     assert world.version() == 101
     # What was built here holds its own scripts, and is brought forward all the same.
     world.release(102)
     world.freshclam(1)
-    assert SOUND in world.run().stdout and world.version() == 102
+    assert PATCHED in world.run().stdout and world.version() == 102
 
 
 def test_a_connection_that_was_closed_is_resumed(world):
@@ -84,12 +87,12 @@ def test_a_connection_that_was_closed_is_resumed(world):
     world.shell("sed -i 's/http {/&keepalive_timeout 0; ssl_session_cache shared:a:1m;/' /srv/nginx.conf")
     world.servers.restart()
     assert SCRIPTS in world.run().stdout
-    requests = [request for request in world.servers.requests() if request.path.startswith(SCRIPTED)]
+    requests = [request for request in world.servers.requests() if request.path.startswith(SCRIPTED_PATH)]
     assert [request.reused for request in requests] == [".", "r", "r", "r", "r"]
 
 
 def answered(status, *names):
-    return "".join(f"tarnwick: The server answered {status} for https://{LINKS}{SCRIPTED}{name}\n" for name in names)
+    return "".join(server_answered(status, LINKS, f"{SCRIPTED_PATH}/{name}") for name in names)
 
 
 def servers_two_minutes_ahead(world):
@@ -97,13 +100,9 @@ def servers_two_minutes_ahead(world):
     world.hurry(2, since=time.time() - 120)
 
 
-TAMPERED = "tarnwick: Download failed sig check\n"
-WHOLE = FULL + FETCHED
-UNVERIFIED = FULL + "Downloading VestRUM.cud [100%]\nFailed to download and/or verify VestRUM.cud\n"
+UNVERIFIED = NEED_FULL + FULL_DOWNLOADED + FULL_FAILED
 REJECTED = "DB integrity check failed. Deleting the new VestRUM.cud file.\n"
-REJECTED_WHOLE = (FULL + "Downloading VestRUM.cud [100%]\n"
-                  "VestRUM.cud DB integrity check failed. Deleting the newly downloaded file\n")
-OLD = NEWER.format(local=1, available=3)
+REJECTED_WHOLE = NEED_FULL + FULL_DOWNLOADED + FULL_REJECTED
 TAR = "mount --bind /usr/bin/{} /usr/bin/tar"
 HEADER = f"printf %s {{}} >{DATA}/VestRUM.cud"
 
@@ -120,37 +119,41 @@ class ContainerFailure(NamedTuple):
 
 
 CONTAINER_FAILURES = {
-    "empty version": ContainerFailure(LOCAL + "Available version 0\nVestRUM.cud file is up-to-date\n", 1,
-                                      answers={f"GET {SCRIPTED}VestRUM-db-version.txt": {}}),
-    "unpacking": ContainerFailure(OLD + "Couldn't unpack cud file\n" + WHOLE, sigtool="--unpack"),
+    "empty version": ContainerFailure(LOCAL_1 + "Available version 0\nVestRUM.cud file is up-to-date\n", 1,
+                                      answers={f"GET {VERSION_PATH}": {}}),
+    "unpacking": ContainerFailure(FROM_1_TO_3 + "Couldn't unpack cud file\n" + FULL_CONTAINER, sigtool="--unpack"),
     "script missing": ContainerFailure(
-        OLD + SCRIPTS.splitlines(True)[0] + "Failed to download and verify VestRUM-3.script\nProcessing updates…\n"
-        + WHOLE, errors=answered(404, "VestRUM-3.script") + TAMPERED, spoil=f"rm {SITE}{SCRIPTED}VestRUM-3.script"),
-    "applying": ContainerFailure(OLD + SCRIPTS + WHOLE, sigtool="--run"),
-    "packing": ContainerFailure(OLD + SCRIPTS + "Repackage failed\n" + WHOLE, spoil=TAR.format("false")),
+        FROM_1_TO_3 + SCRIPTS.splitlines(True)[0] + SCRIPT_FAILED.format(3)
+        + FULL_CONTAINER, errors=answered(404, "VestRUM-3.script") + SIGNATURE_FAILED,
+        spoil=f"rm {PUBLISHED}/VestRUM-3.script"),
+    "applying": ContainerFailure(FROM_1_TO_3 + SCRIPTS + FULL_CONTAINER, sigtool="--run"),
+    "packing": ContainerFailure(FROM_1_TO_3 + SCRIPTS + "Repackage failed\n" + FULL_CONTAINER,
+                                spoil=TAR.format("false")),
     "no archive": ContainerFailure(
-        OLD + SCRIPTS + "Couldn't generate checksum of new cud file\n" + WHOLE, spoil=TAR.format("true")),
-    "joining": ContainerFailure(OLD + SCRIPTS + "Couldn't write header of new cud file\n" + WHOLE,
+        FROM_1_TO_3 + SCRIPTS + "Couldn't generate checksum of new cud file\n" + FULL_CONTAINER,
+        spoil=TAR.format("true")),
+    "joining": ContainerFailure(FROM_1_TO_3 + SCRIPTS + "Couldn't write header of new cud file\n" + FULL_CONTAINER,
                                 spoil="mount --bind /usr/bin/false /usr/bin/cat"),
-    "scanner once": ContainerFailure(OLD + SCRIPTS + REJECTED + WHOLE,
+    "scanner once": ContainerFailure(FROM_1_TO_3 + SCRIPTS + REJECTED + FULL_CONTAINER,
                                      clamscan="[ -e /srv/once ] || { >/srv/once; exit 1; }"),
-    "scanner": ContainerFailure(OLD + SCRIPTS + REJECTED + REJECTED_WHOLE, 1, clamscan="exit 1"),
-    "scanner missing": ContainerFailure(OLD + SCRIPTS + REJECTED + REJECTED_WHOLE, 1, spoil=f"rm {BIN}/clamscan",
-                                        warned=True),
+    "scanner": ContainerFailure(FROM_1_TO_3 + SCRIPTS + REJECTED + REJECTED_WHOLE, 1, clamscan="exit 1"),
+    "scanner missing": ContainerFailure(FROM_1_TO_3 + SCRIPTS + REJECTED + REJECTED_WHOLE, 1,
+                                        spoil=f"rm {BIN}/clamscan", warned=True),
     "whole unsigned": ContainerFailure(
-        UNVERIFIED, 0, answered(404, "VestRUM.cud.signature") + TAMPERED,
-        f"rm {DATA}/VestRUM.cud {SITE}{SCRIPTED}VestRUM.cud.signature"),
+        UNVERIFIED, 0, answered(404, "VestRUM.cud.signature") + SIGNATURE_FAILED,
+        f"rm {DATA}/VestRUM.cud {PUBLISHED}/VestRUM.cud.signature"),
     "clock slow": ContainerFailure(
-        UNVERIFIED, 0, answered(410, "VestRUM.cud", "VestRUM.cud.signature") + TAMPERED,
+        UNVERIFIED, 0, answered(410, "VestRUM.cud", "VestRUM.cud.signature") + SIGNATURE_FAILED,
         servers_two_minutes_ahead),
-    "version 0": ContainerFailure("Local version 0\n" + WHOLE, spoil=HEADER.format("x" * 600)),
-    "version below 0": ContainerFailure("Local version -5\n" + WHOLE, spoil=HEADER.format("a:b:-5:d:e:f:g:h:0")),
-    "newer than all": ContainerFailure(CURRENT.replace("version 3", "version 9", 1), 9,
+    "version 0": ContainerFailure("Local version 0\n" + FULL_CONTAINER, spoil=HEADER.format("x" * 600)),
+    "version below 0": ContainerFailure("Local version -5\n" + FULL_CONTAINER,
+                                        spoil=HEADER.format("a:b:-5:d:e:f:g:h:0")),
+    "newer than all": ContainerFailure(CONTAINER_CURRENT.replace("version 3", "version 9", 1), 9,
                                        spoil=HEADER.format("a:b:9:d:e:f:g:h:0")),
-    "empty": ContainerFailure("Unable to read header for file VestRUM.cud\nLocal version 0\n" + WHOLE,
+    "empty": ContainerFailure("Unable to read header for file VestRUM.cud\nLocal version 0\n" + FULL_CONTAINER,
                               spoil=f">{DATA}/VestRUM.cud"),
     # It could lead to a device, or to what only root may read.
-    "link": ContainerFailure(f"Unable to open file {DATA}/VestRUM.cud\nLocal version 0\n" + WHOLE,
+    "link": ContainerFailure(f"Unable to open file {DATA}/VestRUM.cud\nLocal version 0\n" + FULL_CONTAINER,
                              spoil=f"cd {DATA}; chown clamav V*.cud; mv V*.cud /srv; ln -s /srv/VestRUM.cud ."),
 }
 
@@ -165,7 +168,8 @@ def test_what_a_container_failure_leads_to(world, failure):
     world.spoil(failure.spoil, failure.answers)
     outcome = world.run()
     assert (outcome.status, outcome.stdout, outcome.stderr) == (
-        0, WARNING * failure.warned + BANNER + failure.said + UNCHANGED + FRESHCLAM, failure.errors)
+        0, SCANNER_WARNING * failure.warned + BANNER + failure.said + DEFINITIONS_CURRENT + FRESHCLAM_RUN,
+        failure.errors)
     assert world.version() == failure.version
     assert ("hdb-Last-Modified" in world.state()) == (failure.version == 3)
     assert world.path(f"{DATA}/Vestrum.ndb").exists() == (failure.version != 3)
@@ -188,18 +192,18 @@ def test_data_directory_elsewhere_moves_half_of_the_paths(world):
     outcome = world.run("--datadir=/data/db")
     # The date of the container is read where the old one still stands.
     assert (outcome.status, outcome.stdout, world.version(), world.version("/data/db"), world.state()) == (
-        1, BANNER + OLD + SCRIPTS + SOUND + INSTALLED
-        + FRESHCLAM.replace("freshclam ", "freshclam --datadir=/data/db "), 1, 3,
+        1, BANNER + FROM_1_TO_3 + BY_SCRIPTS + DEFINITIONS_NEW
+        + FRESHCLAM_RUN.replace("freshclam ", "freshclam --datadir=/data/db "), 1, 3,
         {"database-Last-Modified": world.modified("Vestrum.database"), "hdb-Last-Modified": world.built()})
     assert not world.path(f"{DATA}/mirrors.dat").exists()
     assert world.shell("ls /data/db; stat -c %U:%a /data/db /data/db/VestRUM.cud") == (
         "VestRUM.cud\nVestrum.database\nVestrum.database.signature\nbytecode.cvd\ndaily.cvd\nmain.cvd\nmirrors.dat\n"
         "clamav:775\nclamav:664\n")
     # A half pair is looked for where the product installs it, and deleted where the run installs it.
-    for broken, said in (("/data/db", UNCHANGED), (DATA, INSTALLED)):
+    for broken, said in (("/data/db", DEFINITIONS_CURRENT), (DATA, DEFINITIONS_NEW)):
         world.freshclam(0)
         world.shell(f"rm {broken}/Vestrum.database.signature")
-        assert BANNER + OLD + SCRIPTS + SOUND + said in world.run("--datadir=/data/db").stdout
+        assert BANNER + FROM_1_TO_3 + BY_SCRIPTS + said in world.run("--datadir=/data/db").stdout
 
 
 def test_data_directory_that_cannot_be_written(world):
@@ -209,9 +213,9 @@ def test_data_directory_that_cannot_be_written(world):
     moved = "File (/tmp/tarnwick-0/{}) couldn't be moved for some reason\n"
     outcome = world.run("--datadir=/data")
     assert outcome.stdout == (
-        BANNER + OLD + SCRIPTS + SOUND
-        + moved.format("VestRUMdefs/VestRUM.cud") + FULL + FETCHED + INSTALLED + moved.format("Vestrum.database")
-        + FRESHCLAM.replace("freshclam ", "freshclam --datadir=/data "))
+        BANNER + FROM_1_TO_3 + BY_SCRIPTS
+        + moved.format("VestRUMdefs/VestRUM.cud") + FULL_CONTAINER + DEFINITIONS_NEW + moved.format("Vestrum.database")
+        + FRESHCLAM_RUN.replace("freshclam ", "freshclam --datadir=/data "))
     for name in ("VestRUM.cud", "Vestrum.database"):
         assert f"tarnwick: Cannot install /data/{name}: Read-only file system\n" in outcome.stderr
     assert (outcome.status, world.version()) == (0, 3)
@@ -227,8 +231,8 @@ def test_quiet_and_log(world):
         world.write(f"{DATA}/VestRUM.cud", world.container(1))
         world.write(log, "before\n")
         call = f"freshclam {' '.join(arguments)} --no-warnings\n"
-        said = BANNER + OLD + SCRIPTS + SOUND + UNCHANGED
-        said += FRESHCLAM.removesuffix("freshclam --no-warnings\n")
+        said = BANNER + FROM_1_TO_3 + BY_SCRIPTS + DEFINITIONS_CURRENT
+        said += FRESHCLAM_RUN.removesuffix(FRESHCLAM_CALL)
         outcome = world.run(*arguments)
         assert (outcome.status, outcome.stdout) == (0, (said if first is None else first) + call)
         assert world.log(log) == "before\n" + said
@@ -236,8 +240,8 @@ def test_quiet_and_log(world):
     # A quiet run says nothing of a whole download, not even in the log.
     world.shell(f"rm {DATA}/VestRUM.cud {log}")
     world.run("--quiet", f"--log={log}")
-    assert world.log(log) == (BANNER + "VestRUM.cud (version 3) DB integrity is sound. Moving into place.\n" + UNCHANGED
-                              + FRESHCLAM.removesuffix("freshclam --no-warnings\n"))
+    assert world.log(log) == (BANNER + "VestRUM.cud (version 3) DB integrity is sound. Moving into place.\n"
+                              + DEFINITIONS_CURRENT + FRESHCLAM_RUN.removesuffix(FRESHCLAM_CALL))
 
 
 @pytest.mark.parametrize("arguments, wiped", [
@@ -255,11 +259,11 @@ def test_wipe(world, arguments, wiped):
     world.write(log, "old\n")
     outcome = world.run(*arguments, rate=1)
     assert outcome.stdout.startswith(
-        "remove old DB files and freshclam log\n" * wiped + BANNER + (FULL if wiped and folder == DATA else CURRENT))
+        WIPE * wiped + BANNER + (NEED_FULL if wiped and folder == DATA else CONTAINER_CURRENT))
     kept = " ".join(argument for argument in [*arguments, "--no-warnings"] if argument != "--remove-old-first")
     assert f"freshclam {kept}\n" in outcome.stdout
     assert {name for name in old if world.path(f"{folder}/{name}").exists()} == (set() if wiped else set(old))
     if named:  # and what is written goes on after the wipe
-        assert world.log(log).startswith(BANNER) and "\nChecking ClamAV definitions\n" in world.log(log)
+        assert world.log(log).startswith(BANNER) and UPSTREAM_PHASE in world.log(log)
     assert ("old\n" in world.log(log), world.path(log).stat().st_mode & 0o777) == (
         not wiped, 0o664 if log.startswith(folder) else 0o666)

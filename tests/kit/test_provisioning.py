@@ -3,7 +3,7 @@
 import pytest
 
 from testbed import BIN, CONFIGURATION, DATA, PREFIX
-from testbed.provisioned import LAID_OUT, LISTING, PROVISION
+from testbed.prefix_layout import LAID_OUT, LISTING, PROVISION
 
 
 @pytest.fixture(scope="module")

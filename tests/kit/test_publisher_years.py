@@ -6,7 +6,7 @@ import subprocess
 import pytest
 
 from testbed import LINKS, vendor
-from testbed.transcripts import FULL, SOUND
+from testbed.texts import NEED_FULL, PATCHED
 from testbed.vendor import publish
 
 KIT = (vendor.KIT, "--home", "/srv/vendor")
@@ -17,7 +17,7 @@ def test_a_machine_on_each_side_of_the_oldest_script(world):
     assert world.publish("prune", "--keep=2") == "Kept 2 scripts, from version 4 on.\n"
     assert world.publish("check") == "All is well: version 6, 2 scripts, definitions file published.\n"
     asked = {}
-    for version, told in ((4, "Downloading VestRUM-6.script [100%]\nProcessing updates…\n" + SOUND), (3, FULL)):
+    for version, told in ((4, "Downloading VestRUM-6.script [100%]\nProcessing updates…\n" + PATCHED), (3, NEED_FULL)):
         world.freshclam(1)
         world.install(version)
         world.servers.requests()

@@ -9,9 +9,10 @@ from typing import NamedTuple
 import pytest
 
 from testbed import BIN, REPOSITORY, Outcome, member, repacked
+from testbed.texts import PUBLIC_TREE, SCRIPTED_PATH
 from testbed.vendor import scripts_after
 
-SCRIPTED = "/srv/vendor/site/VestRUM2/Scripted"
+PUBLISHED = f"{PUBLIC_TREE}{SCRIPTED_PATH}"
 
 
 @pytest.fixture(scope="module")
@@ -33,7 +34,7 @@ def apply(world, **scripts):
 
 
 def test_sigtool_applies_a_folder_of_scripts_in_the_order_of_their_versions(world):
-    unpack(world, f"cp {SCRIPTED}/*.script ..")
+    unpack(world, f"cp {PUBLISHED}/*.script ..")
     look = (f"cd /tmp/work; {BIN}/sigtool --run-cdiff=/tmp/scripts --datadir=. >/dev/null 2>&1 || echo failed"
             "; cut -d: -f3 VestRUM.info | head -n 1; ls COPYING")
     # 10 comes after 9; what is not newer than the container is passed over; the first that fails is the last.

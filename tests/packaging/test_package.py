@@ -13,9 +13,9 @@ import pytest
 
 from testbed import BIN, DATA, PREFIX, REPOSITORY, overlay
 from testbed.cache import made_once
-from testbed.provisioned import LAID_OUT, LISTING
+from testbed.prefix_layout import LAID_OUT, LISTING
 from testbed.service import UNIT, behind_walls, command
-from testbed.transcripts import BANNER, FETCHED, FULL, INSTALLED
+from testbed.texts import BANNER, DEFINITIONS_NEW, FULL_CONTAINER, UPSTREAM_PHASE
 from testbed.vendor import PUBLISHER
 from testbed.world import EXECUTABLE
 
@@ -278,7 +278,7 @@ def test_the_unit_writes_text_and_passes_on_status_and_signals(new_world):
     new_world.program("freshclam", r"echo $*; echo complaint >&2; printf 'half\rwhole\r\nend\r'; exit 3")
     outcome = new_world.command(*service, env=environment)
     assert (outcome.status, outcome.stderr, re.sub("started at .*", "started at DATE", outcome.stdout)) == (
-        3, "", BANNER + FULL + FETCHED + INSTALLED + "\nChecking ClamAV definitions\n--first --second --no-warnings\n"
+        3, "", BANNER + FULL_CONTAINER + DEFINITIONS_NEW + UPSTREAM_PHASE + "--first --second --no-warnings\n"
         "complaint\nwhole\nend")
     new_world.program("freshclam", "echo under way; sleep 1000")
     job = new_world.start(*service, env=environment)
