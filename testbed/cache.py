@@ -1,4 +1,4 @@
-"""Things that take a while to make, kept below build/ from one session to the next."""
+"""Keeps what takes long to make below build/, from one session to the next."""
 
 import fcntl
 import shutil
@@ -9,7 +9,7 @@ CACHE = REPOSITORY / "build" / "world"
 
 
 def made_once(name, make, sources):
-    """The folder `name`, filled by `make(folder)` if that has not been done since any of the sources changed."""
+    """Returns the folder `name`; calls `make(folder)` to fill it if it is missing or older than one of the sources."""
     folder = CACHE / name
     stamp = folder / "complete"
     CACHE.mkdir(parents=True, exist_ok=True)

@@ -1,11 +1,18 @@
-/* Preloaded into the tool: lets its steady clock, its pauses and its waits run TARNWICK_TEST_RATE times as fast, or,
- * from the second TARNWICK_TEST_SINCE on, the time of day alone, which it does in nginx as well. It sends the tool
- * TARNWICK_TEST_SIGNAL: TARNWICK_TEST_AFTER microseconds after it was ready for signals, TARNWICK_TEST_SPAWN
- * microseconds after it began to start freshclam, or just before its change number TARNWICK_TEST_STEP to any file. What
- * a loss of power depends on goes to the file TARNWICK_TEST_RECORD: each renaming, deletion and bringing to the disk,
- * with the last part of the path. Of the calls of the kind TARNWICK_TEST_CALL ("open", "write", "fsync", "rename",
- * "unlink" or "fork"), number TARNWICK_TEST_NTH fails with the error TARNWICK_TEST_ERROR, and is recorded as "fail". No
- * call of a child fails. Files in sticky folders are protected as on Debian. */
+/* Preloaded into the tool, to override some of its calls. These variables control it:
+ *
+ * TARNWICK_TEST_RATE    The steady clock, pauses and waits run this many times as fast.
+ * TARNWICK_TEST_SINCE   Instead, only the time of day runs faster, from this second on; in nginx too.
+ * TARNWICK_TEST_SIGNAL  The signal to send to the tool, at the moment that one of these gives:
+ * TARNWICK_TEST_AFTER     so many microseconds after the tool has set its last signal disposition,
+ * TARNWICK_TEST_SPAWN     so many microseconds after the tool begins to start freshclam,
+ * TARNWICK_TEST_STEP      just before the tool's change of this number to any file.
+ * TARNWICK_TEST_RECORD  The file to which the tool's syncs, renames and deletions are written, in their order, each
+ *                       with the last part of the path. Tests check that a loss of power would do no harm.
+ * TARNWICK_TEST_CALL    The kind of call that fails: "open", "write", "fsync", "rename", "unlink" or "fork". Of these
+ * TARNWICK_TEST_NTH       only the call of this number fails, and is recorded as "fail",
+ * TARNWICK_TEST_ERROR     with this error. The calls of children do not fail.
+ *
+ * Files in sticky folders are protected as they are on Debian. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
@@ -37,7 +44,7 @@ static long number(const char *name)
     return text && is_program("tarnwick") ? atol(text) : 0;
 }
 
-/* At once: nginx changes its name and forgets its environment. */
+/* Runs before main, because nginx later changes its name and clears its environment. */
 __attribute__((constructor)) static void read_clocks(void)
 {
     const char *text = getenv("TARNWICK_TEST_SINCE");
@@ -99,7 +106,7 @@ static void send_signal_after(long microseconds)
     }
 }
 
-/* The tool takes care of a broken pipe last. */
+/* SIGPIPE is the last signal whose disposition the tool sets; all its handlers are in place then. */
 int sigaction(int which, const struct sigaction *action, struct sigaction *before)
 {
     int result = REAL(sigaction)(which, action, before);
@@ -180,13 +187,13 @@ STEP("unlink", path, int, unlinkat, (int folder, const char *path, int flags), (
      RECORDED("delete", path))
 STEP("write", name_of(file), ssize_t, write, (int file, const void *bytes, size_t count), (file, bytes, count))
 
-/* Of a single file, which is deleted or is not: no step of its own. */
+/* Not a step: std::filesystem calls it for one file, which is deleted or is not. */
 int remove(const char *path)
 {
     return fails("unlink", path) ? -1 : (RECORDED("delete", path) REAL(remove)(path));
 }
 
-/* As the kernel does where fs.protected_regular is 2, which no private machine has a setting of its own for. */
+/* Does what the kernel does if fs.protected_regular is 2; a private machine cannot have its own value of that. */
 static int is_protected(int folder, const char *path, int flags)
 {
     struct stat file, around;
@@ -200,7 +207,7 @@ static int is_protected(int folder, const char *path, int flags)
            around.st_mode & S_ISVTX && around.st_mode & (S_IWGRP | S_IWOTH) && around.st_uid != file.st_uid;
 }
 
-/* Nor has an opening, which changes no file that is there. */
+/* Not a step: opening a file does not change an existing one. */
 #define OPEN(name, parameters, at, ...)                                         \
     int name parameters                                                         \
     {                                                                           \

@@ -22,16 +22,16 @@ namespace tarnwick::testbed {
 
 struct Answer {
   std::string bytes;
-  bool closes = true;  ///< the connection ends behind it
+  bool closes = true;  ///< the connection is closed after it
 };
 
-/// A server on this machine for programs that hold their client in themselves: answers one request
-/// after the other, byte for byte, whatever connection they come on, and when it has no answer left
-/// closes. It must outlive its client.
+/// A server for programs that contain their own client. It gives each request, on any connection,
+/// the next of its answers, byte for byte; without an answer left, it closes the connection.
+/// It must outlive its client.
 class LoopbackServer {
  public:
-  /// Who sends no request for `patience` milliseconds is told by the end of the connection; -1 is
-  /// for ever.
+  /// Closes a connection that brings no request for `patience` milliseconds; -1 waits without
+  /// limit.
   explicit LoopbackServer(std::deque<Answer> answers, int patience = -1)
       : answers_(std::move(answers)), patience_(patience) {
     std::signal(SIGPIPE, SIG_IGN);
@@ -57,13 +57,13 @@ class LoopbackServer {
     return fmt::format("http://127.0.0.1:{}{}", ntohs(address_.sin_port), path);
   }
 
-  /// From now on these, and none of those that are left.
+  /// Replaces the answers that are left.
   void setAnswers(std::deque<Answer> answers) {
     const std::lock_guard lock(mutex_);
     answers_ = std::move(answers);
   }
 
-  /// The latest request that came.
+  /// The latest request.
   [[nodiscard]] std::string request() {
     const std::lock_guard lock(mutex_);
     return request_;
@@ -78,8 +78,8 @@ class LoopbackServer {
     }
   }
 
-  /// False when nothing more can come of the connection. Requests are so short that they come
-  /// whole.
+  /// Returns false when the connection is to be closed. Requests are so short that one read gets
+  /// all of one.
   bool answerOne(int connection) {
     pollfd asked{.fd = connection, .events = POLLIN, .revents = 0};
     std::array<char, 8192> bytes;

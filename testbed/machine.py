@@ -1,4 +1,4 @@
-"""A private machine: mount, network, process and host-name namespaces with a file tree of their own."""
+"""A private machine: its own mount, network, process and host-name namespaces, with its own file tree."""
 
 import dataclasses
 import os
@@ -21,13 +21,13 @@ class Outcome:
 
 
 class Job:
-    """A program at work in a machine."""
+    """A program that runs in a machine."""
 
     def __init__(self, process):
         self.process = process
 
     def read_until(self, text, stream="stdout"):
-        """Everything on a stream up to and including `text`; waits until it has come."""
+        """Waits until the program has printed `text`; returns the output up to and including it."""
         seen = b""
         while text.encode() not in seen:
             byte = os.read(getattr(self.process, stream).fileno(), 1)
@@ -36,16 +36,16 @@ class Job:
         return seen.decode()
 
     def signal(self, number):
-        """To the program itself; nsenter is only its parent."""
+        """Sends a signal to the program itself, not to nsenter, its parent."""
         os.kill(self.pid, number)
 
     @property
     def pid(self):
-        """The program's own, as this process sees it."""
+        """The program's process id outside the machine."""
         return only_child(self.process.pid)
 
     def blocked(self, thread):
-        """The signals that a thread of the program lets wait; none is known of one that has ended."""
+        """The signals that a thread of the program blocks; None if the thread has ended."""
         try:
             status = pathlib.Path(f"/proc/{self.pid}/task/{thread}/status").read_text(encoding="utf-8")
         except FileNotFoundError:
@@ -63,12 +63,12 @@ def only_child(pid):
 
 
 def seen_inside(path):
-    """A path below the repository, as a machine sees it."""
+    """The path that a file of the repository has inside a machine."""
     return str(pathlib.Path("/repository") / pathlib.Path(path).relative_to(REPOSITORY))
 
 
 class Machine:
-    """Starts at once; `close` (or the end of a `with`) removes every trace of it."""
+    """The constructor starts it; `close` (or the end of a `with`) removes every trace of it."""
 
     def __init__(self):
         with tempfile.TemporaryDirectory(prefix="tarnwick-machine-") as mount_point:
@@ -76,7 +76,7 @@ class Machine:
                 ["setpriv", "--pdeathsig", "KILL", "unshare", "-mnpuf", "--kill-child",
                  HERE / "first_process", mount_point, REPOSITORY], stdout=subprocess.PIPE)
             if self._unshare.stdout.readline() != b"ready\n":
-                raise RuntimeError("no private machine: namespaces need root")
+                raise RuntimeError("cannot start a private machine: namespaces need root")
         self._init = only_child(self._unshare.pid)
         self._death = os.pidfd_open(self._init)
         self.root = pathlib.Path(f"/proc/{self._init}/root")
@@ -91,7 +91,7 @@ class Machine:
         self._unshare.kill()
 
     def close(self):
-        """The end of the first process takes everything else with it."""
+        """Kills the first process, with which every other process, mount and network of the machine ends."""
         self.kill()
         self._unshare.wait()
         select.select([self._death], [], [])
@@ -99,18 +99,18 @@ class Machine:
         self._unshare.stdout.close()
 
     def path(self, path):
-        """Where this process finds the machine's `path`."""
+        """The path that the machine's `path` has outside the machine."""
         return self.root / str(path).lstrip("/")
 
     def start(self, *command, env=None, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
               **more):
-        # Whoever started this may ignore signals, as `nohup` does, and what is started here must not inherit that.
+        # The caller may ignore signals, as `nohup` does; programs started here must not inherit that.
         prefix = ["env", "--default-signal", "nsenter", "-t", str(self._init), "-m", "-n", "-p", "-u", "-r", "-w"]
         return Job(subprocess.Popen(prefix + [str(part) for part in command], env=ENVIRONMENT | (env or {}),
                                     stdin=stdin, stdout=stdout, stderr=stderr, **more))
 
     def odd_server(self, name, *arguments):
-        """One of those in odd_servers.py, at its post."""
+        """Starts one of the servers in odd_servers.py, and waits until it listens."""
         server = self.start("/usr/bin/python3", "/repository/testbed/odd_servers.py", name, *arguments)
         server.read_until("ready\n")
         return server
@@ -119,7 +119,7 @@ class Machine:
         return self.start(*command, **more).end()
 
     def shell(self, script):
-        """For preparations, which must succeed."""
+        """Runs a preparation, which must succeed; returns its output."""
         outcome = self.command("sh", "-euc", script)
         assert outcome.status == 0, outcome
         return outcome.stdout
@@ -127,12 +127,12 @@ class Machine:
     def write(self, path, content="", mode=0o644):
         target = self.path(path)
         target.parent.mkdir(parents=True, exist_ok=True)
-        # An absolute link in the machine leads out of it from here, to the real system's own file.
+        # From outside, an absolute link in the machine would lead to a file of the real system: remove it.
         target.unlink(missing_ok=True)
         target.write_bytes(content.encode() if isinstance(content, str) else content)
         target.chmod(mode)
 
     def running(self, pattern):
-        """The command lines of the machine's living processes that match."""
+        """The command lines of the machine's running processes that match."""
         lines = self.shell("ps -e -o args=").splitlines()
         return [line for line in lines if re.search(pattern, line) and " -o args=" not in line]

@@ -1,4 +1,4 @@
-"""Servers that nginx would never be. A machine starts one by its name: `machine.odd_server("slow", 20)`."""
+"""Servers that do what nginx cannot. A machine starts one by its name: `machine.odd_server("slow", 20)`."""
 
 import contextlib
 import itertools
@@ -16,7 +16,7 @@ def ready():
 
 
 def raw():
-    """Prints one HTTP request as it came, and has nothing."""
+    """Prints one HTTP request byte for byte, and answers with status 404."""
     with socket.create_server(("127.0.0.1", 80)) as listener:
         ready()
         with listener.accept()[0] as connection:
@@ -25,18 +25,18 @@ def raw():
 
 
 def names():
-    """A name server that says when it was asked, and never answers."""
+    """A name server that prints "asked" at the first query, and never answers."""
     server = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
     server.bind(("127.0.0.9", 53))
     ready()
     server.recv(512)
     print("asked", flush=True)
-    while True:  # every question, for a closed port would be an answer
+    while True:  # keep reading: a closed port would be an answer
         server.recv(512)
 
 
 class SlowTls:
-    """A TLS server of one connection that is silent for a while before every quarter of what it sends."""
+    """The TLS server side of one connection; pauses before each quarter of everything that it sends."""
 
     def __init__(self, connection, silence):
         self._connection, self._silence = connection, silence
@@ -70,8 +70,8 @@ class SlowTls:
 
 
 def slow(rate):
-    """Its first address never answers; the second is silent for four seconds, by clocks `rate` times as fast, again
-    and again, and says 3 in the end."""
+    """Its first address never answers. The second sends the version 3, with pauses of four seconds by a clock that
+    runs `rate` times as fast."""
     listener = socket.create_server(("127.0.0.2", 443))
     full = socket.create_server(("127.0.0.1", 443), backlog=0)
     with full, socket.create_connection(("127.0.0.1", 443)):
@@ -83,7 +83,7 @@ def slow(rate):
 OK, CHUNKED = "HTTP/1.1 200 OK\r\n", "Transfer-Encoding: chunked\r\n\r\n"
 FIELDS = [f"X-{number}: x\r\n" for number in range(10_000)]
 
-# What comes first, and what follows again and again.
+# The start of each answer, and what is then repeated.
 ENDLESS = {
     "a header": (OK + "X: ", ["x" * 10_000]),
     "headers": (OK, FIELDS),
@@ -98,7 +98,7 @@ ENDLESS = {
 
 
 def endless(address, name):
-    """A TLS server that answers without end, but for a hundred megabytes. It prints how many bytes each client took."""
+    """A TLS server whose answer ends only after a hundred megabytes. Prints how many bytes each client has read."""
     context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
     context.load_cert_chain(f"{TLS_FOLDER}/certificate.pem", f"{TLS_FOLDER}/key.pem")
     first, again = ENDLESS[name]

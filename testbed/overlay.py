@@ -1,9 +1,9 @@
-"""A copy of the real system that is thrown away, for what private machines lack: a package manager."""
+"""Runs a script on a temporary copy of the real system, for tests that need its package manager."""
 
 import subprocess
 
-# Whatever is written lands in a folder in memory; the system below is only read. What is left in the end that was not
-# there before, apart from the package manager's own notes, is listed.
+# All writes go to a folder in memory; the real system is only read. At the end, this lists the files that are new or
+# changed, except the package manager's own.
 SYSTEM = """
 mount -t tmpfs system /mnt && cd /mnt && mkdir changes work root
 mount -t overlay system -o lowerdir=/,upperdir=changes,workdir=work root
@@ -16,7 +16,7 @@ cd changes && find . -type f -not -path './var/lib/dpkg/*' -not -path './var/cac
 
 
 def try_out(script, file, name):
-    """What the script says there, line by line, and the files that it leaves. It finds `file` as /`name`."""
+    """Runs the script, with `file` as /`name`. Returns its lines of output and the files that it leaves."""
     command = ["unshare", "-mnpf", "--propagation", "private", "sh", "-euc", SYSTEM, "sh", script, file, name]
     done = subprocess.run(command, capture_output=True, text=True, check=False)
     assert done.returncode == 0, done.stderr

@@ -1,4 +1,4 @@
-"""Runs that are held up in one of their phases, or are over so soon that they can be cut off hundreds of times."""
+"""Prepares worlds for runs that stop in a chosen phase, and for runs so short that a test can kill hundreds."""
 
 import os
 import random
@@ -36,7 +36,7 @@ def scanning(world):
 
 
 def updating(world):
-    """With a child under another name, as the adapter has one while it starts."""
+    """The stand-in for freshclam waits for a child of another name, as the adapter does while it starts."""
     world.shell("mkfifo /srv/hold")
     world.program("freshclam", "echo updating; cat /srv/hold; echo updated")
     return lambda job: job.read_until("updating\n")
@@ -52,7 +52,7 @@ def seeding(world):
     return stalled(world, "GET /daily.cvd")
 
 
-# Each is called with a world before the run, and gives what waits until a job is in that phase.
+# Each function prepares a world for the run, and returns a function that waits until a job is in that phase.
 PHASES = {
     "lock": behind_another_run,
     "no network": without_network,
@@ -67,14 +67,14 @@ PHASES = {
 
 
 def quick(world):
-    """Every phase is gone through, in as little time as can be."""
+    """Makes runs go through every phase as fast as possible."""
     world.install(1)
     world.program("clamscan", "exit 0")
     world.program("freshclam", "exit 0")
 
 
 def fall_behind(world):
-    """Behind by two versions and by one definitions file."""
+    """Makes the installation two container versions and one definitions file old."""
     world.write(f"{DATA}/VestRUM.cud", world.container(1))
     world.write(f"{DATA}/Vestrum.database", definitions_text(9))
     world.write(f"{DATA}/Vestrum.database.signature", "of other definitions")
@@ -82,6 +82,6 @@ def fall_behind(world):
 
 
 def moments(seed, count, longest):
-    """So many times, the same for each seed, in microseconds."""
+    """`count` random times in microseconds, always the same for a seed."""
     generator = random.Random(seed)
     return [generator.randrange(1, longest) for _ in range(count)]

@@ -1,4 +1,4 @@
-"""What provisioning lays out."""
+"""The files and folders that provisioning creates in the prefix."""
 
 from .world import PREFIX
 

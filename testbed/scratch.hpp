@@ -9,7 +9,7 @@
 
 namespace tarnwick::testbed {
 
-/// A folder that lives as long as a test.
+/// A temporary folder; the destructor deletes it.
 class Scratch {
  public:
   Scratch() {

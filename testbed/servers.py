@@ -1,4 +1,4 @@
-"""The vendor's hosts inside a machine: a real nginx with TLS, its request log, and faults on demand."""
+"""The vendor's hosts inside a machine: a real nginx with TLS and a request log, and answers that a test replaces."""
 
 import collections
 import contextlib
@@ -18,8 +18,8 @@ UPSTREAM, ORIGIN = "database.clamav.net", "origin.vestrum.example"
 HOSTS = (CONTENT, LINKS, MIRROR, UPSTREAM, ORIGIN)
 HERE, NOBODY, IMPOSTOR, NAMESAKE = "127.0.0.1", "127.0.0.2", "127.0.0.3", "127.0.0.5"
 
-# Before anything else, every server looks whether a test has put a fault in the way of the request: a file stands for
-# an answer of the test's own, a folder for a connection closed without a word.
+# Every server first checks whether a test has set a fault for the request: a file means an answer that the test gives,
+# a folder means that nginx closes the connection without an answer.
 FAULTS = """
     set $fault /srv/faults/$request_method$plain_path;
     error_page 418 = @fault;
@@ -68,7 +68,7 @@ Request = collections.namedtuple("Request", "connection reused method host path 
 
 
 def make_certificates(folder):
-    """A local authority, a certificate for the hosts, one of nobody's, and one of the authority's for another host."""
+    """Makes a local authority, its certificates for the hosts and for another host, and a self-signed one."""
     new = "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 3650"
     names = ",".join(f"DNS:{host}" for host in HOSTS)
     script = f"""
@@ -83,19 +83,19 @@ def make_certificates(folder):
     subprocess.run(["sh", "-euc", script], cwd=folder, check=True, stderr=subprocess.DEVNULL)
 
 
-SILENCE = {"status": None, "hold": True}  # for `Servers.answer`
+SILENCE = {"status": None, "hold": True}  # arguments of `Servers.answer`
 
 
 def redirect(url):
-    """For `Servers.answer`."""
+    """Arguments of `Servers.answer`."""
     return {"status": "302 Found", "headers": [f"Location: {url}"]}
 
 
 class BadServer(typing.NamedTuple):
-    """How the hosts of the vendor treat a download."""
-    answer: dict | None = None  # as `Servers.answer` takes it; None closes the connection
+    """How the vendor's hosts answer a download."""
+    answer: dict | None = None  # arguments of `Servers.answer`; None closes the connection
     address: str | None = HERE
-    saved: int | None = None  # what it sent is a file until its signature is asked for, and came with this status
+    saved: int | None = None  # the HTTP status, if the run saves the body and then requests its signature
 
 
 BAD_SERVERS = {
@@ -116,7 +116,7 @@ BAD_SERVERS = {
 
 
 class Servers:
-    """nginx in `machine`, serving the publishing home /srv/vendor as its `site` says."""
+    """nginx in `machine`, which serves the publishing home /srv/vendor with the configuration `site`."""
 
     def __init__(self, machine, site):
         self._machine = machine
@@ -144,11 +144,11 @@ class Servers:
         self._machine.shell(f"env {' '.join(settings)} nginx -c /srv/nginx.conf -e /run/nginx/error.log {option}")
 
     def stop(self):
-        """Nobody listens where it did."""
+        """Stops nginx; its ports then refuse connections."""
         self._nginx("-s quit; while pidof nginx >/dev/null; do :; done")
 
     def restart(self, *settings):
-        """With what the files say now, and with these settings in its environment."""
+        """Restarts nginx, with its present configuration and these settings in its environment."""
         self.stop()
         self._nginx(settings=settings)
 
@@ -157,14 +157,14 @@ class Servers:
         self._listener.close()
 
     def place(self, **elsewhere):
-        """Puts hosts at other addresses: `place(links=NOBODY)` refuses connections, None is an unknown host."""
+        """Gives hosts other addresses: `place(links=NOBODY)` refuses connections, None makes a host unknown."""
         where = {host: elsewhere.get(host.split(".", maxsplit=1)[0], HERE) for host in HOSTS}
         self._machine.write("/etc/hosts", "".join(f"{at} {host}\n" for host, at in where.items() if at))
 
     def answer(self, request, body=b"", status="200 OK", headers=(), length=None, hold=False, pause=0, pieces=8):
-        """`request`, such as "GET /dns.txt", is answered thus: `length` may promise more than there is, `hold` leaves
-        the connection open afterwards (`held_for` tells how long the tool bore it), and a `pause` comes before each of
-        so many pieces of the body. Status None: no word."""
+        """Sets the answer to `request`, such as "GET /dns.txt". `length` may exceed that of the body. `hold` leaves the
+        connection open afterwards (`held_for` returns how long the tool waited). A `pause` precedes each of so many
+        `pieces` of the body. With status None, nothing is sent."""
         body = body.encode() if isinstance(body, str) else body
         length = len(body) if length is None else length
         lines = [f"HTTP/1.0 {status}", *headers, f"Content-Length: {length}", "", ""]
@@ -184,7 +184,7 @@ class Servers:
                 self.answer(request, **bad.answer)
 
     def break_down(self, host):
-        """Whatever this host is asked for, it answers with an error of its own."""
+        """Makes this host answer every request with status 500."""
         self._machine.write(f"/srv/faults/{host}")
 
     def mend(self):
@@ -225,7 +225,7 @@ class Servers:
                 self._held_for.put(time.monotonic() - begun)
 
     def requests(self):
-        """What nginx has answered so far; forgets it, so that each run can be looked at alone."""
+        """Returns the requests that nginx has answered since the last call."""
         fence = http.client.HTTPConnection("fence")
         fence.sock = socket.socket(socket.AF_UNIX)
         fence.sock.connect(str(self._machine.path("/run/nginx/fence")))

@@ -1,4 +1,4 @@
-"""What the shipped systemd unit gives a run, on machines without systemd."""
+"""Starts programs with the rights that the shipped systemd unit gives them, on machines without systemd."""
 
 import re
 import shlex
@@ -11,7 +11,7 @@ for _line in (EXECUTABLE.parent / "packaging/tarnwick.service").read_text(encodi
     if _setting := re.fullmatch(r"(\w+)=(.*)", _line):
         UNIT.setdefault(_setting[1], []).append(_setting[2])
 
-# Only what is named can be written, except what is named again as readable. What is hidden looks empty.
+# Only $WRITABLE paths can be written, except those below $READABLE ones. $HIDDEN paths look empty.
 WALLS = """
 mkdir -p /var/lib/tarnwick /run/hidden
 touch /run/empty
@@ -27,12 +27,12 @@ exec "$@"
 
 
 def paths(setting):
-    """Each path of all lines of a setting."""
+    """All paths of a setting, which may have several lines."""
     return [path.removeprefix("-") for line in UNIT.get(setting, []) for path in line.split()]
 
 
 def as_the_service():
-    """The command that gives up what the unit does not leave to the tool."""
+    """The command that starts a program with the capabilities that the unit allows, and no others."""
     assert UNIT["NoNewPrivileges"] == ["yes"]
     kept = UNIT["CapabilityBoundingSet"][0].lower().removeprefix("cap_").split(" cap_")
     capabilities = ",".join(["-all", *(f"+{name}" for name in kept)])
@@ -56,7 +56,7 @@ def system_calls():
 
 
 def behind_walls():
-    """The command that starts a program confined as the unit is; stand-ins still write their notes to /srv."""
+    """The command that starts a program as confined as the unit; only /srv is writable too, for stand-ins' notes."""
     writable = " ".join(["/srv", "/tmp", "/var/lib/tarnwick", *paths("ReadWritePaths")])
     readable = " ".join(paths("ReadOnlyPaths"))
     hidden = " ".join(paths("InaccessiblePaths"))
@@ -67,13 +67,13 @@ def behind_walls():
 
 
 def command(setting):
-    """As systemd reads it; without the variables that stand for nothing."""
+    """The words of a command as systemd reads it, without the variable that is empty by default."""
     words = [word.replace("$$", "$") for word in shlex.split(setting.removeprefix("-").replace(r"\\", "\\"))]
     return [word for word in words if word != "$TARNWICK_ARGUMENTS"]
 
 
 def ended(world, status=0):
-    """What the service says and does when a run has ended with this status."""
+    """Runs the service's commands for the end of a run with this status; returns their output."""
     world.shell("mkdir -p /usr/local/lib /var/log/tarnwick; cd /usr/local/lib; "
                 "ln -sfn /repository/packaging/linux tarnwick")
     known = {"0", *" ".join(UNIT.get("SuccessExitStatus", [])).split()}

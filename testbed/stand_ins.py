@@ -1,6 +1,6 @@
 """A stand-in for ssh."""
 
-# In the place of ssh. The host's name says what befalls its server, in which step: HOW.STEP.MOMENT.
+# The host's name, HOW.STEP.MOMENT, selects the fault of its server, and in which step of a push and when it occurs.
 REMOTE = """#!/bin/bash
 set -eu
 umask 077

@@ -1,4 +1,4 @@
-"""What the vendor has published: homes made by the publishing kit, once, and copied into machines."""
+"""What the vendor publishes: homes that the publishing kit makes once, and that worlds copy."""
 
 import hashlib
 import io
@@ -15,16 +15,16 @@ from .machine import REPOSITORY, seen_inside
 HOME = REPOSITORY / "build" / "vendor"
 EXECUTABLE = pathlib.Path(os.environ.get("TARNWICK_EXECUTABLE", REPOSITORY / "build" / "test" / "tarnwick"))
 PUBLISHER = EXECUTABLE.resolve().parent / "tarnwick-publish"
-KIT = seen_inside(PUBLISHER)  # in a machine
+KIT = seen_inside(PUBLISHER)  # the same program, in a machine
 
 
 def sample(version):
-    """A harmless text that the container knows from `version` on."""
+    """A harmless text that the container detects from `version` on."""
     return f"harmless sample number {version} of the vendor"
 
 
 def signature_folder(folder, version):
-    """The vendor's signatures as of `version`."""
+    """Fills a folder with the vendor's virus signatures as of `version`."""
     folder.mkdir(parents=True, exist_ok=True)
     lines = (f"Vestrum.Sample-{number}:0:*:{sample(number).encode().hex()}\n" for number in range(1, version + 1))
     (folder / "Vestrum.ndb").write_text("".join(lines), encoding="ascii")
@@ -36,14 +36,14 @@ def definitions_text(number=1):
 
 
 def member(name, content="", kind=tarfile.REGTYPE, target=""):
-    """A member for `repacked`; its content may be made by a function from what was there."""
+    """A member for `repacked`; `content` may be a function that takes the former content."""
     entry = tarfile.TarInfo(name)
     entry.type, entry.linkname = kind, target
     return entry, content
 
 
 def repacked(container, *members):
-    """The container with members of somebody else's; they replace those of the same name."""
+    """The container with these members added; they replace members of the same name."""
     packed = io.BytesIO()
     with tarfile.open(fileobj=io.BytesIO(container[512:])) as archive:
         contents = {entry.name: (entry, archive.extractfile(entry).read().decode()) for entry in archive}
@@ -59,8 +59,8 @@ def repacked(container, *members):
 
 
 def scripts_after(info, signatures, count):
-    """For `count` versions after the first, whose files these are: the scripts as the publishing kit would write them,
-    and the signatures of the last version."""
+    """The scripts of `count` versions after the first, as the publishing kit would write them, and the virus signatures
+    of the last version. `info` and `signatures` are the first version's files."""
     header, scripts = info.splitlines()[0].split(":")[:9], {}
     for version in range(2, count + 2):
         line = f"Vestrum.Sample-{version}:0:*:{sample(version).encode().hex()}\n"
@@ -74,12 +74,12 @@ def scripts_after(info, signatures, count):
 
 
 def home(versions):
-    """A publishing home in which that many versions and one definitions file are out, every version's container
-    beside it."""
+    """A publishing home with that many published versions and one definitions file; `containers` beside them keeps
+    the container of every version."""
     def make(folder):
         shutil.copytree(HOME, folder, symlinks=True, dirs_exist_ok=True)
         (folder / "containers").mkdir()
-        # The kit publishes nothing that lies in the home.
+        # The kit refuses to publish a file that is in the home.
         with tempfile.TemporaryDirectory(prefix="vendor-") as name:
             sources = pathlib.Path(name)
             for version in range(1, versions + 1):
@@ -93,7 +93,7 @@ def home(versions):
 
 
 def publish(path, *arguments, **more):
-    """What the publishing kit says to this; for `path` None it is told of no home."""
+    """Runs the publishing kit for the home `path`; without --home if that is None."""
     where = () if path is None else ("--home", path)
     return subprocess.run([PUBLISHER, *where, *arguments], capture_output=True, text=True, check=False,
                           stdin=subprocess.DEVNULL, **more)

@@ -1,4 +1,4 @@
-"""A machine with an installation on it: the prefix with ClamAV's programs, the vendor's servers, and the tool."""
+"""A machine with an installation: the prefix with ClamAV's programs, the vendor's servers, and the tool."""
 
 import email.utils
 import fcntl
@@ -25,14 +25,15 @@ CONFIGURATION = f"{PREFIX}/etc/freshclam.conf"
 STATE = "/var/lib/tarnwick/uk.co.pellawaysoftware.vestrum.tarnwick.plist"
 OLDER_STATE = "/var/lib/tarnwick/uk.co.tobrennel.vestrum.tarnwick.plist"
 TOOL = "/usr/local/bin/tarnwick"
-# As the tool presents the system that it runs on.
+# What the tool's user agent says of the system.
 MACINTOSH = f"(Macintosh; Intel Mac OS X {platform.freedesktop_os_release().get('VERSION_ID', 'unknown')})"
-# Not even root can write to it then.
+# Makes a temporary folder in which even root cannot write.
 SHUT_WORK_FOLDER = "mkdir -m 700 /tmp/tarnwick-0; mount -t tmpfs -o ro,mode=700 shut /tmp/tarnwick-0"
 UPSTREAM_DATABASES = ("main", "daily", "bytecode")
 
-# A stand-in updater is run by a shell whose path says "freshclam", as the tool looks at executables. It notes which
-# configuration it was given and who owned the databases, spoils that, and takes its exit status from a list.
+# The stand-in for freshclam. The path of its shell contains "freshclam", because the tool finds freshclam processes by
+# the path of their executable. It records its configuration and the owner of the databases, gives them to root, and
+# takes its exit status from a list.
 FRESHCLAM = """
 conf=$(sed -n 's/^#= //p' {configuration}) mirror=$(sed -n 's/^DatabaseMirror //p' {configuration})
 echo "${{conf:-live}} ${{mirror:-none}} $(stat -c %U {data}/main.cvd)" >>/srv/freshclam.calls
@@ -53,8 +54,8 @@ def build_overrides(folder):
 
 
 def clean(text):
-    """Without what differs from run to run: dates, process ids, the wording of other people's errors, and the progress
-    lines that the last one overwrites."""
+    """Removes what differs from run to run: dates, process ids, the wording of libraries' errors, and progress lines
+    that later ones overwrite."""
     for pattern, clear in ((r"(?m)^(Update process started at ).*", r"\1DATE"), (r"[^\r\n]*\r", ""),
                            (r"(?m)^[-0-9]+ [:.0-9]+ tarnwick\[\d+\] ", "tarnwick: "),
                            (r"((?:Download|Request) failed! |available defs version number: ).*", r"\1ERROR")):
@@ -63,8 +64,8 @@ def clean(text):
 
 
 class World(Machine):
-    """So many versions of the container are published, and none is installed. The upstream databases are there, as
-    dummies, so that they are not fetched unasked."""
+    """Has this many published versions of the container, and none installed. Dummies of the upstream databases are
+    installed, so that runs do not fetch them."""
 
     def __init__(self, versions=1):
         super().__init__()
@@ -91,19 +92,19 @@ class World(Machine):
         self.publish("release", "/srv/signatures")
 
     def publish_definitions(self, text):
-        """With no text at all, the file is withdrawn."""
+        """Publishes a definitions file, or withdraws it if the text is empty."""
         self.write("/srv/definitions", text)
         self.publish(*(["definitions", "/srv/definitions"] if text else ["withdraw"]))
 
     def publish_item(self, name, content):
-        """An item that the publishing kit knows nothing of, with its signature."""
+        """Publishes an item that the publishing kit does not know, with its signature."""
         item = f"/srv/vendor/site/VestRUM2/{name}"
         self.write(item, content)
         self.shell(f"openssl dgst -sha1 -binary {item} | openssl dgst -sha1 -sign /srv/vendor/private.pem |"
                    f" base64 -w0 >{item}.signature")
 
     def install(self, version):
-        """What an earlier run would have left: the container of that version, the published definitions file."""
+        """Installs this version of the container and the published definitions file, as an earlier run would have."""
         self.write(f"{DATA}/VestRUM.cud", self.container(version))
         for name in ("Vestrum.database", "Vestrum.database.signature"):
             self.write(f"{DATA}/{name}", (self.home / "site/VestRUM2" / name).read_bytes())
@@ -116,29 +117,29 @@ class World(Machine):
         return (self.home / "containers" / f"{version}.cud").read_bytes()
 
     def modified(self, name):
-        """The date that the servers give with a published file."""
+        """The Last-Modified date with which the servers send a published file."""
         return email.utils.formatdate(self.path(f"/srv/vendor/site/VestRUM2/{name}").stat().st_mtime, usegmt=True)
 
     def version(self, folder=DATA):
-        """The version of the container in a database folder, 0 without one."""
+        """The version of the container in a database folder, or 0 if there is none."""
         container = self.path(f"{folder}/VestRUM.cud")
         return int(container.read_bytes().split(b":")[2]) if container.exists() else 0
 
     def built(self, folder=DATA):
-        """When the container in a database folder was built, as a server's date."""
+        """The date when the container in a database folder was built, in the format of HTTP."""
         header = self.path(f"{folder}/VestRUM.cud").read_bytes()[:512]
         return email.utils.formatdate(int(header.split(b":")[8]), usegmt=True)
 
     def litter(self):
-        """What lies about that no run should leave."""
+        """The paths of temporary files that a run should have deleted."""
         return self.shell(f"find /tmp {PREFIX} /var/lib/tarnwick -mindepth 1 "
                           rf"\( -path '/tmp/*' -o -name '.*' -o -name '*.new*' -o -name '*_download' \)")
 
     def launch(self, *arguments, rate=None, kill=None, fail=None, record=None, through=(), **more):
-        """Starts the tool: with clocks `rate` times as fast, or with `kill`, a signal and when it comes ("AFTER" so
-        many microseconds, so many after the "SPAWN" of freshclam, or before the "STEP" of that number), or with
-        `fail`, a kind of call, the number of the one that fails and its error, or with a file to `record` its syncs,
-        renames and failed call. A program that it is started `through` becomes the tool."""
+        """Starts the tool, with any of these: clocks `rate` times as fast; `kill`, a signal and its moment ("AFTER" so
+        many microseconds, so many after the "SPAWN" of freshclam, or before the "STEP" of a number); `fail`, a kind of
+        call, the number of the call that fails, and its error; a file to `record` syncs, renames, deletions and the
+        failed call. The command `through` must exec the tool."""
         settings = []
         if rate or kill or record:
             number, kind, moment = kill or (0, "AFTER", 0)
@@ -149,7 +150,7 @@ class World(Machine):
         return self.start(*through, "env", *settings, TOOL, *arguments, **more)
 
     def launch_on_a_terminal(self, mode=0):
-        """Starts the tool in the foreground of a terminal of its own; with that, a file of what it shows."""
+        """Starts the tool in the foreground of a new terminal; returns the job and a file of its output."""
         terminal, slave = pty.openpty()
         settings = termios.tcgetattr(slave)
         settings[1], settings[3] = 0, settings[3] | mode
@@ -166,8 +167,8 @@ class World(Machine):
         return [f"LD_PRELOAD={seen_inside(library)}", f"TARNWICK_TEST_RATE={rate}"]
 
     def hurry(self, rate, since=None):
-        """The time of day, and no other clock, runs `rate` times as fast since then (from now on), for the servers and
-        for a tool that is launched with that rate."""
+        """Makes the time of day, but no other clock, run `rate` times as fast since that second (default: now), for
+        the servers, and for the tool if launched with that rate."""
         self.day = [f"TARNWICK_TEST_SINCE={int(since or time.time())}"]
         self.servers.restart(*self.preloading(rate), *self.day)
 
@@ -183,7 +184,7 @@ class World(Machine):
         return clean(self.path(path).read_text(encoding="utf-8"))
 
     def program(self, name, script):
-        """Puts a stand-in in the place of one of the prefix's programs."""
+        """Replaces one of the prefix's programs by a script."""
         shell = "/bin/sh"
         if name == "freshclam":
             shell = f"{BIN}/freshclam-shell"
@@ -191,11 +192,11 @@ class World(Machine):
         self.write(f"{BIN}/{name}", f"#!{shell}\n{script}\n", 0o755)
 
     def sigtool(self, before):
-        """The prefix's sigtool, and a script that comes before it."""
+        """Makes the prefix's sigtool run a script first."""
         self.program("sigtool", f'{before}\nexec /repository/packaging/linux/sigtool "$@"')
 
     def spoil(self, how, answers=None):
-        """Something is put out of order, by a script or by a function of the world, and servers give these answers."""
+        """Breaks something, by a shell script or by a function of the world, and sets these answers of the servers."""
         for request, answer in (answers or {}).items():
             self.servers.answer(request, **answer)
         if callable(how):
@@ -204,7 +205,7 @@ class World(Machine):
             self.shell(how)
 
     def other_freshclam(self, user):
-        """Somebody's own program of that name, which runs until it is ended."""
+        """Starts another program named freshclam, as this user; it runs until it is terminated."""
         self.write("/srv/freshclam", pathlib.Path(shutil.which("sh")).read_bytes(), 0o755)
         other = self.start("setpriv", f"--reuid={user}", "--clear-groups", "/srv/freshclam", "-c",
                            "echo started; read -r nothing", stdin=subprocess.PIPE)
@@ -212,7 +213,7 @@ class World(Machine):
         return other
 
     def freshclam(self, *statuses):
-        """A stand-in for freshclam that answers these, one a run; `freshclam_calls` tells what it met."""
+        """Installs a stand-in for freshclam that ends with these statuses, one a call; see `freshclam_calls`."""
         self.program("freshclam", FRESHCLAM.format(configuration=CONFIGURATION, data=DATA))
         self.write("/srv/freshclam.statuses", "".join(f"{status}\n" for status in statuses))
         self.write("/srv/freshclam.calls")
@@ -221,13 +222,13 @@ class World(Machine):
         return self.path("/srv/freshclam.calls").read_text(encoding="utf-8").splitlines()
 
     def custom_database(self):
-        """What makes the real freshclam content: the official databases left out, one of the mirror's own."""
+        """Lets the real freshclam succeed: without the official databases, with one that the mirror offers."""
         self.write("/srv/vendor/mirror/custom.ndb", vendor.definitions_text(500))
         self.shell(f"printf 'ExcludeDatabase %s\n' {' '.join(UPSTREAM_DATABASES)} >>{CONFIGURATION}\n"
                    f"echo DatabaseCustomURL https://{MIRROR}/custom.ndb >>{CONFIGURATION}")
 
     def remember(self, values, path=STATE):
-        self.path(path).parent.mkdir(mode=0o700, parents=True, exist_ok=True)  # as a run makes it
+        self.path(path).parent.mkdir(mode=0o700, parents=True, exist_ok=True)  # the mode that a run gives it
         self.write(path, plistlib.dumps(values))
 
     def state(self, path=STATE):
@@ -235,7 +236,7 @@ class World(Machine):
         return plistlib.loads(file.read_bytes()) if file.exists() else None
 
     def keep(self, folder):
-        """Leaves everything that tells what happened here in `folder`."""
+        """Copies the files and the transcript of this world to `folder`, to examine a failure."""
         if not self.path("/srv").exists():
             return
         shutil.rmtree(folder, ignore_errors=True)
@@ -243,6 +244,6 @@ class World(Machine):
         lines = (f"{outcome.stdout}{outcome.stderr}[{outcome.status}]\n\n" for outcome in self.transcript)
         (folder / "transcript").write_text("".join(lines), encoding="utf-8")
         for path in (PREFIX, "/var/lib/tarnwick", "/tmp", "/run/nginx", "/srv"):
-            # By the machine's own means something that a test broke on purpose could be in the way.
+            # Copies from outside, because a test may have broken programs or mounts in the machine.
             subprocess.run(["cp", "-a", "--parents", f".{path}", folder.resolve()], cwd=self.root, check=False,
                            stderr=subprocess.DEVNULL)

@@ -1,4 +1,4 @@
-"""Worlds and publishing homes for the tests; the world of a test that failed is kept."""
+"""Fixtures: worlds and publishing homes. If a test fails, its world is kept for examination."""
 
 import os
 import pathlib
@@ -11,7 +11,7 @@ import pytest
 
 from testbed import REPOSITORY, World, vendor
 
-# Seconds, on a busy machine; nothing here waits for more than events that come at once.
+# Seconds. Tests wait only for events that come at once, so this matters only on a very busy machine.
 LONGEST_TEST = int(os.environ.get("TARNWICK_TEST_LIMIT", "240"))
 
 
@@ -34,11 +34,11 @@ def pytest_runtest_makereport(item, call):
 
 @pytest.fixture
 def new_world(request):
-    """A world of the test's own, in which nothing is installed yet and freshclam is the real one. Three versions are
-    out, or as many as `@pytest.mark.versions(n)` says."""
+    """A world for one test: nothing is installed yet, and freshclam is the real one. Three versions are published, or
+    as many as `@pytest.mark.versions(n)` says."""
     marker = request.node.get_closest_marker("versions")
     with World(marker.args[0] if marker else 3) as made:
-        # The end of its machine ends every wait of a test that has got stuck.
+        # Killing the machine ends every wait of a test that hangs.
         def end():
             made.ended_by_watchdog = True
             made.keep(kept(request.node))
@@ -53,7 +53,7 @@ def new_world(request):
 
 @pytest.fixture
 def world(new_world):
-    """The same with the third version installed, and a stand-in for freshclam that is always content."""
+    """The same with version 3 installed, and a stand-in for freshclam that always ends with status 0."""
     new_world.install(3)
     new_world.freshclam(*[0] * 99)
     return new_world
@@ -61,15 +61,15 @@ def world(new_world):
 
 @pytest.fixture(scope="module")
 def shared_world():
-    """One world for all tests of a file, each of which prepares what it needs. Four versions are out."""
+    """One world for all tests of a file; each test prepares what it needs. Four versions are published."""
     with World(versions=4) as made:
         yield made
 
 
 @pytest.fixture
 def home(request):
-    """Four versions and a definitions file are out, or as many versions as `@pytest.mark.versions(n)` says. It lies
-    where a server could reach it, which neither pytest's folders nor every $TMPDIR do."""
+    """A publishing home with four versions, or as many as `@pytest.mark.versions(n)` says, and a definitions file. It
+    is in /tmp, where nginx could read it; it could not in pytest's folders or in every $TMPDIR."""
     marker = request.node.get_closest_marker("versions")
     with tempfile.TemporaryDirectory(prefix="publishing-", dir="/tmp") as folder:
         pathlib.Path(folder).chmod(0o755)

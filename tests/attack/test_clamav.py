@@ -1,4 +1,4 @@
-"""Somebody has become the user clamav: the databases and the unsigned container are theirs, nothing else may become."""
+"""An attacker with the rights of the user clamav controls the databases, and must not gain control of anything else."""
 
 from typing import NamedTuple
 
@@ -15,15 +15,16 @@ NOT_APPLIED = FROM_1_TO_3 + SCRIPTS + FULL_CONTAINER
 NOT_PACKED = FROM_1_TO_3 + SCRIPTS + "Repackage failed\n" + FULL_CONTAINER
 NO_HEADER = FROM_1_TO_3 + SCRIPTS + "Couldn't write header of new cud file\n" + FULL_CONTAINER
 SAID = {"options for tar": NOT_PACKED, "a name that tar reads as a path": NOT_PACKED, "no databases": NOT_APPLIED,
-        **dict.fromkeys(("a link to where scripts are fetched", "a hard link to where they are fetched",
-                         "a pipe for a script", "a link for the database", "a folder", "a path", "the folder above"),
+        **dict.fromkeys(("a link with the name of a fetched script",
+                         "a hard link with the name of a fetched script", "a pipe as a script",
+                         "a link as the database", "a folder", "a path", "the folder above"),
                         NOT_UNPACKED)}
-# A member without a file's name is the end of an archive, or an error, for ClamAV 1.4. Later ones unpack what follows.
-SAID_LATER = SAID | {"a hard link behind a member without a name": NOT_UNPACKED, "the folder above": UPDATED}
+# For ClamAV 1.4, a member without a name ends the archive or is an error. Later versions unpack what follows.
+SAID_LATER = SAID | {"a hard link after a member without a name": NOT_UNPACKED, "the folder above": UPDATED}
 
 
 @pytest.mark.parametrize("name", CONTAINERS)
-def test_containers(world, name):
+def test_a_run_with_an_altered_container_changes_nothing_outside(world, name):
     said = SAID if "ClamAV 1.4" in world.shell("sigtool --version") else SAID_LATER
     world.install(1)
     world.write(SECRET, "secret", 0o600)
@@ -33,13 +34,13 @@ def test_containers(world, name):
     assert outside(world) == before
     assert (outcome.status, outcome.stdout) == (
         0, BANNER + said.get(name, UPDATED) + DEFINITIONS_CURRENT + FRESHCLAM_RUN)
-    # The next run meets what this one has made of it.
+    # The next run works on the container that this run has made of it.
     assert world.run().status == 0
     assert (outside(world), world.litter()) == (before, "")
 
 
 def test_only_fetched_scripts_are_applied_and_all_are_kept(world):
-    """Whatever sigtool unpacks: this one leaves nothing out, as the vendor's own does not."""
+    """With a sigtool that unpacks the scripts of a container too, which the prefix's own leaves out."""
     world.install(1)
     names = ("VestRUM-1.script", "VestRUM-2.script", "VestRUM-999.script")
     own = [member(name, TO_PASSWD) for name in names]
@@ -55,7 +56,7 @@ def test_only_fetched_scripts_are_applied_and_all_are_kept(world):
 
 
 class Header(NamedTuple):
-    builder: str  # which becomes a part of a command line
+    builder: str  # this field becomes a part of a command line
     said: str = NO_HEADER
 
 
@@ -64,9 +65,9 @@ HEADERS = {"plain": Header("x", UPDATED), "command": Header("$(touch pwned)"), "
 
 
 @pytest.mark.parametrize("header", HEADERS.values(), ids=HEADERS)
-def test_headers_of_a_container_swapped_during_the_run(world, header):
+def test_a_header_swapped_during_the_run_executes_nothing(world, header):
     world.install(1)
-    # Ahead of every script, so that none of them changes the line that becomes the new header.
+    # Version 9 is newer than every script, so no script changes the line that becomes the new header.
     line = member("VestRUM.info", lambda old: old.replace(":1:1:", ":9:1:", 1).replace("vestrum", header.builder, 1))
     world.write("/srv/swapped.cud", repacked(world.container(1), line).replace(b":1:1:", b":9:1:", 1))
     world.sigtool(f"case $1 in --unpack*) cp /srv/swapped.cud {DATA}/VestRUM.cud ;; esac")
@@ -78,45 +79,45 @@ def test_headers_of_a_container_swapped_during_the_run(world, header):
 
 class Rights(NamedTuple):
     spoil: str  # a script for the prefix
-    named: str | None = None  # what of the prefix is not root's alone, by the run's one line
-    warned: bool = False  # of the scanner
+    named: str | None = None  # what others than root can change, by the one line that the run prints
+    warned: bool = False  # whether the run warns about the scanner
 
 
 RIGHTS = {
     "all in order": Rights("true"),
-    "an owner that the run itself mends": Rights("chown clamav:clamav ."),
+    "an owner that the run itself corrects": Rights("chown clamav:clamav ."),
     "no prefix": Rights(f"rm -rf *; cd /; umount {PREFIX} 2>/dev/null || rm -r {PREFIX}", warned=True),
     "prefix": Rights("chmod g+w .", PREFIX),
     "folders": Rights("chown clamav bin share; chmod o+w etc", f"{BIN} (and 2 more)"),
     "program": Rights("chown clamav bin/sigtool", f"{BIN}/sigtool"),
     "configurations": Rights("chmod g+w etc/*", f"{CONFIGURATION} (and 2 more)"),
-    "link to their program": Rights(
+    "link to a program of clamav": Rights(
         "cp /bin/true /srv/scan; chown clamav /srv/scan; ln -sf /srv/scan bin/clamscan", f"{BIN}/clamscan", True),
-    "link into their folder": Rights("install -d -o clamav /srv/their; cp /bin/true /srv/their/scan"
+    "link into a folder of clamav": Rights("install -d -o clamav /srv/their; cp /bin/true /srv/their/scan"
                                      "; ln -sf /srv/their/scan bin/clamscan", f"{BIN}/clamscan", True),
-    "link by way of their folder": Rights("install -d -o clamav /srv/their; ln -s /bin/true /srv/their/scan"
-                                          "; ln -s /srv/their/scan /srv/scan; ln -sf /srv/scan bin/clamscan",
-                                          f"{BIN}/clamscan"),
+    "link through a link in a folder of clamav": Rights(
+        "install -d -o clamav /srv/their; ln -s /bin/true /srv/their/scan; ln -s /srv/their/scan /srv/scan"
+        "; ln -sf /srv/scan bin/clamscan", f"{BIN}/clamscan"),
     "link into an open folder above": Rights(
         "mkdir -p /srv/open/closed; chmod 777 /srv/open; cp /bin/true /srv/open/closed/scan"
         "; ln -sf /srv/open/closed/scan bin/clamscan", f"{BIN}/clamscan"),
     "link through a sticky folder": Rights("ln -s /bin/true /tmp/scan; ln -sf /tmp/scan bin/clamscan"),
-    "link by way of theirs in a sticky folder": Rights(
+    "link through a link of clamav in a sticky folder": Rights(
         "ln -s /bin/true /tmp/scan; chown -h clamav /tmp/scan; ln -sf /tmp/scan bin/clamscan", f"{BIN}/clamscan"),
     "a folder above": Rights("chmod g+w /usr/local", "/usr/local"),
     "link to no program": Rights("touch /srv/scan; ln -sf /srv/scan bin/clamscan", warned=True),
     "link to nothing": Rights("ln -s none bin/none"),
-    "link that is theirs": Rights("chown -h clamav bin/clamscan"),
+    "link that belongs to clamav": Rights("chown -h clamav bin/clamscan"),
     "name of two lines": Rights("install -o clamav /bin/true \"bin/a$(printf '\\na')\"", f"{BIN}/a?a"),
 }
 
 
 @pytest.mark.parametrize("rights", RIGHTS.values(), ids=RIGHTS)
-def test_a_run_says_what_of_the_prefix_is_not_roots_alone(world, rights):
+def test_a_run_names_what_others_can_change_in_the_prefix(world, rights):
     world.shell(f"cd {PREFIX}; {rights.spoil}")
     outcome = world.run()
     said = [line for line in outcome.stderr.splitlines() if "Others than root" in line]
-    # Provisioning mends what is in the prefix.
+    # Provisioning corrects what is in the prefix.
     ours = rights.named and rights.named.startswith(PREFIX)
     advice = "Run provision, as root." if ours else "Make root its owner, and the only one who can write to it."
     assert outcome.stdout.startswith(SCANNER_WARNING) == rights.warned
@@ -128,7 +129,7 @@ def test_a_run_says_what_of_the_prefix_is_not_roots_alone(world, rights):
 
 
 @pytest.mark.parametrize("name", FOLDERS)
-def test_database_folders(world, name):
+def test_no_content_of_the_database_folder_leads_a_run_outside(world, name):
     world.write(SECRET, "secret", 0o600)
     before = outside(world)
     for arguments, through in (([], ()), (["--remove-old-first"], ()), ([], as_the_service())):
@@ -138,7 +139,7 @@ def test_database_folders(world, name):
         outcome = world.run(*arguments, through=through)
         assert outcome.status in (0, 1) and "secret" not in outcome.stdout + outcome.stderr
         assert outside(world) == before
-        # What is clamav's own is repaired all the same, and no folder stays in a database's place.
+        # The run still corrects the modes of clamav's own files, and deletes folders that have a database's name.
         assert world.shell(rf"cd {DATA}; find . -mindepth 1 ! -name mirrors.dat \( -type d -o -type f ! -perm 664 \)"
                            ) == ""
 
@@ -153,8 +154,8 @@ def test_database_folders(world, name):
     ("/tmp/a.log", "ln -s /etc/pwned $log", True),
     ("/tmp/pwned/pwned", "ln -s /etc /tmp/pwned", False),
 ], ids=range(8))
-def test_links_in_a_logs_place(world, log, script, healed):
-    """The folder in which ClamAV keeps its logs is clamav's as well."""
+def test_a_run_writes_no_log_through_links_of_others(world, log, script, healed):
+    """The folder for ClamAV's logs belongs to clamav too."""
     world.write(SECRET, "secret", 0o600)
     world.shell("mkdir -p /etc/a/b/c; install -d -o clamav -g clamav /var/log/clamav /var/log/clamav/sub")
     as_clamav = ["setpriv", "--reuid=clamav", "--regid=clamav", "--clear-groups"]

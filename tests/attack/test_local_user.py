@@ -1,4 +1,4 @@
-"""Another user of the machine, with no rights but their own: nothing of theirs steers a run or holds it up."""
+"""An attacker with the rights of another user of the machine can neither influence nor delay a run."""
 
 from typing import NamedTuple
 
@@ -12,34 +12,35 @@ KEEP = "echo theirs >{0}/Vestrum.database; mkdir {0}/VestRUMdefs; echo theirs >{
 
 
 class Trick(NamedTuple):
-    script: str  # what they do before the run
-    usual: bool = True  # the usual temporary folder can still be used
-    open_folder: bool = False  # the lock's folder was made with a mode that lets everybody in
+    script: str  # what the user does before the run
+    usual: bool = True  # whether the run can still use its usual temporary folder
+    open_folder: bool = False  # whether all users can write to the folder of the lock
 
 
 TRICKS = {
-    "the temporary folder is theirs": Trick("mkdir -m 777 /tmp/tarnwick-0; " + KEEP.format("/tmp/tarnwick-0"), False),
-    "the temporary folder leads to root's": Trick("ln -s /etc /tmp/tarnwick-0", False),
-    "the temporary folder leads to theirs": Trick(
+    "the temporary folder belongs to the user": Trick(
+        "mkdir -m 777 /tmp/tarnwick-0; " + KEEP.format("/tmp/tarnwick-0"), False),
+    "the temporary folder is a link to a folder of root": Trick("ln -s /etc /tmp/tarnwick-0", False),
+    "the temporary folder is a link to a folder of the user": Trick(
         "mkdir -m 777 /tmp/trap; ln -s trap /tmp/tarnwick-0; " + KEEP.format("/tmp/trap"), False),
     "the temporary folder is a pipe": Trick("mkfifo /tmp/tarnwick-0", False),
-    "a spare folder is theirs": Trick(
+    "a spare folder belongs to the user": Trick(
         "mkdir -m 777 /tmp/tarnwick-0-AAAAAA; " + KEEP.format("/tmp/tarnwick-0-AAAAAA")),
-    "a spare folder leads to root's": Trick("ln -s /etc /tmp/tarnwick-0-AAAAAA"),
-    "they hold the folder of the lock": Trick(
+    "a spare folder is a link to a folder of root": Trick("ln -s /etc /tmp/tarnwick-0-AAAAAA"),
+    "the user locks the folder of the lock": Trick(
         "flock -n /var/lib/tarnwick sleep infinity >/dev/null 2>&1 & sleep 0.1", open_folder=True),
-    "they hold a file in the lock's place": Trick(
+    "the user locks a file with the name of the lock": Trick(
         "flock -n /var/lib/tarnwick/lock sleep infinity >/dev/null 2>&1 & sleep 0.1", open_folder=True),
-    "a link in the lock's place": Trick("ln -s /etc/shadow /var/lib/tarnwick/lock", open_folder=True),
-    "a pipe in the lock's place": Trick("mkfifo /var/lib/tarnwick/lock", open_folder=True),
-    "they run it themselves": Trick(f"{TOOL} --datadir=/etc --remove-old-first >/dev/null 2>&1 || true"),
+    "a link with the name of the lock": Trick("ln -s /etc/shadow /var/lib/tarnwick/lock", open_folder=True),
+    "a pipe with the name of the lock": Trick("mkfifo /var/lib/tarnwick/lock", open_folder=True),
+    "the user runs the tool": Trick(f"{TOOL} --datadir=/etc --remove-old-first >/dev/null 2>&1 || true"),
 }
 OUTSIDE = f"find /etc {BIN} /usr/local/bin -exec stat -c '%N %A %U:%G %s %Y' {{}} + | sort"
 LEFT = "find /tmp -mindepth 1 -user 65534 -printf '%p %l %m\\n' | sort; cat /tmp/*/Vestrum.database 2>/dev/null || true"
 
 
 @pytest.mark.parametrize("trick", TRICKS.values(), ids=TRICKS)
-def test_what_they_leave_lying_about_changes_nothing(world, trick):
+def test_files_and_locks_of_another_user_do_not_affect_a_run(world, trick):
     world.install(1)
     world.shell(f"install -d -m {777 if trick.open_folder else 700} /var/lib/tarnwick")
     world.remember({})
@@ -58,8 +59,8 @@ def test_what_they_leave_lying_about_changes_nothing(world, trick):
 
 
 @pytest.mark.parametrize("lay", ["mkfifo VestRUM.cud", "mkfifo VestRUM.cud; ln -s /etc/shadow Vestrum.database"])
-def test_a_run_that_is_started_in_their_folder_ends(world, lay):
-    """A file of the container's name in the working directory is read for its version, and no more than that."""
+def test_a_run_that_is_started_in_a_folder_of_another_user_ends(world, lay):
+    """The run reads the version of a VestRUM.cud in its working directory, and uses no more of it."""
     world.shell("install -d -o 65534 /home/theirs")
     assert world.command(*THEIRS, "sh", "-euc", f"cd /home/theirs; {lay}").status == 0
     outcome = world.finish(world.start("sh", "-c", f"cd /home/theirs; exec {TOOL}"))

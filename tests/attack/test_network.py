@@ -1,5 +1,5 @@
-"""Somebody between the machine and the vendor, and a mirror with a valid certificate: what they send installs nothing
-that the vendor did not sign, and ends no run."""
+"""Attackers between the machine and the vendor, or on a mirror with a valid certificate: nothing that they send can
+install a file that the vendor did not sign, or keep a run from ending."""
 
 import typing
 
@@ -53,21 +53,21 @@ class Answers(typing.NamedTuple):
     give: typing.Callable[[World], None]
     said: str
     version: int = 3  # installed in the end
-    older: bool = False  # so that the platform log says so
+    older: bool = False  # whether the platform log must say that it is older than the installed one
 
 
 ANSWERS = {
-    "a genuine script under another's name": Answers(swap_scripts, FROM_1_TO_3 + SCRIPTS + FULL_CONTAINER),
+    "a genuine script under the name of another": Answers(swap_scripts, FROM_1_TO_3 + SCRIPTS + FULL_CONTAINER),
     "a genuine file that is no container": Answers(
         give_definitions_for_container, NEED_FULL + FULL_DOWNLOADED + FULL_REJECTED, 0),
-    # What signatures without a version cannot prevent.
+    # Signatures do not cover a version, so they cannot prevent this.
     "a genuine container of long ago": Answers(
         give_an_old_container, FULL_CONTAINER.replace("version 3", "version 1"), 1),
     "a genuine container older than the installed one": Answers(
         give_an_older_container, NEWER.format(local=2, available=3)
         + SCRIPT_FAILED.format(3) + NEED_FULL
         + FULL_FETCHED.replace("version 3", "version 1"), 1, older=True),
-    "control characters for a version": Answers(
+    "control characters as a version": Answers(
         lambda world: world.servers.answer(f"GET {VERSION_PATH}", "\x1b[2J\u009bx\x7f\b\0é\t:\v1\r\n"),
         LOCAL_1 + "version number ?[2J?x???é\t:?1\nAvailable version 1\nVestRUM.cud file is up-to-date\n", 1),
 }
@@ -76,7 +76,7 @@ OLDER = ("tarnwick: The whole VestRUM.cud (version 1) is older than the installe
 
 
 @pytest.mark.parametrize("name", ANSWERS)
-def test_what_a_mirror_answers(world, name):
+def test_a_mirror_can_only_serve_what_the_vendor_signed(world, name):
     world.install(1)
     answers = ANSWERS[name]
     answers.give(world)
@@ -89,8 +89,8 @@ def test_what_a_mirror_answers(world, name):
 
 
 @pytest.mark.parametrize("name", ENDLESS)
-def test_an_answer_without_end(world, name):
-    """For a text and for a download. nginx would not pass such answers on."""
+def test_a_run_ends_an_answer_without_end(world, name):
+    """For a download and for a text. The odd server answers directly, because nginx would not forward such answers."""
     world.servers.place(origin=ODD_SERVER)
     server = world.odd_server("endless", ODD_SERVER, name)
     for path, said in ((f"{SCRIPTED_PATH}/VestRUM-2.script", FROM_1_TO_3 + SCRIPT_FAILED.format(2) + FULL_CONTAINER),
@@ -103,7 +103,7 @@ def test_an_answer_without_end(world, name):
 
 
 @pytest.mark.parametrize("impostor", [IMPOSTOR, NAMESAKE])
-def test_without_a_certificate_nothing_is_believed(world, impostor):
+def test_a_host_without_a_valid_certificate_is_sent_no_request(world, impostor):
     world.freshclam(52, 52)
     world.install(1)
     world.servers.place(content=impostor, links=impostor, mirror=impostor, database=impostor)

@@ -1,4 +1,4 @@
-"""Files, programs and machines that are not as they should be."""
+"""Runs with broken files, programs and machines."""
 
 from typing import NamedTuple
 
@@ -34,7 +34,7 @@ VERSION_TEXTS = [
 
 
 @pytest.mark.parametrize("text", VERSION_TEXTS, ids=lambda text: repr(text.body))
-def test_version_texts(world, text):
+def test_unusual_version_texts(world, text):
     world.install(1)
     world.servers.answer(f"GET {VERSION_PATH}", text.body)
     outcome = world.run()
@@ -53,7 +53,7 @@ STATE_FILES = {
 
 
 @pytest.mark.parametrize("name", STATE_FILES)
-def test_a_state_that_cannot_be_read_holds_nothing(world, name):
+def test_a_state_file_that_cannot_be_read_counts_as_empty(world, name):
     world.write(STATE, STATE_FILES[name])
     outcome = world.run()
     assert (outcome.status, outcome.stdout) == (1, BANNER + CONTAINER_CURRENT + DEFINITIONS_NEW + FRESHCLAM_RUN)
@@ -61,7 +61,7 @@ def test_a_state_that_cannot_be_read_holds_nothing(world, name):
 
 
 @pytest.mark.parametrize("modified, remembered", [("a\tb <&> é ]]>", True), ("Sun, \x01 Nov", False)])
-def test_dates_come_back_as_they_were_sent(world, modified, remembered):
+def test_dates_are_stored_as_the_server_sent_them(world, modified, remembered):
     world.servers.answer(f"HEAD {DEFINITIONS_PATH}", headers=[f"Last-Modified: {modified}"], length=108)
     for said in (DEFINITIONS_NEW, DEFINITIONS_CURRENT if remembered else DEFINITIONS_NEW):
         assert world.run(env={"LANG": "abcdefghijkl"}).stdout == BANNER + CONTAINER_CURRENT + said + FRESHCLAM_RUN
@@ -72,7 +72,7 @@ def test_dates_come_back_as_they_were_sent(world, modified, remembered):
     (None, "unknown"), (b"", "unknown"), (b"VERSION_ID=\n", "unknown"), (b"VERSION_ID='13.1'\n", "13.1"),
     (b'VERSION_ID="\xff"\n', "unknown"), (b"VERSION_ID=9\r\nEvil: header\n", "9"), (b"\0" * 3_000_000, "unknown"),
 ], ids=range(7))
-def test_operating_system_versions(world, content, version):
+def test_user_agents_name_the_operating_systems_version(world, content, version):
     world.shell("rm /etc/os-release")
     if content is not None:
         world.write("/etc/os-release", content)
@@ -96,10 +96,10 @@ class BadMachine(NamedTuple):
     said: str = NOTHING_NEW
     status: int = 0
     spoil: str = "true"
-    command: str = f"exec {TOOL}"  # by bash
-    freshclam: str | None = None  # a script for one that writes no notes
-    configured: bool = True  # freshclam's configuration is there, and says in the end what it said before
-    noted: str | None = None  # one line of the platform log
+    command: str = f"exec {TOOL}"  # the command line, for bash
+    freshclam: str | None = None  # a script, instead of the stand-in that records its calls
+    configured: bool = True  # whether freshclam.conf exists, and must name the upstream mirror after the run
+    noted: str | None = None  # a line that the platform log must have once
 
 
 MACHINES = {
@@ -169,7 +169,7 @@ MACHINES = {
 
 
 @pytest.mark.parametrize("bad", MACHINES.values(), ids=MACHINES)
-def test_what_a_run_does_on_a_bad_machine(world, bad):
+def test_a_run_on_a_bad_machine(world, bad):
     if bad.freshclam:
         world.program("freshclam", bad.freshclam)
     world.shell(bad.spoil)
@@ -186,7 +186,7 @@ def test_what_a_run_does_on_a_bad_machine(world, bad):
 @pytest.mark.parametrize("folder, spoil", [
     ("/tmp", "mount -t tmpfs -o ro,mode=1777 tmp /tmp"), ("/tmp", SHUT_WORK_FOLDER),
     ("/tmp", "ln -s /srv /tmp/tarnwick-0; mount --bind /tmp /tmp; mount -o remount,bind,ro /tmp")])
-def test_a_temporary_folder_that_cannot_be_made(world, folder, spoil):
+def test_a_run_without_a_temporary_folder_still_checks_the_definitions(world, folder, spoil):
     world.install(1)
     world.shell(spoil)
     outcome = world.run(env={"TMPDIR": folder})
@@ -206,7 +206,7 @@ def test_a_temporary_folder_that_cannot_be_made(world, folder, spoil):
     ("/srv/sticky/theirs/mine", "others can change /srv/sticky/theirs"),
     ("/srv/sticky/link", "others can change /srv/sticky/link"),
     ("/srv/way/mine", "others can change /srv/shared"), ("/srv/full", "Read-only file system")])
-def test_a_temporary_folder_elsewhere(world, folder, reason):
+def test_tmpdir_is_used_only_if_others_cannot_change_it(world, folder, reason):
     world.shell("""cd /srv; mkdir -m 1777 sticky; mkdir -m 777 shared; mkdir -p mine sticky/theirs/mine shared/mine full
 ln -s . link; ln -s shared way; ln -s ../mine sticky/link; chown -h clamav sticky/link; chown clamav sticky/theirs
 install -d -o clamav theirs; mount -t tmpfs -o ro full full""")
@@ -224,7 +224,7 @@ MEBIBYTE = 1 << 20
 
 
 def test_a_disk_with_room_for_one(world):
-    """A database that is fetched there needs its size once; one that comes from elsewhere, that of the old one."""
+    """A database downloaded on the same disk needs its size once. One moved from another disk may use the old one's."""
     world.shell("mkdir /data; mount -t tmpfs -o size=7m data /data; mount -t tmpfs tmp /tmp")
     for name in ("bytecode.cvd", "daily.cvd"):
         world.write(f"/data/{name}", "dummy")
@@ -241,7 +241,7 @@ def test_a_disk_with_room_for_one(world):
 
 
 @pytest.mark.parametrize("argument", ["--datadir=", "--datadir=/", "--datadir=//."])
-def test_the_whole_file_system_is_no_data_directory(world, argument):
+def test_a_data_directory_at_the_root_changes_no_modes_or_owners(world, argument):
     before = set(world.shell("stat -c '%a %U %n' / /*").splitlines())
     assert world.run(argument).status in (0, 1)
     assert before <= set(world.shell("stat -c '%a %U %n' / /*").splitlines())
@@ -254,7 +254,7 @@ GIVING_UP = "No internet connection available. Giving up.\n"
 @pytest.mark.parametrize("route, reachable", [
     ("add default dev uplink", True), ("add default via fd00::2 dev uplink", True), ("add unreachable default", False),
     ("add blackhole default", False), ("add 192.0.3.0/24 dev uplink", False), ("", False),
-    # As virtual private networks add it.
+    # Virtual private networks add such routes.
     ("add 0.0.0.0/1 dev uplink", False), ("add ::/1 dev uplink", False)])
 def test_network_wait(world, route, reachable):
     before = world.log(CONFIGURATION)

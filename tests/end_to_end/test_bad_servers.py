@@ -1,4 +1,4 @@
-"""Servers that do not answer as they should, and how long they are borne."""
+"""Servers that give wrong, late or no answers."""
 
 import re
 from typing import NamedTuple
@@ -17,10 +17,10 @@ GET_DEFINITIONS, HEAD_DEFINITIONS = f"GET {DEFINITIONS_PATH}", f"HEAD {DEFINITIO
 
 
 @pytest.mark.parametrize("server", BAD_SERVERS.values(), ids=BAD_SERVERS)
-def test_nothing_of_a_bad_server_is_installed(new_world, server):
+def test_nothing_from_a_bad_server_is_installed(new_world, server):
     new_world.freshclam(0)
     new_world.servers.turn_bad(server, GET_CONTAINER, GET_DEFINITIONS)
-    # Only silence is waited for; whatever else is asked for must come in time.
+    # Faster clocks only where the run waits for a silent server; other requests need their normal time limits.
     outcome = new_world.run(rate=12 if (server.answer or {}).get("hold") else None)
     container, database = NEED_FULL + FULL_FAILED, DEFINITIONS_INVALID
     errors = DOWNLOAD_FAILED * 2
@@ -40,20 +40,20 @@ def test_nothing_of_a_bad_server_is_installed(new_world, server):
 
 class Silence(NamedTuple):
     request: str
-    limit: int  # in seconds
-    given_up: str
-    borne: str = ""  # what follows from an answer that comes just in time
+    limit: int  # the time limit of the request, in seconds
+    given_up: str  # the output after the time limit
+    in_time: str = ""  # the output after an answer that comes just in time
 
 
 @pytest.mark.parametrize("silence", [
-    Silence(GET_VERSION, 15, LOCAL_1 + UNKNOWN_VERSION + DEFINITIONS_CURRENT, borne="version number 3\n"),
+    Silence(GET_VERSION, 15, LOCAL_1 + UNKNOWN_VERSION + DEFINITIONS_CURRENT, in_time="version number 3\n"),
     Silence(HEAD_DEFINITIONS, 15, DEFINITIONS_UNREACHABLE),
-    Silence(GET_DEFINITIONS, 60, DEFINITIONS_INVALID, borne=DEFINITIONS_DOWNLOADED)],
+    Silence(GET_DEFINITIONS, 60, DEFINITIONS_INVALID, in_time=DEFINITIONS_DOWNLOADED)],
     ids=lambda silence: silence.request)
-def test_silence_is_borne_up_to_the_limit(world, silence):
-    rate = 3 * silence.limit // 15  # so that what a busy machine adds stays small beside the limit
-    in_time = {"body": "3", "pause": 0.8 * silence.limit / rate}
-    for answer, said in ((in_time, silence.borne), (SILENCE, silence.given_up + FRESHCLAM_RUN)):
+def test_a_run_waits_for_a_silent_server_up_to_the_limit(world, silence):
+    rate = 3 * silence.limit // 15  # slow enough that delays of a busy machine are small against the limit
+    answer_in_time = {"body": "3", "pause": 0.8 * silence.limit / rate}
+    for answer, said in ((answer_in_time, silence.in_time), (SILENCE, silence.given_up + FRESHCLAM_RUN)):
         world.freshclam(0)
         world.install(1 if silence.request == GET_VERSION else 3)
         if silence.request == GET_DEFINITIONS:
@@ -63,7 +63,7 @@ def test_silence_is_borne_up_to_the_limit(world, silence):
     assert 0.8 * silence.limit < world.servers.held_for() * rate < 1.5 * silence.limit
 
 
-def test_whatever_arrives_is_life(world):
+def test_any_received_byte_counts_as_activity(world):
     world.servers.place(links=None, content=None)
     world.servers.stop()
     world.shell(f"printf '127.0.0.1 {LINKS}\n127.0.0.2 {LINKS}\n' >>/etc/hosts; echo multi on >/etc/host.conf")
@@ -82,7 +82,7 @@ def test_a_download_may_take_longer_than_its_links_live(world, name, said):
     assert said in outcome.stdout and (outcome.stderr, world.version()) == ("", 3)
 
 
-def test_a_text_has_ten_minutes_and_a_file_has_not(new_world):
+def test_a_text_must_end_within_ten_minutes_but_a_file_need_not(new_world):
     new_world.freshclam(0)
     for end in ("", ".signature"):
         body = new_world.published("VestRUM.cud" + end)
@@ -93,17 +93,17 @@ def test_a_text_has_ten_minutes_and_a_file_has_not(new_world):
             in raw.stderr)
 
 
-def test_the_users_proxy_is_asked(world):
+def test_requests_go_to_the_users_proxy(world):
     world.install(1)
     outcome = world.run(env={"https_proxy": f"http://{NOBODY}:3128"})
     assert (outcome.status, outcome.stdout, world.servers.requests()) == (
         0, BANNER + LOCAL_1 + UNKNOWN_VERSION + DEFINITIONS_UNREACHABLE + FRESHCLAM_RUN, [])
 
 
-def test_a_slow_transfer_is_waited_for_and_a_redirect_followed(new_world):
+def test_a_slow_download_shows_its_progress_after_a_redirect(new_world):
     body = new_world.container(3)
     new_world.freshclam(0)
-    # Eighty seconds by the tool's clock, never ten without a byte.
+    # Takes eighty seconds by the tool's clock, but a piece comes every ten.
     new_world.servers.answer("GET /slow", body, pause=0.5)
     new_world.servers.answer(GET_CONTAINER, **redirect(f"https://{MIRROR}/slow"))
     raw = new_world.launch(rate=20).end()
@@ -114,8 +114,8 @@ def test_a_slow_transfer_is_waited_for_and_a_redirect_followed(new_world):
     assert "\rDownloading VestRUM.cud [100%]\nVestRUM.cud (version 3)" in raw.stdout
 
 
-def test_user_agents_end_in_a_blank(world):
-    """Which nginx would not show; and a HEAD request stays one when it is sent elsewhere."""
+def test_a_user_agent_ends_in_a_blank_and_a_redirected_head_request_stays_one(world):
+    """The odd server prints the request; nginx would not log the blank."""
     server = world.odd_server("raw")
     world.servers.answer(HEAD_DEFINITIONS, **redirect(f"http://{MIRROR}/there"))
     assert CONTAINER_CURRENT + DEFINITIONS_ABSENT in world.run().stdout

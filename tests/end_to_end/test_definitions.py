@@ -1,4 +1,4 @@
-"""The vendor's signed files beside the container: what becomes of each, and of one more, which comes zipped."""
+"""The vendor's items: the definitions file, and a second, zipped item."""
 
 import io
 import zipfile
@@ -27,10 +27,10 @@ def dated(date):
 
 class Definitions(NamedTuple):
     said: str = DEFINITIONS_NEW
-    stored: bool | None = True  # whether the new date is remembered, or the old one; None, if no date is
-    left: int | None = 1  # which text is installed in the end
+    stored: bool | None = True  # whether the state then has the new date (True), the old one (False) or none (None)
+    left: int | None = 1  # the number of the text that is installed after the run
     errors: str = ""
-    published: str | None = None  # a new text; the one with number 1 was installed
+    published: str | None = None  # a new text; text number 1 is installed before the run
     spoil: str | Callable = "true"
     answers: dict = {}  # of the servers
 
@@ -50,7 +50,7 @@ DEFINITIONS = {
     "same but lost": Definitions(spoil=f"rm {DATA}/Vestrum.database"),
     "half a pair": Definitions(spoil=f"rm {DATA}/Vestrum.database.signature"),
     "new": Definitions(left=2, published=definitions_text(2)),
-    "new, scanner content with nothing": Definitions(left=2, published=definitions_text(2),
+    "new, and the scanner rejects everything": Definitions(left=2, published=definitions_text(2),
                                                      spoil=f"ln -sf /bin/false {BIN}/clamscan"),
     "unsigned": Definitions(DEFINITIONS_DOWNLOADED + DEFINITIONS_INVALID, False, published=definitions_text(2),
                             answers={f"GET {DEFINITIONS_PATH}.signature": {"body": "bm9wZQ=="}}),
@@ -80,7 +80,7 @@ def text_of(world, name):
 
 
 @pytest.mark.parametrize("row", DEFINITIONS.values(), ids=DEFINITIONS)
-def test_what_becomes_of_definitions(world, row):
+def test_definitions_after_a_run(world, row):
     before = world.state()
     if row.published is not None:
         world.publish_definitions(row.published)
@@ -104,7 +104,7 @@ def archive(*names, text=definitions_text(2)):
     return stream.getvalue()
 
 
-def test_withdrawn_file_is_not_asked_for_again(world):
+def test_a_withdrawn_file_is_not_downloaded_again(world):
     world.publish_definitions("")
     assert world.run().status == 1
     again = world.run()
@@ -120,7 +120,7 @@ EMPTY = f"Downloaded file is deliberately empty, delete {SECOND} from defs db di
 
 @pytest.fixture(name="two_items")
 def world_of_two_items(world):
-    """A row in the table of items is all that the tool needs for a second one."""
+    """A world whose tool differs by one row in its table of items."""
     world.shell(f"cp {seen_inside(EXECUTABLE.parent / 'tests/unit/tarnwick_two_items')} {TOOL}")
     return world
 
@@ -128,7 +128,7 @@ def world_of_two_items(world):
 class ZippedItem(NamedTuple):
     published: bytes = archive(SECOND)
     said: str = SPOILT
-    left: int | None = 1  # which text is installed in the end; 1 was before
+    left: int | None = 1  # the number of the text that is installed after the run; before it, 1 is
     spoil: str = "true"
 
 
@@ -147,7 +147,7 @@ ZIPPED_ITEMS = {
 
 
 @pytest.mark.parametrize("row", ZIPPED_ITEMS.values(), ids=ZIPPED_ITEMS)
-def test_what_becomes_of_a_zipped_item(two_items, row):
+def test_a_zipped_item_after_a_run(two_items, row):
     world = two_items
     world.write(f"{DATA}/{SECOND}", definitions_text(1))
     remembered = world.state() | {"second.ndb-Last-Modified": "some date"}

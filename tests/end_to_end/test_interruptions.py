@@ -1,4 +1,4 @@
-"""Runs that are cut off, by a signal or without one, and runs that meet each other."""
+"""Runs that are interrupted by signals, kills and failing calls, and runs at the same time."""
 
 import errno
 import fcntl
@@ -20,7 +20,7 @@ from testbed.texts import BANNER, BY_SCRIPTS, DEFINITIONS_NEW, FROM_1_TO_3, NOTH
 from testbed.world import clean
 
 SIGNALS = (15, 2, 3, 6, 1)
-BLOCKING = ("env", "--block-signal=TERM,INT,QUIT,ABRT,HUP")  # as a caller may leave them
+BLOCKING = ("env", "--block-signal=TERM,INT,QUIT,ABRT,HUP")  # a caller may block these signals
 END = "killling...\n"
 UNTIL_FRESHCLAM = BANNER + FROM_1_TO_3 + BY_SCRIPTS + DEFINITIONS_NEW + UPSTREAM_PHASE
 
@@ -40,22 +40,22 @@ def test_signals_in_every_phase(world, phase):
         if phase in ("lock", "no network"):
             assert not world.path("/srv/a.log").exists() and world.version() == 1
         else:
-            # While freshclam runs, the log is its alone.
+            # While freshclam runs, only freshclam writes to the log.
             assert world.log("/srv/a.log").endswith(END) == (phase != "freshclam")
             assert f"DatabaseMirror {MIRROR}\n" in world.log(CONFIGURATION) or phase == "fallback"
-        # The program that the run had started is ended too; its end may take a moment.
+        # The signal handler also terminates the program that the run started; this may take a moment.
         assert any(world.running(f"{BIN}/") == [] for _ in range(50))
 
 
 @pytest.mark.parametrize("through", [(), as_the_service()], ids=["by root", "by the service"])
 def test_no_freshclam_survives_a_signal(new_world, through):
-    """Wherever ours is in starting: the shell, the adapter, the program, which becomes another user."""
+    """The signal comes at any moment of freshclam's start: in the shell, the adapter, or the program."""
     new_world.install(3)
     new_world.custom_database()
     new_world.servers.answer("GET /custom.ndb", "cut", length=9, hold=True)
     for index, moment in enumerate([*moments(1, 20, 2_000), *moments(2, 20, 40_000), 500_000]):
-        other = new_world.other_freshclam("clamav")  # whose executable the service may not see
-        # The end of the output is the end of everybody who could write it.
+        other = new_world.other_freshclam("clamav")  # the service may not read the path of its executable
+        # The output ends only when every process that could write to it has ended.
         outcome = new_world.run(kill=(SIGNALS[index % len(SIGNALS)], "SPAWN", moment), through=through)
         assert outcome.status == 255 and END in outcome.stdout, (moment, outcome)
         assert other.end().status == -signal.SIGTERM, moment
@@ -80,20 +80,20 @@ def test_a_signal_to_the_whole_group_reaches_freshclam(world, number, through, s
     assert job.end().stdout == said and world.running(f"^{BIN}/freshclam") == []
 
 
-def test_its_own_freshclam_is_found_among_any_number_of_younger_processes(world):
+def test_a_signal_terminates_freshclam_among_any_number_of_younger_processes(world):
     wait = updating(world)
     job = world.launch()
     wait(job)
     crowd = world.start("/usr/bin/python3", "-c", "import os, time\n"
                         "for _ in range(1100): os.fork() or os._exit(0)\nprint(flush=True); time.sleep(1000)")
-    crowd.read_until("\n")  # all of them ended and not reaped, so that they cost nothing
+    crowd.read_until("\n")  # all have ended and are not reaped, so they cost nothing
     job.signal(signal.SIGTERM)
     assert job.process.wait() == 255 and any(world.running(f"^{BIN}/freshclam") == [] for _ in range(50))
     assert job.end().stdout == END
 
 
-def test_one_thread_takes_the_signals(world):
-    """A name server that never answers keeps the resolver's thread in view."""
+def test_only_the_main_thread_receives_signals(world):
+    """A name server that never answers keeps the resolver's thread running."""
     world.install(1)
     world.servers.place(links=None)
     world.write("/etc/resolv.conf", "nameserver 127.0.0.9\n")
@@ -107,7 +107,7 @@ def test_one_thread_takes_the_signals(world):
     assert job.end().status == 255
 
 
-def test_progress_that_nobody_reads_keeps_no_signal_back(world):
+def test_a_signal_ends_a_run_that_is_blocked_by_its_output(world):
     world.shell(f"rm {DATA}/daily.cvd")
     world.servers.answer("GET /daily.cvd", "half", length=8, hold=True)
     reading, writing = os.pipe()
@@ -124,7 +124,7 @@ def test_progress_that_nobody_reads_keeps_no_signal_back(world):
 
 
 def old_or_new(world):
-    """Whole in either case. A container that was built here names the digest of all that follows its header."""
+    """Databases are complete, old or new. The header of a container built by the run has the hash of the rest."""
     container = world.path(f"{DATA}/VestRUM.cud").read_bytes()
     assert container in (world.container(1), world.container(3)) or (
         world.version() == 3 and container.split(b":")[5].decode() == hashlib.md5(container[512:]).hexdigest())
@@ -132,7 +132,7 @@ def old_or_new(world):
 
 
 def completes(world):
-    """The next run makes everything good: nothing is left of the one that was cut off, in the configuration either."""
+    """The next run updates everything and removes all traces of the interrupted one, also in freshclam.conf."""
     assert world.run().status in (0, 1) and world.version() == 3
     assert world.log(CONFIGURATION) == world.log(f"{PREFIX}/etc/freshclamBAK.conf")
     assert (world.litter(), world.log(f"{DATA}/Vestrum.database")) == ("", definitions_text(1))
@@ -140,12 +140,12 @@ def completes(world):
     assert world.log(f"{DATA}/Vestrum.database.signature") == world.log(published)
 
 
-# Those that are handled, and those that cannot be or come of a fault of the program's own.
+# Signals that the tool handles, and signals that it does not: SIGKILL and SIGSEGV.
 @pytest.mark.parametrize("numbers, seed", [*((SIGNALS, seed) for seed in range(6)),
                                            *(((9, 11), seed) for seed in range(3))])
 def test_cut_off_at_any_moment(world, numbers, seed):
     quick(world)
-    cut_off, longest = 0, 0.12  # seconds: soon about twice as long as a run takes on this machine
+    cut_off, longest = 0, 0.12  # seconds; adapts to about twice the time of a run on this machine
     for index, share in enumerate(moments(seed, 50, 1_000_000)):
         fall_behind(world)
         moment = int(share * longest) + 1
@@ -154,7 +154,7 @@ def test_cut_off_at_any_moment(world, numbers, seed):
         print(f"signal {number} after {moment} microseconds: {outcome.status}")
         said = outcome.stdout
         if number in SIGNALS and outcome.status != 1:
-            # At once and whole: nothing of what comes later has been said, nothing is said twice.
+            # The run ends at once: it prints nothing of later steps, and nothing twice.
             assert (outcome.status, said[-len(END):]) == (255, END), (moment, outcome)
             said = said.removesuffix(END)
         else:
@@ -171,7 +171,7 @@ WAYS = ("by scripts", "whole", "seeding")
 
 
 def ready_for(world, way):
-    """The next run has something to do, in this way."""
+    """Prepares the next run to install databases in this way."""
     world.servers.mend()
     fall_behind(world)
     if way == "whole":
@@ -202,7 +202,7 @@ EVERY_CALL = bool(os.environ.get("TARNWICK_TEST_EVERY_CALL"))
 
 @pytest.mark.parametrize("call", ["open", "write", "fsync", "rename", "unlink", "fork"])
 def test_a_call_that_fails(world, call):
-    """One call of a run, each in turn with each error, or a sample of these."""
+    """Makes one call of each run fail: every call with every error in turn, or a sample of them."""
     quick(world)
     for index, (way, error) in enumerate(itertools.product(WAYS, ERRORS) if EVERY_CALL else zip(WAYS, ERRORS)):
         for number in itertools.count(1) if EVERY_CALL else itertools.count(1 + index, 7):
@@ -222,7 +222,7 @@ def test_a_call_that_fails(world, call):
 @pytest.mark.parametrize("edit", ["s/#MaxAttempts 5", "s/DatabaseMirror mirror"])
 @pytest.mark.parametrize("killed, status, left", [("$(pidof tarnwick)", -9, 1), ("$$", 0, 0)], ids=["run", "sed alone"])
 def test_killed_while_the_configuration_is_edited(world, edit, killed, status, left):
-    """sed leaves a temporary file then, under a name that an administrator's file can have too."""
+    """A killed sed leaves a temporary file, whose name could also be that of an administrator's file."""
     quick(world)
     etc, mine = f"{PREFIX}/etc", "sedBackup sed-conf1 sedOld123"
     world.shell(f"cd {etc}; mkdir real; mv freshclam.conf real; ln -s real/freshclam.conf .; touch {mine}; cd real; "
@@ -245,8 +245,8 @@ case $* in *'{edit}'*) mktemp -p {etc}/real sedXXXXXX; kill -KILL {killed} ;; es
     assert world.log(CONFIGURATION) == world.log(f"{etc}/freshclamBAK.conf")
 
 
-def test_what_is_remembered_is_on_the_disk_before(world):
-    """A power cut between any two of these leaves something that the next run makes good."""
+def test_files_are_synced_before_the_state_names_them(world):
+    """With this order of writes, the next run can recover from a power cut between any two of them."""
     quick(world)
     world.publish("withdraw")
     world.write("/srv/vendor/mirror/daily.cvd", "ClamAV-VDB:dummy")
@@ -263,13 +263,13 @@ def test_what_is_remembered_is_on_the_disk_before(world):
     assert recorded("delete Vestrum.database", "sync clamav", "sync .tarnwick-staged", f"rename {state}",
                     "sync tarnwick")
     assert recorded("sync daily.cvd_download", "rename daily.cvd", "sync clamav")
-    # Both switches of the configuration, each before anything else is synced.
+    # Each of the two switches of the configuration syncs its files in this order, with nothing between.
     switched = ["rename edits", "sync tarnwick", "sync real.conf", "sync real", "delete edits"]
     assert [steps[start:start + 5] for start, step in enumerate(steps) if step == switched[0]] == [switched] * 2
 
 
 def test_a_run_of_an_earlier_release_is_waited_for(world):
-    """That one locks the folder."""
+    """Earlier releases lock the folder instead of a file."""
     world.shell("chmod 700 /var/lib/tarnwick")
     earlier = world.start("flock", "/var/lib/tarnwick", "sh", "-c", "echo locked; read -r nothing",
                           stdin=subprocess.PIPE)

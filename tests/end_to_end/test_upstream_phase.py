@@ -1,4 +1,4 @@
-"""The upstream databases: what freshclam's exit statuses lead to, whole downloads, and the real freshclam."""
+"""The upstream databases: the recovery ladder for freshclam's exit statuses, direct downloads, the real freshclam."""
 
 import signal
 from typing import NamedTuple
@@ -13,13 +13,13 @@ from testbed.texts import (
 BEFORE = NOTHING_NEW.removesuffix(FRESHCLAM_CALL)
 FALLBACK_START = "Still failing with network issues. Download full file.\nDownloading Defs version number\n"
 NO_RECORD = FALLBACK_START + f"no defs version number available on {MIRROR}\n"
-# An administrator's spare files can be as old as these.
+# Spare configurations can name mirrors of older releases.
 SPARE_MIRRORS = {"BAK": "oldmirror.vestrum.example", "CLEAN": "content.vestrum.example"}
-# What freshclam finds when it runs: which configuration, pointing where, and databases owned by whom. Each run leaves
-# them to root.
+# What a call of the stand-in records: the configuration, its mirror, and the owner of the databases. Each call then
+# gives the databases to root.
 FOUND = {"first": f"live {MIRROR} clamav", "again": f"live {MIRROR} root", "repaired": f"live {MIRROR} clamav",
          "back": f"live {UPSTREAM} root", **{name: f"{name} {host} root" for name, host in SPARE_MIRRORS.items()}}
-LADDER = [  # what each run of freshclam finds, and the status with which it ends
+LADDER = [  # for each call of freshclam: what it records, and its exit status
     *(f"first {status}" for status in (0, 1, 2, 40, 51, 55, 60, 61, 127, 255, "killed")),
     *(f"first {status}, repaired 0" for status in (50, 53, 57)),
     *(f"first {status}, back 1" for status in (52, 54, 58, 59)),
@@ -61,7 +61,7 @@ def test_ladder(world, runs):
     assert (outcome.status, outcome.stdout, world.freshclam_calls()) == (
         137 if "killed" in runs else int(statuses[-1]),
         BEFORE + FRESHCLAM_CALL * len(found) + NO_RECORD * (statuses[-1] == "52"), [FOUND[name] for name in found])
-    # Strays are killed for the sake of their log alone.
+    # The run terminates other freshclams only after status 62, because they may have locked the log.
     assert (stray.end().status == -signal.SIGTERM) == ("62" in statuses)
     faulty = world.path(f"{PREFIX}/etc/freshclamFAULTY.conf")
     left = FOUND[found[-1]].split()[0]
@@ -74,14 +74,14 @@ def test_ladder(world, runs):
     assert world.path(CONFIGURATION).read_bytes() == before
 
 
-def test_vendor_changes_show_in_good_statuses_only(world):
+def test_vendor_changes_raise_only_status_0_to_1(world):
     for freshclam, status in ((0, 1), (1, 1), (2, 2)):
         world.freshclam(freshclam)
         world.shell(f"rm -f {DATA}/V*")
         assert world.run().status == status
 
 
-# The record's fields 1, 2 and 7 count.
+# The fields 1, 2 and 7 are the versions of main, daily and bytecode.
 RECORD = "0.103.12\t\x1b[2J\u009b:62:27400:1760000000:1:90:49192:{}\n"
 STARTED = FRESHCLAM_CALL * 2 + FALLBACK_START
 
@@ -91,11 +91,11 @@ def shown(record):
 
 
 class Fallback(NamedTuple):
-    installed: str  # files, and the versions that sigtool tells
-    offered: str  # the same, by the mirror
-    seen: str  # what is told of: versions that are compared, "fetched" ones, and one that is "kept out"
+    installed: str  # installed files, and the version that sigtool reports for each
+    offered: str  # the same for the files on the mirror
+    seen: str  # files in the order of the output: with the version compared, or "fetched", or "kept" uninstalled
     status: int = 1
-    bytecode: int | str = 339  # as the record has it, beside a main of 62 and a daily of 27400
+    bytecode: int | str = 339  # in the version record, which also has main 62 and daily 27400
 
     def said(self):
         available = {"main": 62, "daily": 27400, "bytecode": self.bytecode if self.bytecode != "x" else 0}
@@ -134,7 +134,7 @@ FALLBACKS = {
 def test_whole_files_are_fetched_where_freshclam_cannot_connect(world, fallback):
     said = "".join(fallback.said())
     world.freshclam(52, 52)
-    world.program("sigtool", '[ ! -p "$2" ] || exec echo "Version: 99"\n'  # where the real one would wait
+    world.program("sigtool", '[ ! -p "$2" ] || exec echo "Version: 99"\n'  # on a pipe, the real one would block
                              '[ "$1" = -i ] && case $(cat "$2") in [0-9]*) echo "Version: $(cat "$2")" ;; '
                              '*) echo "Version: 9"; echo "ERROR: no database" ;; esac')
     world.shell(f"rm {DATA}/*.cvd")
@@ -155,7 +155,7 @@ def test_whole_files_are_fetched_where_freshclam_cannot_connect(world, fallback)
     requests = [request for request in world.servers.requests() if request.host == MIRROR]
     assert [request.agent for request in requests if request.path.endswith(".cvd")] == [
         f"Tarnwick/2.19.4 (2.19.4) {MACINTOSH}"] * len(progress)
-    # A download of version 0 stays where it is until the next run begins.
+    # A download of version 0 keeps its temporary name until the next run deletes it.
     assert world.path(f"{DATA}/daily.cvd_download").exists() == ("kept" in fallback.seen)
     world.freshclam(0)
     world.write(f"{DATA}/daily.cvd", "27400")
@@ -165,7 +165,7 @@ def test_whole_files_are_fetched_where_freshclam_cannot_connect(world, fallback)
 
 
 @pytest.mark.parametrize("record", [b"", b"1:2:3:4:5:6:7", b"\xff:1:2:3:4:5:6:7", b"x" * 3_000_000], ids=range(4))
-def test_records_that_are_none(world, record):
+def test_version_records_that_cannot_be_read(world, record):
     world.freshclam(52, 52)
     world.write("/srv/vendor/mirror/dns.txt", record)
     outcome = world.run()
@@ -182,7 +182,7 @@ def test_versions_that_the_real_sigtool_reads(world, make, version):
     site = f"{PUBLIC_TREE}{CONTAINER_PATH}"
     world.shell(f"{make.format(site=site, data=DATA)} >{DATA}/main.cvd")
     if version > 0:
-        # Only the name tells it that a container needs no signature of ClamAV's.
+        # sigtool accepts an unsigned container only if its name ends in .cud.
         world.program("sigtool", f"exec /usr/bin/sigtool -i {DATA}/../unsigned.cud")
     outcome = world.run()
     assert outcome.stdout.split(f"{shown(RECORD.format(0))}\n")[1].startswith(
@@ -196,14 +196,14 @@ def test_seeding_and_proxy_helper(world):
     world.program("VestrumProxyHelper", "echo the helper was given $# arguments; exit 9")
     outcome = world.run()
     helper = "the helper was given 0 arguments\n"
-    # Whatever calls itself a container is put in place: there was nothing before. There is no bytecode.
+    # Without an installed main, any file with a container's first bytes is installed. The mirror has no bytecode.
     assert (outcome.status, outcome.stdout) == (
         1, BANNER + CONTAINER_CURRENT + DEFINITIONS_CURRENT + "Checking proxy settings\n" + helper + UPSTREAM_PHASE
         + f"Downloading main.cvd [100%]\nDownloaded main.cvd from {MIRROR}\nDownloading bytecode.cvd [100%]\n"
         + FRESHCLAM_CALL)
     assert world.shell(f"cd {DATA} && ls *.c?d && cat main.cvd") == (
         "VestRUM.cud\ndaily.cld\nmain.cvd\nClamAV-VDB:no good one")
-    # Whole downloads show their progress even to the quiet.
+    # Direct downloads show their progress even with --quiet.
     world.freshclam(1)
     world.shell(f"rm {DATA}/main.cvd; echo dummy >{DATA}/bytecode.cvd")
     assert world.run("--quiet").stdout == helper + "Downloading main.cvd [100%]\nfreshclam --quiet --no-warnings\n"
@@ -223,7 +223,7 @@ def test_error_pages_of_the_mirror_do_not_reach_a_scanner(world):
 class Switch(NamedTuple):
     before: str
     after: str
-    during: str | None = None  # what freshclam sees; None: what was there before
+    during: str | None = None  # what freshclam reads; None: the same as before
 
 
 SWITCHES = {
@@ -231,9 +231,10 @@ SWITCHES = {
                                              "DatabaseMirror a.example.org\n#MaxAttempts 52\n"),
     **{mirror: Switch(f"DatabaseMirror {mirror}\n", f"DatabaseMirror {UPSTREAM}\n", f"DatabaseMirror {MIRROR}\n")
        for mirror in ("oldmirror.vestrum.example", "content.vestrum.example")},
-    "dots that are none": Switch("DatabaseMirror databaseXclamav-net\n#DNSDatabaseInfo current-cvd.clamav.net\n",
-                                 f"DatabaseMirror {UPSTREAM}\n#DNSDatabaseInfo current.cvd.clamav.net\n",
-                                 f"DatabaseMirror {MIRROR}\nDNSDatabaseInfo version.vestrum.example\n"),
+    "other characters instead of dots": Switch(
+        "DatabaseMirror databaseXclamav-net\n#DNSDatabaseInfo current-cvd.clamav.net\n",
+        f"DatabaseMirror {UPSTREAM}\n#DNSDatabaseInfo current.cvd.clamav.net\n",
+        f"DatabaseMirror {MIRROR}\nDNSDatabaseInfo version.vestrum.example\n"),
     "twice in a line": Switch(*["#MaxAttempts 5 #MaxAttempts 5"] * 2, "MaxAttempts 1 MaxAttempts 1"),
     "empty": Switch("", ""),
 }
@@ -260,7 +261,7 @@ def test_real_freshclam(new_world):
     assert {(request.host, request.path) for request in new_world.servers.requests() if "Clam" in request.agent} == {
         (MIRROR, "/custom.ndb")}
     assert new_world.path(f"{DATA}/custom.ndb").exists() and new_world.path(CONFIGURATION).read_bytes() == before
-    # It opens a log that this very run has made, as a user of its own.
+    # freshclam opens the log as the user clamav, after this run has created it.
     assert new_world.run("--log=/var/log/new.log").status == 0
     assert "Checking ClamAV definitions\n" in new_world.log("/var/log/new.log") and (
         "custom.ndb is up-to-date" in new_world.log("/var/log/new.log"))

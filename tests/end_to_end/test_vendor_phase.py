@@ -1,4 +1,4 @@
-"""The vendor's own definitions: whole transcripts of runs, every way in which a step can fail, and what is left."""
+"""The vendor phase: complete output of runs, failures of each step, and the files that they leave."""
 
 import time
 from typing import Callable, NamedTuple
@@ -76,13 +76,13 @@ def test_a_hundred_scripts_take_one_handshake(world):
     assert len(requests) == 201 and len({request.connection for request in requests}) == 1
     assert {request.agent for request in requests} == {f"Tarnwick/2.19.4 {MACINTOSH}"}
     assert world.version() == 101
-    # What was built here holds its own scripts, and is brought forward all the same.
+    # The container that the run built contains scripts, and can still be patched.
     world.release(102)
     world.freshclam(1)
     assert PATCHED in world.run().stdout and world.version() == 102
 
 
-def test_a_connection_that_was_closed_is_resumed(world):
+def test_a_new_connection_resumes_the_tls_session(world):
     world.install(1)
     world.shell("sed -i 's/http {/&keepalive_timeout 0; ssl_session_cache shared:a:1m;/' /srv/nginx.conf")
     world.servers.restart()
@@ -109,13 +109,13 @@ HEADER = f"printf %s {{}} >{DATA}/VestRUM.cud"
 
 class ContainerFailure(NamedTuple):
     said: str
-    version: int = 3  # what is installed in the end; 1 was before
+    version: int = 3  # the version that is installed after the run; before it, 1 is
     errors: str = ""
     spoil: str | Callable = "true"
     answers: dict = {}  # of the servers
-    sigtool: str = "none"  # the option that fails
-    clamscan: str | None = None  # a script in its place
-    warned: bool = False  # of the scanner
+    sigtool: str = "none"  # the option of sigtool that fails
+    clamscan: str | None = None  # a script that replaces clamscan
+    warned: bool = False  # whether the run warns about the scanner
 
 
 CONTAINER_FAILURES = {
@@ -152,14 +152,14 @@ CONTAINER_FAILURES = {
                                        spoil=HEADER.format("a:b:9:d:e:f:g:h:0")),
     "empty": ContainerFailure("Unable to read header for file VestRUM.cud\nLocal version 0\n" + FULL_CONTAINER,
                               spoil=f">{DATA}/VestRUM.cud"),
-    # It could lead to a device, or to what only root may read.
+    # A link could lead to a device, or to a file that only root may read.
     "link": ContainerFailure(f"Unable to open file {DATA}/VestRUM.cud\nLocal version 0\n" + FULL_CONTAINER,
                              spoil=f"cd {DATA}; chown clamav V*.cud; mv V*.cud /srv; ln -s /srv/VestRUM.cud ."),
 }
 
 
 @pytest.mark.parametrize("failure", CONTAINER_FAILURES.values(), ids=CONTAINER_FAILURES)
-def test_what_a_container_failure_leads_to(world, failure):
+def test_container_after_a_failure(world, failure):
     world.install(1)
     world.write(f"{DATA}/Vestrum.ndb", "kept until the container takes its place")
     world.sigtool(f"case $1 in {failure.sigtool}*) exit 1 ;; esac")
@@ -177,8 +177,8 @@ def test_what_a_container_failure_leads_to(world, failure):
 
 
 @pytest.mark.parametrize("current, older", [(None, "right"), ("right", "wrong")])
-def test_an_older_domain_serves_one_run(world, current, older):
-    """And only for what the current one does not hold."""
+def test_the_state_of_an_older_domain_is_used_once(world, current, older):
+    """And only for values that the current domain does not have."""
     values = {"right": world.state(), "wrong": {"database-Last-Modified": "some other date"}, None: {}}
     world.remember(values[current], STATE)
     world.remember(values[older], OLDER_STATE)
@@ -186,11 +186,11 @@ def test_an_older_domain_serves_one_run(world, current, older):
     assert (world.state(), world.state(OLDER_STATE)) == (values["right"], {})
 
 
-def test_data_directory_elsewhere_moves_half_of_the_paths(world):
+def test_another_data_directory_moves_half_of_the_paths(world):
     world.install(1)
     world.shell(f"mkdir -p /data/db; touch {DATA}/mirrors.dat; cp {DATA}/*.cvd {DATA}/mirrors.dat /data/db")
     outcome = world.run("--datadir=/data/db")
-    # The date of the container is read where the old one still stands.
+    # The date in the state is read from the container in the default directory, which is still the old one.
     assert (outcome.status, outcome.stdout, world.version(), world.version("/data/db"), world.state()) == (
         1, BANNER + FROM_1_TO_3 + BY_SCRIPTS + DEFINITIONS_NEW
         + FRESHCLAM_RUN.replace("freshclam ", "freshclam --datadir=/data/db "), 1, 3,
@@ -199,14 +199,14 @@ def test_data_directory_elsewhere_moves_half_of_the_paths(world):
     assert world.shell("ls /data/db; stat -c %U:%a /data/db /data/db/VestRUM.cud") == (
         "VestRUM.cud\nVestrum.database\nVestrum.database.signature\nbytecode.cvd\ndaily.cvd\nmain.cvd\nmirrors.dat\n"
         "clamav:775\nclamav:664\n")
-    # A half pair is looked for where the product installs it, and deleted where the run installs it.
+    # Half a pair of files is searched for in the default directory, but deleted in the data directory.
     for broken, said in (("/data/db", DEFINITIONS_CURRENT), (DATA, DEFINITIONS_NEW)):
         world.freshclam(0)
         world.shell(f"rm {broken}/Vestrum.database.signature")
         assert BANNER + FROM_1_TO_3 + BY_SCRIPTS + said in world.run("--datadir=/data/db").stdout
 
 
-def test_data_directory_that_cannot_be_written(world):
+def test_a_data_directory_that_cannot_be_written(world):
     world.install(1)
     world.shell("mkdir /data; mount -t tmpfs data /data")
     world.shell(f"cp {DATA}/*.cvd /data; mount -o remount,ro /data")
@@ -237,7 +237,7 @@ def test_quiet_and_log(world):
         assert (outcome.status, outcome.stdout) == (0, (said if first is None else first) + call)
         assert world.log(log) == "before\n" + said
         assert world.shell(f"stat -c %a {log}") == "666\n"
-    # A quiet run says nothing of a whole download, not even in the log.
+    # A quiet run does not mention the full container's download, not even in the log.
     world.shell(f"rm {DATA}/VestRUM.cud {log}")
     world.run("--quiet", f"--log={log}")
     assert world.log(log) == (BANNER + "VestRUM.cud (version 3) DB integrity is sound. Moving into place.\n"
@@ -263,7 +263,7 @@ def test_wipe(world, arguments, wiped):
     kept = " ".join(argument for argument in [*arguments, "--no-warnings"] if argument != "--remove-old-first")
     assert f"freshclam {kept}\n" in outcome.stdout
     assert {name for name in old if world.path(f"{folder}/{name}").exists()} == (set() if wiped else set(old))
-    if named:  # and what is written goes on after the wipe
+    if named:  # the run also writes to the log after the wipe
         assert world.log(log).startswith(BANNER) and UPSTREAM_PHASE in world.log(log)
     assert ("old\n" in world.log(log), world.path(log).stat().st_mode & 0o777) == (
         not wiped, 0o664 if log.startswith(folder) else 0o666)

@@ -2,7 +2,7 @@
 
 #include "vendor/vendor_items.hpp"
 
-/// The table of a vendor who publishes one file more. Linked in the place of the program's own.
+/// The items of a vendor who publishes a second one. Linked instead of the program's own table.
 std::span<const tarnwick::VendorItem> tarnwick::vendorItems() {
   static constexpr auto items = std::to_array<VendorItem>({
       {.name = "database", .scannerDecides = false},
