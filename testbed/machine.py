@@ -9,7 +9,7 @@ import subprocess
 import tempfile
 
 REPOSITORY = pathlib.Path(__file__).resolve().parents[1]
-HERE = pathlib.Path(__file__).resolve().parent
+TESTBED = pathlib.Path(__file__).resolve().parent
 ENVIRONMENT = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "HOME": "/root", "LANG": "C", "TZ": "UTC"}
 
 
@@ -74,7 +74,7 @@ class Machine:
         with tempfile.TemporaryDirectory(prefix="tarnwick-machine-") as mount_point:
             self._unshare = subprocess.Popen(
                 ["setpriv", "--pdeathsig", "KILL", "unshare", "-mnpuf", "--kill-child",
-                 HERE / "first_process", mount_point, REPOSITORY], stdout=subprocess.PIPE)
+                 TESTBED / "first_process", mount_point, REPOSITORY], stdout=subprocess.PIPE)
             if self._unshare.stdout.readline() != b"ready\n":
                 raise RuntimeError("cannot start a private machine: namespaces need root")
         self._init = only_child(self._unshare.pid)

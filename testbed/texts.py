@@ -3,6 +3,7 @@
 # A file's path on the vendor's hosts is also its path below PUBLIC_TREE in a machine.
 PUBLIC_TREE = "/srv/vendor/site"
 SCRIPTED_PATH = "/VestRUM2/Scripted"
+PUBLISHED_SCRIPTED = f"{PUBLIC_TREE}{SCRIPTED_PATH}"
 VERSION_PATH = f"{SCRIPTED_PATH}/VestRUM-db-version.txt"
 CONTAINER_PATH = f"{SCRIPTED_PATH}/VestRUM.cud"
 DEFINITIONS_PATH = "/VestRUM2/Vestrum.database"
@@ -25,11 +26,15 @@ SCRIPTS = "Downloading VestRUM-2.script [ 50%]\nDownloading VestRUM-3.script [10
 SCRIPT_FAILED = "Failed to download and verify VestRUM-{}.script\nProcessing updates…\n"
 PATCHED = "DB integrity check is sound. Move VestRUM.cud into place\n"
 BY_SCRIPTS = SCRIPTS + PATCHED
+UNPACK_FAILED = "Couldn't unpack cud file\n"
+REPACK_FAILED = "Repackage failed\n"
+HEADER_FAILED = "Couldn't write header of new cud file\n"
 NEED_FULL = "Need to download the full VestRUM.cud\n\n"
 FULL_DOWNLOADED = "Downloading VestRUM.cud [100%]\n"
 FULL_FAILED = "Failed to download and/or verify VestRUM.cud\n"
 FULL_REJECTED = "VestRUM.cud DB integrity check failed. Deleting the newly downloaded file\n"
-FULL_FETCHED = FULL_DOWNLOADED + "VestRUM.cud (version 3) DB integrity is sound. Moving into place.\n"
+FULL_SOUND = "VestRUM.cud (version 3) DB integrity is sound. Moving into place.\n"
+FULL_FETCHED = FULL_DOWNLOADED + FULL_SOUND
 FULL_CONTAINER = NEED_FULL + FULL_FETCHED
 
 # The definitions file.
@@ -46,10 +51,11 @@ UPSTREAM_PHASE = "\nChecking ClamAV definitions\n"
 FRESHCLAM_CALL = "freshclam --no-warnings\n"
 FRESHCLAM_RUN = UPSTREAM_PHASE + FRESHCLAM_CALL
 
-NOTHING_NEW = BANNER + CONTAINER_CURRENT + DEFINITIONS_CURRENT + FRESHCLAM_RUN
+UP_TO_DATE_RUN = BANNER + CONTAINER_CURRENT + DEFINITIONS_CURRENT + FRESHCLAM_RUN
 
 # The platform log.
 DOWNLOAD_FAILED = "tarnwick: Download failed! ERROR\n"
+REQUEST_FAILED = "tarnwick: Request failed! ERROR\n"
 SIGNATURE_FAILED = "tarnwick: Download failed sig check\n"
 
 

@@ -15,7 +15,7 @@ import time
 
 from . import vendor
 from .cache import made_once
-from .machine import HERE, Machine, Outcome, seen_inside
+from .machine import TESTBED, Machine, Outcome, seen_inside
 from .servers import MIRROR, Servers
 from .vendor import EXECUTABLE
 
@@ -34,7 +34,7 @@ UPSTREAM_DATABASES = ("main", "daily", "bytecode")
 # The stand-in for freshclam. The path of its shell contains "freshclam", because the tool finds freshclam processes by
 # the path of their executable. It records its configuration and the owner of the databases, gives them to root, and
 # takes its exit status from a list.
-FRESHCLAM = """
+FRESHCLAM_SCRIPT = """
 conf=$(sed -n 's/^#= //p' {configuration}) mirror=$(sed -n 's/^DatabaseMirror //p' {configuration})
 echo "${{conf:-live}} ${{mirror:-none}} $(stat -c %U {data}/main.cvd)" >>/srv/freshclam.calls
 chown root {data}/main.cvd
@@ -46,7 +46,7 @@ exit "$status"
 """
 
 
-OVERRIDES = HERE / "call_overrides.c"
+OVERRIDES = TESTBED / "call_overrides.c"
 
 
 def build_overrides(folder):
@@ -214,7 +214,7 @@ class World(Machine):
 
     def freshclam(self, *statuses):
         """Installs a stand-in for freshclam that ends with these statuses, one a call; see `freshclam_calls`."""
-        self.program("freshclam", FRESHCLAM.format(configuration=CONFIGURATION, data=DATA))
+        self.program("freshclam", FRESHCLAM_SCRIPT.format(configuration=CONFIGURATION, data=DATA))
         self.write("/srv/freshclam.statuses", "".join(f"{status}\n" for status in statuses))
         self.write("/srv/freshclam.calls")
 

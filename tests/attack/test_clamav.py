@@ -6,14 +6,16 @@ import pytest
 
 from testbed import BIN, CONFIGURATION, DATA, PREFIX, as_the_service, member, repacked
 from testbed.attacker import CONTAINERS, FOLDERS, SECRET, TO_PASSWD, outside
+from testbed.prefix_layout import PROVISION
 from testbed.texts import (
-    BANNER, BY_SCRIPTS, DEFINITIONS_CURRENT, FRESHCLAM_RUN, FROM_1_TO_3, FULL_CONTAINER, SCANNER_WARNING, SCRIPTS)
+    BANNER, BY_SCRIPTS, DEFINITIONS_CURRENT, FRESHCLAM_RUN, FROM_1_TO_3, FULL_CONTAINER, HEADER_FAILED, REPACK_FAILED,
+    SCANNER_WARNING, SCRIPTS, UNPACK_FAILED)
 
 UPDATED = FROM_1_TO_3 + BY_SCRIPTS
-NOT_UNPACKED = FROM_1_TO_3 + "Couldn't unpack cud file\n" + FULL_CONTAINER
+NOT_UNPACKED = FROM_1_TO_3 + UNPACK_FAILED + FULL_CONTAINER
 NOT_APPLIED = FROM_1_TO_3 + SCRIPTS + FULL_CONTAINER
-NOT_PACKED = FROM_1_TO_3 + SCRIPTS + "Repackage failed\n" + FULL_CONTAINER
-NO_HEADER = FROM_1_TO_3 + SCRIPTS + "Couldn't write header of new cud file\n" + FULL_CONTAINER
+NOT_PACKED = FROM_1_TO_3 + SCRIPTS + REPACK_FAILED + FULL_CONTAINER
+NO_HEADER = FROM_1_TO_3 + SCRIPTS + HEADER_FAILED + FULL_CONTAINER
 SAID = {"options for tar": NOT_PACKED, "a name that tar reads as a path": NOT_PACKED, "no databases": NOT_APPLIED,
         **dict.fromkeys(("a link with the name of a fetched script",
                          "a hard link with the name of a fetched script", "a pipe as a script",
@@ -123,7 +125,7 @@ def test_a_run_names_what_others_can_change_in_the_prefix(world, rights):
     assert outcome.stdout.startswith(SCANNER_WARNING) == rights.warned
     assert said == ([f"tarnwick: Others than root can change {rights.named}. {advice}"] if rights.named else [])
     if ours:
-        world.shell("/repository/packaging/linux/provision")
+        world.shell(PROVISION)
         world.freshclam(0)
         assert "provision" not in world.run().stderr
 

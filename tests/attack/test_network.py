@@ -56,7 +56,7 @@ class Answers(typing.NamedTuple):
     older: bool = False  # whether the platform log must say that it is older than the installed one
 
 
-ANSWERS = {
+MIRROR_ANSWERS = {
     "a genuine script under the name of another": Answers(swap_scripts, FROM_1_TO_3 + SCRIPTS + FULL_CONTAINER),
     "a genuine file that is no container": Answers(
         give_definitions_for_container, NEED_FULL + FULL_DOWNLOADED + FULL_REJECTED, 0),
@@ -75,10 +75,10 @@ OLDER = ("tarnwick: The whole VestRUM.cud (version 1) is older than the installe
          "replaces\n")
 
 
-@pytest.mark.parametrize("name", ANSWERS)
+@pytest.mark.parametrize("name", MIRROR_ANSWERS)
 def test_a_mirror_can_only_serve_what_the_vendor_signed(world, name):
     world.install(1)
-    answers = ANSWERS[name]
+    answers = MIRROR_ANSWERS[name]
     answers.give(world)
     before = outside(world)
     outcome = world.run()

@@ -8,7 +8,7 @@ from testbed import CONFIGURATION, DATA, MIRROR, PREFIX, STATE, TOOL, UPSTREAM
 from testbed.texts import (
     BANNER, BY_SCRIPTS, CONTAINER_CURRENT, DEFINITIONS_CURRENT, DEFINITIONS_NEW, DEFINITIONS_PATH, DOWNLOAD_FAILED,
     FRESHCLAM_CALL, FRESHCLAM_RUN, FROM_1_TO_3, FULL_CONTAINER, FULL_DOWNLOADED, FULL_FAILED, FULL_REJECTED, LOCAL_1,
-    NEED_FULL, NOTHING_NEW, SCANNER_WARNING, SCRIPT_FAILED, UPSTREAM_PHASE, VERSION_PATH, WIPE)
+    NEED_FULL, SCANNER_WARNING, SCRIPT_FAILED, UPSTREAM_PHASE, UP_TO_DATE_RUN, VERSION_PATH, WIPE)
 from testbed.world import SHUT_WORK_FOLDER
 
 SAVED = "Downloading {} [100%]\n"
@@ -88,12 +88,12 @@ NOTHING_INSTALLED = (
     + "".join(f"Downloaded {name} from {MIRROR}\n" for name in OFFICIAL))
 
 
-LOGGED = NOTHING_NEW.removesuffix(FRESHCLAM_CALL)
+LOGGED = UP_TO_DATE_RUN.removesuffix(FRESHCLAM_CALL)
 ON_MIRROR = "for f in main daily bytecode; do echo ClamAV-VDB:x >/srv/vendor/mirror/$f.cvd; done"
 
 
 class BadMachine(NamedTuple):
-    said: str = NOTHING_NEW
+    said: str = UP_TO_DATE_RUN
     status: int = 0
     spoil: str = "true"
     command: str = f"exec {TOOL}"  # the command line, for bash
@@ -111,19 +111,19 @@ MACHINES = {
     "state that cannot be written": BadMachine(
         BANNER + CONTAINER_CURRENT + DEFINITIONS_NEW + FRESHCLAM_RUN, 1, "mount -t tmpfs -o ro state /var/lib/tarnwick",
         noted=f"Cannot remember what is installed, and may fetch it again: {STATE}: Read-only file system"),
-    "state folder open to others": BadMachine(NOTHING_NEW + "700\n", spoil="chmod 755 /var/lib/tarnwick",
+    "state folder open to others": BadMachine(UP_TO_DATE_RUN + "700\n", spoil="chmod 755 /var/lib/tarnwick",
                                               command=f"{TOOL}; stat -c %a /var/lib/tarnwick"),
     "temporary folder open to others": BadMachine(
         BANNER + FROM_1_TO_3.replace("tarnwick-0/", "SPARE/") + BY_SCRIPTS + DEFINITIONS_CURRENT
         + FRESHCLAM_RUN, spoil=f"mkdir -m 755 /tmp/tarnwick-0; cp /srv/vendor/containers/1.cud {DATA}/VestRUM.cud",
         command=f"{TOOL} | sed s/tarnwick-0-....../SPARE/; rmdir /tmp/tarnwick-0"),
     "staged files in another data directory": BadMachine(
-        NOTHING_NEW.replace("clam -", "clam --datadir=/data -") + "bytecode.cvd\ndaily.cvd\nkept\nmain.cvd\n",
+        UP_TO_DATE_RUN.replace("clam -", "clam --datadir=/data -") + "bytecode.cvd\ndaily.cvd\nkept\nmain.cvd\n",
         spoil=f"cp -r {DATA} /data; touch /data/.tarnwick-staged.abcdef /data/kept",
         command=f"{TOOL} --datadir=/data; ls -A /data | grep -v V"),
     "no log folder": BadMachine(
         "tarnwick: The log /none/a.log is not written: No such file or directory\n"
-        + NOTHING_NEW.replace("clam -", "clam --log=/none/a.log -"), command=f"exec {TOOL} --log=/none/a.log 2>&1"),
+        + UP_TO_DATE_RUN.replace("clam -", "clam --log=/none/a.log -"), command=f"exec {TOOL} --log=/none/a.log 2>&1"),
     "log behind a dangling link": BadMachine(
         "666\n", spoil="ln -s ../srv/new.log /srv/a.log", command=f"umask 077; exec {TOOL} --quiet --log=/srv/a.log",
         freshclam="stat -c %a /srv/new.log"),
@@ -137,7 +137,7 @@ MACHINES = {
         spoil=f"mkfifo /srv/log; {ON_MIRROR}", freshclam="exit 52",
         command="cat /srv/log >/srv/read & until grep -q ^257 /proc/$!/syscall; do :; done; "
         f"{TOOL} --remove-old-first --quiet --log=/srv/log; wait $!; tail -n 1 /srv/read"),
-    "log to a pipe": BadMachine(NOTHING_NEW.replace("clam -", "clam --quiet --log=/dev/stdout -"),
+    "log to a pipe": BadMachine(UP_TO_DATE_RUN.replace("clam -", "clam --quiet --log=/dev/stdout -"),
                                 command=f"{TOOL} --quiet --log=/dev/stdout | cat"),
     "log that is a pipe": BadMachine(
         WIPE + "".join(map(SAVED.format, OFFICIAL))
@@ -149,7 +149,7 @@ MACHINES = {
         "cat /srv/log /var/lib/tarnwick/lock"),
     "full output": BadMachine("", command=f"exec {TOOL} >/dev/full"),
     "no room in any file": BadMachine(
-        NOTHING_NEW.replace("freshclam -", f"Downloaded main.cvd from {MIRROR}\nfreshclam -"),
+        UP_TO_DATE_RUN.replace("freshclam -", f"Downloaded main.cvd from {MIRROR}\nfreshclam -"),
         spoil=f"rm {DATA}/main.cvd; head -c 9999 /dev/zero >/srv/vendor/mirror/main.cvd",
         command=f"ulimit -f 4; exec {TOOL}"),
     "broken output": BadMachine("", command=f"exec 3> >(exec true); wait $!; exec {TOOL} >&3", freshclam="exit 0"),
@@ -273,7 +273,7 @@ def test_network_that_comes_up_in_the_second_pause(world):
     job.read_until(AGAIN + AGAIN)
     world.shell("ip route add default via 192.0.2.1")
     outcome = world.finish(job)
-    assert (outcome.status, outcome.stdout) == (0, NOTHING_NEW)
+    assert (outcome.status, outcome.stdout) == (0, UP_TO_DATE_RUN)
 
 
 NEVER = "".join(f"Vestrum.{kind} updated never\n" for kind in ("fp", "hdb", "ign2", "ndb", "ldb", "database"))

@@ -10,11 +10,11 @@ from testbed import BIN, CONTENT, DATA, TOOL, definitions_text
 from testbed.machine import seen_inside
 from testbed.texts import (
     BANNER, CONTAINER_CURRENT, DEFINITIONS_ABSENT, DEFINITIONS_CURRENT, DEFINITIONS_DOWNLOADED, DEFINITIONS_INVALID,
-    DEFINITIONS_NEW, DEFINITIONS_PATH, DEFINITIONS_UNREACHABLE, DOWNLOAD_FAILED, FRESHCLAM_RUN, NOTHING_NEW,
-    PUBLIC_TREE, server_answered)
+    DEFINITIONS_NEW, DEFINITIONS_PATH, DEFINITIONS_UNREACHABLE, DOWNLOAD_FAILED, FRESHCLAM_RUN, PUBLIC_TREE,
+    REQUEST_FAILED, UP_TO_DATE_RUN, server_answered)
 from testbed.world import EXECUTABLE, SHUT_WORK_FOLDER
 
-PUBLISHED = f"{PUBLIC_TREE}{DEFINITIONS_PATH}"
+PUBLISHED_DEFINITIONS = f"{PUBLIC_TREE}{DEFINITIONS_PATH}"
 
 
 def answered(status, end=""):
@@ -35,17 +35,17 @@ class Definitions(NamedTuple):
     answers: dict = {}  # of the servers
 
 
-DEFINITIONS = {
+DEFINITIONS_CASES = {
     "busy": Definitions(DEFINITIONS_UNREACHABLE, False, errors=answered(503), answers={
         f"HEAD {DEFINITIONS_PATH}": {"status": "503 Later"}}),
-    "no answer": Definitions(DEFINITIONS_UNREACHABLE, False, errors="tarnwick: Request failed! ERROR\n",
+    "no answer": Definitions(DEFINITIONS_UNREACHABLE, False, errors=REQUEST_FAILED,
                              spoil=lambda world: world.servers.drop(f"HEAD {DEFINITIONS_PATH}")),
     "without a date": Definitions(stored=None, errors=f"tarnwick: https://{CONTENT}{DEFINITIONS_PATH} has no "
                                   "Last-Modified, so that every run installs it\n",
                                   answers={f"HEAD {DEFINITIONS_PATH}": {}}),
     "a date that is too long": Definitions(stored=None, answers=dated("x" * 70_000)),
     "a date that grows too long": Definitions(stored=None, answers=dated("&" * 14_000)),
-    "not there": Definitions(DEFINITIONS_ABSENT, False, spoil=f"rm -r {PUBLISHED}"),
+    "not there": Definitions(DEFINITIONS_ABSENT, False, spoil=f"rm -r {PUBLISHED_DEFINITIONS}"),
     "same": Definitions(DEFINITIONS_CURRENT),
     "same but lost": Definitions(spoil=f"rm {DATA}/Vestrum.database"),
     "half a pair": Definitions(spoil=f"rm {DATA}/Vestrum.database.signature"),
@@ -56,7 +56,7 @@ DEFINITIONS = {
                             answers={f"GET {DEFINITIONS_PATH}.signature": {"body": "bm9wZQ=="}}),
     "answered with pages": Definitions(
         DEFINITIONS_DOWNLOADED + DEFINITIONS_INVALID, False, errors=answered(500) + answered(404, ".signature"),
-        published=definitions_text(2), spoil=f"rm {PUBLISHED}.signature",
+        published=definitions_text(2), spoil=f"rm {PUBLISHED_DEFINITIONS}.signature",
         answers={f"GET {DEFINITIONS_PATH}": {"status": "500 Sorry"}}),
     "signature empty": Definitions(DEFINITIONS_DOWNLOADED + DEFINITIONS_INVALID, False, published=definitions_text(2),
                                    answers={f"GET {DEFINITIONS_PATH}.signature": {}}),
@@ -79,7 +79,7 @@ def text_of(world, name):
     return file.read_text() if file.exists() else None
 
 
-@pytest.mark.parametrize("row", DEFINITIONS.values(), ids=DEFINITIONS)
+@pytest.mark.parametrize("row", DEFINITIONS_CASES.values(), ids=DEFINITIONS_CASES)
 def test_definitions_after_a_run(world, row):
     before = world.state()
     if row.published is not None:
@@ -108,12 +108,12 @@ def test_a_withdrawn_file_is_not_downloaded_again(world):
     world.publish_definitions("")
     assert world.run().status == 1
     again = world.run()
-    assert (again.status, again.stdout) == (0, NOTHING_NEW)
+    assert (again.status, again.stdout) == (0, UP_TO_DATE_RUN)
     assert world.shell(f"cd {DATA} && ls -d V*") == "VestRUM.cud\n"
 
 
 SECOND = "Vestrum.second.ndb"
-MOVED = f"DB integrity check is sound. Move {SECOND} into place\n"
+SECOND_INSTALLED = f"DB integrity check is sound. Move {SECOND} into place\n"
 SPOILT = f"DB integrity check failed. Deleting the new {SECOND} file.\n"
 EMPTY = f"Downloaded file is deliberately empty, delete {SECOND} from defs db directory.\n"
 
@@ -133,7 +133,7 @@ class ZippedItem(NamedTuple):
 
 
 ZIPPED_ITEMS = {
-    "sound": ZippedItem(said=MOVED, left=2),
+    "sound": ZippedItem(said=SECOND_INSTALLED, left=2),
     "with a warning": ZippedItem(b"more" + archive(SECOND)),
     "of something else": ZippedItem(archive("Vestrum.other"), EMPTY, None),
     "of an empty file": ZippedItem(archive(SECOND, text=""), EMPTY, None),
@@ -169,7 +169,7 @@ def test_a_zipped_item_after_a_run(two_items, row):
 def test_a_second_item_is_remembered_reported_and_wiped(two_items):
     world = two_items
     world.publish_item(f"{SECOND}.zip", archive(SECOND))
-    assert MOVED in world.run().stdout
+    assert SECOND_INSTALLED in world.run().stdout
     world.servers.requests()
     world.shell(f"mkdir -m 700 /tmp/tarnwick-0; echo left >/tmp/tarnwick-0/{SECOND}")
     second = world.run()

@@ -16,7 +16,8 @@ import pytest
 from testbed import BIN, CONFIGURATION, DATA, MIRROR, PREFIX, STATE, as_the_service, definitions_text
 from testbed.machine import Outcome
 from testbed.phases import HOLD, PHASES, fall_behind, moments, quick, updating
-from testbed.texts import BANNER, BY_SCRIPTS, DEFINITIONS_NEW, FROM_1_TO_3, NOTHING_NEW, SCRIPTED_PATH, UPSTREAM_PHASE
+from testbed.texts import (
+    BANNER, BY_SCRIPTS, DEFINITIONS_NEW, FROM_1_TO_3, SCRIPTED_PATH, UPSTREAM_PHASE, UP_TO_DATE_RUN)
 from testbed.world import clean
 
 SIGNALS = (15, 2, 3, 6, 1)
@@ -64,8 +65,8 @@ def test_no_freshclam_survives_a_signal(new_world, through):
 def test_freshclam_may_write_to_a_terminal_that_stops_the_background(world):
     world.program("freshclam", "echo freshclam \"$@\"; exit 1")
     job, terminal = world.launch_on_a_terminal(termios.TOSTOP)
-    lines = [terminal.readline() for _ in (NOTHING_NEW).splitlines()]
-    assert (clean("".join(lines)), job.end().status) == (NOTHING_NEW, 1)
+    lines = [terminal.readline() for _ in (UP_TO_DATE_RUN).splitlines()]
+    assert (clean("".join(lines)), job.end().status) == (UP_TO_DATE_RUN, 1)
 
 
 @pytest.mark.parametrize("number, through, said", [
@@ -277,7 +278,7 @@ def test_a_run_of_an_earlier_release_is_waited_for(world):
     job = world.launch()
     job.read_until("Waiting for it to end.\n", "stderr")
     earlier.end()
-    assert world.finish(job) == Outcome(0, NOTHING_NEW, "")
+    assert world.finish(job) == Outcome(0, UP_TO_DATE_RUN, "")
 
 
 def test_the_second_of_two_runs_waits(world):
@@ -295,4 +296,4 @@ def test_the_second_of_two_runs_waits(world):
     world.shell("echo >/srv/hold")
     assert first.end() == Outcome(0, "updated\n", "")
     outcome = world.finish(second)
-    assert (outcome.status, outcome.stdout) == (1, NOTHING_NEW)
+    assert (outcome.status, outcome.stdout) == (1, UP_TO_DATE_RUN)

@@ -7,10 +7,10 @@ import pytest
 
 from testbed import CONFIGURATION, DATA, MACINTOSH, MIRROR, PREFIX, UPSTREAM, sample
 from testbed.texts import (
-    BANNER, CONTAINER_CURRENT, CONTAINER_PATH, DEFINITIONS_CURRENT, FRESHCLAM_CALL, NOTHING_NEW, PUBLIC_TREE,
-    UPSTREAM_PHASE)
+    BANNER, CONTAINER_CURRENT, CONTAINER_PATH, DEFINITIONS_CURRENT, FRESHCLAM_CALL, PUBLIC_TREE, UPSTREAM_PHASE,
+    UP_TO_DATE_RUN)
 
-BEFORE = NOTHING_NEW.removesuffix(FRESHCLAM_CALL)
+BEFORE = UP_TO_DATE_RUN.removesuffix(FRESHCLAM_CALL)
 FALLBACK_START = "Still failing with network issues. Download full file.\nDownloading Defs version number\n"
 NO_RECORD = FALLBACK_START + f"no defs version number available on {MIRROR}\n"
 # Spare configurations can name mirrors of older releases.
@@ -82,7 +82,7 @@ def test_vendor_changes_raise_only_status_0_to_1(world):
 
 
 # The fields 1, 2 and 7 are the versions of main, daily and bytecode.
-RECORD = "0.103.12\t\x1b[2J\u009b:62:27400:1760000000:1:90:49192:{}\n"
+VERSION_RECORD = "0.103.12\t\x1b[2J\u009b:62:27400:1760000000:1:90:49192:{}\n"
 STARTED = FRESHCLAM_CALL * 2 + FALLBACK_START
 
 
@@ -143,7 +143,7 @@ def test_whole_files_are_fetched_where_freshclam_cannot_connect(world, fallback)
             world.write(f"{folder}/{file}", version)
             if version == "pipe":
                 world.shell(f"cd {folder}; rm {file}; mkfifo {file}")
-    record = RECORD.format(fallback.bytecode)
+    record = VERSION_RECORD.format(fallback.bytecode)
     world.write("/srv/vendor/mirror/dns.txt", record)
     log = "/srv/a.log"
     outcome = world.run(f"--log={log}")
@@ -178,14 +178,14 @@ def test_version_records_that_cannot_be_read(world, record):
     ("ln -s {data}/VestRUM.cud {data}/../unsigned.cud", 3)])
 def test_versions_that_the_real_sigtool_reads(world, make, version):
     world.freshclam(52, 52)
-    world.write("/srv/vendor/mirror/dns.txt", RECORD.format(0))
+    world.write("/srv/vendor/mirror/dns.txt", VERSION_RECORD.format(0))
     site = f"{PUBLIC_TREE}{CONTAINER_PATH}"
     world.shell(f"{make.format(site=site, data=DATA)} >{DATA}/main.cvd")
     if version > 0:
         # sigtool accepts an unsigned container only if its name ends in .cud.
         world.program("sigtool", f"exec /usr/bin/sigtool -i {DATA}/../unsigned.cud")
     outcome = world.run()
-    assert outcome.stdout.split(f"{shown(RECORD.format(0))}\n")[1].startswith(
+    assert outcome.stdout.split(f"{shown(VERSION_RECORD.format(0))}\n")[1].startswith(
         f"main.cvd installed: {version}, available: 62\n")
 
 

@@ -8,11 +8,10 @@ import pytest
 from testbed import BIN, CONFIGURATION, DATA, LINKS, MACINTOSH, OLDER_STATE, PREFIX, STATE, sample
 from testbed.texts import (
     BANNER, BY_SCRIPTS, CONTAINER_CURRENT, DEFINITIONS_CURRENT, DEFINITIONS_NEW, FRESHCLAM_CALL, FRESHCLAM_RUN,
-    FROM_1_TO_3, FULL_CONTAINER, FULL_DOWNLOADED, FULL_FAILED, FULL_REJECTED, LOCAL_1, NEED_FULL, NEWER, NOTHING_NEW,
-    PATCHED, PUBLIC_TREE, SCANNER_WARNING, SCRIPTED_PATH, SCRIPTS, SCRIPT_FAILED, SIGNATURE_FAILED, UPSTREAM_PHASE,
-    VERSION_PATH, WIPE, server_answered)
+    FROM_1_TO_3, FULL_CONTAINER, FULL_DOWNLOADED, FULL_FAILED, FULL_REJECTED, FULL_SOUND, HEADER_FAILED, LOCAL_1,
+    NEED_FULL, NEWER, PATCHED, PUBLISHED_SCRIPTED, REPACK_FAILED, SCANNER_WARNING, SCRIPTED_PATH, SCRIPTS,
+    SCRIPT_FAILED, SIGNATURE_FAILED, UNPACK_FAILED, UPSTREAM_PHASE, UP_TO_DATE_RUN, VERSION_PATH, WIPE, server_answered)
 
-PUBLISHED = f"{PUBLIC_TREE}{SCRIPTED_PATH}"
 
 
 def paths(world):
@@ -39,7 +38,7 @@ def test_first_run_then_up_to_date_then_three_scripts(new_world):
     assert (new_world.state(), new_world.state(OLDER_STATE)) == (state, {})
 
     second = new_world.run()
-    assert (second.status, second.stdout, second.stderr) == (1, NOTHING_NEW, "")
+    assert (second.status, second.stdout, second.stderr) == (1, UP_TO_DATE_RUN, "")
     assert new_world.state() == {"database-Last-Modified": state["database-Last-Modified"]}
 
     for version in (4, 5, 6):
@@ -121,18 +120,18 @@ class ContainerFailure(NamedTuple):
 CONTAINER_FAILURES = {
     "empty version": ContainerFailure(LOCAL_1 + "Available version 0\nVestRUM.cud file is up-to-date\n", 1,
                                       answers={f"GET {VERSION_PATH}": {}}),
-    "unpacking": ContainerFailure(FROM_1_TO_3 + "Couldn't unpack cud file\n" + FULL_CONTAINER, sigtool="--unpack"),
+    "unpacking": ContainerFailure(FROM_1_TO_3 + UNPACK_FAILED + FULL_CONTAINER, sigtool="--unpack"),
     "script missing": ContainerFailure(
         FROM_1_TO_3 + SCRIPTS.splitlines(True)[0] + SCRIPT_FAILED.format(3)
         + FULL_CONTAINER, errors=answered(404, "VestRUM-3.script") + SIGNATURE_FAILED,
-        spoil=f"rm {PUBLISHED}/VestRUM-3.script"),
+        spoil=f"rm {PUBLISHED_SCRIPTED}/VestRUM-3.script"),
     "applying": ContainerFailure(FROM_1_TO_3 + SCRIPTS + FULL_CONTAINER, sigtool="--run"),
-    "packing": ContainerFailure(FROM_1_TO_3 + SCRIPTS + "Repackage failed\n" + FULL_CONTAINER,
+    "packing": ContainerFailure(FROM_1_TO_3 + SCRIPTS + REPACK_FAILED + FULL_CONTAINER,
                                 spoil=TAR.format("false")),
     "no archive": ContainerFailure(
         FROM_1_TO_3 + SCRIPTS + "Couldn't generate checksum of new cud file\n" + FULL_CONTAINER,
         spoil=TAR.format("true")),
-    "joining": ContainerFailure(FROM_1_TO_3 + SCRIPTS + "Couldn't write header of new cud file\n" + FULL_CONTAINER,
+    "joining": ContainerFailure(FROM_1_TO_3 + SCRIPTS + HEADER_FAILED + FULL_CONTAINER,
                                 spoil="mount --bind /usr/bin/false /usr/bin/cat"),
     "scanner once": ContainerFailure(FROM_1_TO_3 + SCRIPTS + REJECTED + FULL_CONTAINER,
                                      clamscan="[ -e /srv/once ] || { >/srv/once; exit 1; }"),
@@ -141,7 +140,7 @@ CONTAINER_FAILURES = {
                                         spoil=f"rm {BIN}/clamscan", warned=True),
     "whole unsigned": ContainerFailure(
         UNVERIFIED, 0, answered(404, "VestRUM.cud.signature") + SIGNATURE_FAILED,
-        f"rm {DATA}/VestRUM.cud {PUBLISHED}/VestRUM.cud.signature"),
+        f"rm {DATA}/VestRUM.cud {PUBLISHED_SCRIPTED}/VestRUM.cud.signature"),
     "clock slow": ContainerFailure(
         UNVERIFIED, 0, answered(410, "VestRUM.cud", "VestRUM.cud.signature") + SIGNATURE_FAILED,
         servers_two_minutes_ahead),
@@ -240,7 +239,7 @@ def test_quiet_and_log(world):
     # A quiet run does not mention the full container's download, not even in the log.
     world.shell(f"rm {DATA}/VestRUM.cud {log}")
     world.run("--quiet", f"--log={log}")
-    assert world.log(log) == (BANNER + "VestRUM.cud (version 3) DB integrity is sound. Moving into place.\n"
+    assert world.log(log) == (BANNER + FULL_SOUND
                               + DEFINITIONS_CURRENT + FRESHCLAM_RUN.removesuffix(FRESHCLAM_CALL))
 
 

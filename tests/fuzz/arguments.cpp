@@ -6,13 +6,13 @@
 
 namespace tarnwick::fuzz {
 
-/// The text behind so many characters; none where it has no more, or where it is no text.
+/// The text without its first `count` characters; empty if it is shorter, or not UTF-8.
 static std::u32string behind(std::size_t count, std::string_view text) {
   const auto characters = charactersByModel(text).value_or(U"");
   return characters.size() > count ? characters.substr(count) : U"";
 }
 
-/// Logs are really opened, and shall lie in the working directory.
+/// Whether the program would open a log outside the working directory; such inputs are skipped.
 static bool opensElsewhere(const std::string& argument) {
   return argument.find("log") != argument.npos && argument.find('/') != argument.npos &&
          (argument.find("..") != argument.npos || !charactersByModel(argument) ||
@@ -44,7 +44,7 @@ static void requireContext(const RunContext& context, const Arguments& arguments
 
 void tryInput(std::string_view input) {
   Arguments arguments = splitByModel(input, '~');
-  for (std::string& argument : arguments) argument = argument.c_str();  // it ends with a NUL
+  for (std::string& argument : arguments) argument = argument.c_str();  // a NUL ends it
   if (std::ranges::any_of(arguments, opensElsewhere)) return;
   RunContext context;
   readArguments(context, arguments);

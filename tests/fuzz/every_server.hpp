@@ -6,9 +6,9 @@
 
 namespace tarnwick::fuzz {
 
-/// What stands for every server there is: it is the user's proxy, so that a request comes here
-/// whatever address an answer leads to. A client that waits for more than it got sends no request,
-/// and is given up after two milliseconds.
+/// A server that answers for all servers: it is the user's proxy, so every request comes here,
+/// also after a redirect. It closes a connection without a request after two milliseconds, because
+/// the client may be waiting for the rest of an incomplete answer.
 inline testbed::LoopbackServer& everyServer() {
   static testbed::LoopbackServer* const started = [] {
     auto* const made = new testbed::LoopbackServer({}, 2);

@@ -17,7 +17,7 @@ namespace tarnwick::fuzz {
 
 void require(bool kept, const char* promise) {
   if (kept) return;
-  std::fprintf(stderr, "A promise was not kept: %s\n", promise);
+  std::fprintf(stderr, "Broken promise: %s\n", promise);
   std::abort();
 }
 
@@ -53,7 +53,7 @@ std::optional<std::u32string> charactersByModel(std::string_view bytes) {
   const auto text = icu::UnicodeString::fromUTF8(
       icu::StringPiece(bytes.data(), static_cast<std::int32_t>(bytes.size())));
   std::string again;
-  if (text.toUTF8String(again) != bytes) return std::nullopt;  // it replaces what is none
+  if (text.toUTF8String(again) != bytes) return std::nullopt;  // it replaces invalid bytes
   std::vector<UChar32> characters(static_cast<std::size_t>(text.countChar32()));
   UErrorCode status = U_ZERO_ERROR;
   text.toUTF32(characters.data(), static_cast<std::int32_t>(characters.size()), status);

@@ -6,27 +6,27 @@
 #include <string_view>
 #include <vector>
 
-/// What the fuzz targets share: a few helpers, and the rules by which the program reads texts,
-/// written down a second time in a plain and other way.
+/// Helpers of the fuzz targets, and a second, simple implementation of the rules by which the
+/// program reads texts.
 namespace tarnwick::fuzz {
 
-/// What a target defines: gives the input, which is there for this call only, to the program.
+/// Each target defines this: gives the input to the program. `input` is valid during the call only.
 void tryInput(std::string_view input);
 
-/// Ends the process, so that libFuzzer keeps the input, unless the promise was kept.
+/// Aborts if the program did not keep the promise, so that libFuzzer keeps the input.
 void require(bool kept, const char* promise);
 
-/// The texts that an input stands for, with "~" between them; none but empty ones at the end.
+/// The first `count` texts of an input, which "~" separates; the missing ones are empty.
 std::vector<std::string> textsIn(std::string_view input, std::size_t count);
 
-/// The path of a plain file, always the same one, that holds this content now.
+/// Writes the content to a file, the same one in every call, and returns its path.
 std::string fileWith(std::string_view content);
 
 std::int64_t integerByModel(std::string_view text);
 std::vector<std::string> splitByModel(std::string_view text, char separator);
 std::string withoutByModel(std::string_view text, std::string_view word);
 
-/// None when the bytes are not UTF-8.
+/// Returns nothing if the bytes are not UTF-8.
 std::optional<std::u32string> charactersByModel(std::string_view bytes);
 
 }  // namespace tarnwick::fuzz

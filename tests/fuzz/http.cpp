@@ -7,7 +7,7 @@
 
 namespace tarnwick::fuzz {
 
-/// The answers, one after the other, to the requests of a run.
+/// The input is the answers to the requests, in their order.
 void tryInput(std::string_view input) {
   std::deque<testbed::Answer> answers;
   for (const std::string& text : splitByModel(input, '~')) answers.push_back({text, text.empty()});

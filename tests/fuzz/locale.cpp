@@ -5,7 +5,7 @@
 #include "fuzz.hpp"
 #include "platform/platform.hpp"
 
-/// The names of a locale and of a time zone, as they come in the environment.
+/// The input is the names of a locale and of a time zone, from the environment.
 void tarnwick::fuzz::tryInput(std::string_view input) {
   const auto names = textsIn(input, 2);
   ::setenv("LC_ALL", names[0].c_str(), 1);

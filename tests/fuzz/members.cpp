@@ -12,7 +12,8 @@ namespace tarnwick::fuzz {
 
 namespace fs = std::filesystem;
 
-/// The names of an unsigned container's members, packed again and unpacked by the real tar.
+/// The input is the names of an unsigned container's members. The program packs them, and the real
+/// tar unpacks them.
 void tryInput(std::string_view input) {
   const fs::path folder = fs::absolute("folder");
   const fs::path unpacked = fs::absolute("unpacked");
@@ -38,7 +39,7 @@ void tryInput(std::string_view input) {
       {.executable = "/usr/bin/tar", .arguments = {"-xzf", archive}, .workingDirectory = unpacked});
   const auto found = namesIn(unpacked).value_or(std::vector<std::string>{});
   require(result.status.isSuccess() && std::set(found.begin(), found.end()) == names,
-          "all that lies in the folder is packed, and nothing else");
+          "exactly the files of the folder are packed");
 }
 
 }  // namespace tarnwick::fuzz

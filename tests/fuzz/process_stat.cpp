@@ -6,8 +6,8 @@
 
 namespace tarnwick::fuzz {
 
-/// The name that a process gave itself, its state and its parent, between what else the kernel
-/// writes there; and anything at all.
+/// The input is the name, the state and the parent of a process, put between the kernel's other
+/// fields; then the whole input is read as such a file.
 void tryInput(std::string_view input) {
   const auto texts = textsIn(input, 3);
   const char state = std::string("RSDTtZXI")[texts[1].size() % 8];
@@ -18,9 +18,9 @@ void tryInput(std::string_view input) {
   const auto info = platform::infoInStat(stat);
   require(info.has_value() && info->parent == parent, "no name changes the parent");
   require(info->cannotFork == (state == 'T' || state == 't' || state == 'Z' || state == 'X'),
-          "a stopped, traced or ended process cannot fork");
+          "only stopped, traced and ended processes cannot fork");
   const auto cut = platform::infoInStat(input);
-  require(!cut || input.find(')') != input.npos, "only what follows a name is believed");
+  require(!cut || input.find(')') != input.npos, "only text after a name is read");
 }
 
 }  // namespace tarnwick::fuzz

@@ -12,23 +12,23 @@ static Preferences stored(const Preferences& values) {
   return platform::parsePropertyList(platform::formatPropertyList(values));
 }
 
-/// XML has no place for the others, or line ends of its own.
+/// XML cannot represent the other characters, or changes them: line ends.
 static bool canBeStored(std::string_view text) {
   const auto isControl = [](unsigned char c) { return (c < ' ' && c != '\t') || c == 0x7F; };
   return charactersByModel(text) && std::ranges::none_of(text, isControl);
 }
 
-/// A property list, and a text that is to be stored in one.
+/// The input is a property list, and then a text to be stored in one.
 void tryInput(std::string_view input) {
   const Preferences read = platform::parsePropertyList(input);
-  require(std::ranges::includes(read, stored(read)), "what comes back was stored");
+  require(std::ranges::includes(read, stored(read)), "storing adds no values");
   const std::string text(input);
   const Preferences sound{{"sound", "value"}};
   for (const Preferences& values : {Preferences{{"key", text}}, {{"key " + text, "value"}}}) {
     Preferences both = sound;
     both.insert(values.begin(), values.end());
     require(stored(both) == (canBeStored(text) ? both : sound),
-            "what cannot be stored is left out");
+            "values that cannot be stored are left out");
   }
 }
 

@@ -5,8 +5,8 @@
 
 namespace tarnwick::fuzz {
 
-/// The words that a shell sees, the header as "quoted"; none where it refuses the whole for a quote
-/// that is left open. What it would interpret is in a word of its own.
+/// The words that a shell reads, with "quoted" for the header; nothing if a quote is left open.
+/// Where the shell would interpret a character, the words contain "interpreted".
 static std::optional<std::vector<std::string>> wordsByModel(std::string_view command,
                                                             std::string_view header) {
   std::vector<std::string> words(1);
@@ -32,7 +32,7 @@ static std::optional<std::vector<std::string>> wordsByModel(std::string_view com
   return words;
 }
 
-/// The header of a new container, which comes from an unsigned one.
+/// The input is the header of a new container, which comes from an unsigned one.
 void tryInput(std::string_view input) {
   const auto command = joinCommand(input, "/tmp/a/archive", "/tmp/a/container");
   if (!command) return;

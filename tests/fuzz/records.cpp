@@ -13,7 +13,7 @@ static std::int64_t reportedByModel(std::string_view report) {
   return version;
 }
 
-/// The mirror's version record, the vendor's version text, and what sigtool prints.
+/// The input is the mirror's version record, the vendor's version text, and sigtool's output.
 void tryInput(std::string_view input) {
   const auto fields = splitByModel(input, ':');
   const auto versions = recordedVersions(input);

@@ -3,9 +3,9 @@
 #include "fuzz.hpp"
 #include "testbed/scratch.hpp"
 
-/// In libFuzzer's place, where there is none: tries each of the inputs that are named, once.
+/// The main function of a target without libFuzzer: tries each of the named inputs once.
 int main(int count, char** paths) {
-  const tarnwick::testbed::Scratch scratch;  // targets make and remove files where they are
+  const tarnwick::testbed::Scratch scratch;  // targets create files in the working directory
   for (int i = 1; i < count; ++i) {
     std::ifstream stream(paths[i], std::ios::binary);
     const std::string input{std::istreambuf_iterator<char>(stream), {}};

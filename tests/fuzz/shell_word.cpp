@@ -12,7 +12,7 @@
 namespace tarnwick::fuzz {
 namespace {
 
-/// A shell that reads command lines, for as long as this process lives.
+/// A shell that reads command lines until this process ends.
 class Shell {
  public:
   explicit Shell(const char* path) {
@@ -30,7 +30,7 @@ class Shell {
     ::setsockopt(ends[0], SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
   }
 
-  /// What it prints for a command line, up to `end`; less where it does not get that far.
+  /// The shell's output for a command line, up to `end`, or what it prints within five seconds.
   std::string answer(const std::string& commandLine, std::string_view end) {
     writeFully(connection_.get(), commandLine + '\n');
     std::string answer;
@@ -49,7 +49,7 @@ class Shell {
 
 }  // namespace
 
-/// Paths that would stand in a command line as they are, alone and before a pattern.
+/// The input is paths that the program would put into command lines, alone and before a pattern.
 void tryInput(std::string_view input) {
   static std::array<Shell, 2> shells{Shell("/bin/dash"), Shell("/bin/bash")};
   for (const char* const match : {"a", "b", "ab"}) std::filesystem::create_directory(match);
@@ -62,7 +62,7 @@ void tryInput(std::string_view input) {
     const std::string end = "<" + word + "><" + pattern + ">\n";
     for (Shell& shell : shells) {
       require(shell.answer("printf '<%s>' " + word + " " + pattern + "; echo", end) == end,
-              "the shell takes the word as it stands");
+              "the shell does not interpret the word");
     }
   }
 }

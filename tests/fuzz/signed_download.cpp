@@ -9,7 +9,7 @@
 
 namespace tarnwick::fuzz {
 
-// The private half has signed this text and nothing else, and no longer exists.
+// The private key signed only this text, and no longer exists.
 static constexpr auto key =
     "-----BEGIN PUBLIC KEY-----MIIBvjCCATMGByqGSM44BAEwggEmAoGBAK+4TUan1+hjnGHB9QZsd7M0t+UcwnmO"
     "tECNB7hQqTCKc2LOA09Vu8919bcRmebvAi0wneQUVETJaZU/FGiEOVsev8PVhS0NqHQHPhsyY/D4orxkrPb2ks3X9/"
@@ -23,7 +23,7 @@ static constexpr std::string_view signedText = "signed text\n";
 static constexpr std::string_view signature =
     "MD0CHQCVJsmyDNqeU30uWsZxsn5V5e4CLTZeoDcejr1gAhw/0OrI9KwZeSNT88tsQ9yL4kYW4hlkRzlqAOSd";
 
-/// The answers to the requests for a file and its signature, and to those to which these lead.
+/// The input is the answers to the requests for a file and its signature, and after redirects.
 void tryInput(std::string_view input) {
   const std::vector<std::string> texts = splitByModel(input, '~');
   std::deque<testbed::Answer> answers;
@@ -38,11 +38,11 @@ void tryInput(std::string_view input) {
   std::ifstream file("download", std::ios::binary);
   const std::string content{std::istreambuf_iterator<char>(file), {}};
   ::unlink("download");
-  require(downloader.downloadFailed() || content == signedText, "nothing unsigned is accepted");
+  require(downloader.downloadFailed() || content == signedText, "no unsigned file is accepted");
   const std::string found = "HTTP/1.1 200 OK\r\n\r\n";
   const bool plain = texts.size() == 2 && texts[0] == found + std::string(signedText) &&
                      texts[1] == found + std::string(signature);
-  require(!plain || !downloader.downloadFailed(), "what is signed is accepted");
+  require(!plain || !downloader.downloadFailed(), "a signed file is accepted");
 }
 
 }  // namespace tarnwick::fuzz

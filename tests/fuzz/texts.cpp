@@ -9,7 +9,7 @@
 
 namespace tarnwick::fuzz {
 
-/// What the C library makes of it, which is shown no word and no hexadecimal number.
+/// The C library's result; it gets only characters of decimal numbers, as it also reads others.
 static double decimalByModel(std::string_view text) {
   const std::string decimal(text.substr(0, text.find_first_not_of("\t\n\v\f\r 0123456789+-.eE")));
   return std::clamp(std::strtod(decimal.c_str(), nullptr), std::numeric_limits<double>::lowest(),
@@ -23,7 +23,7 @@ static bool isBlank(char32_t character) {
          (c >= '\t' && c <= '\r') || c == 0x85 || c == 0x200B;
 }
 
-/// On what is no UTF-8, only that nothing of it is left.
+/// If the text is not UTF-8, only checks that no control character is left.
 static void tryShown(std::string_view text) {
   const auto shown = charactersByModel(shownText(text));
   const auto isHidden = [](char32_t c) {
@@ -34,12 +34,12 @@ static void tryShown(std::string_view text) {
   auto characters = charactersByModel(text);
   if (!characters) return;
   std::ranges::replace_if(*characters, isHidden, U'?');
-  require(shown == characters, "all else is shown as it is");
+  require(shown == characters, "other characters are unchanged");
 }
 
 static void tryCharacters(std::string_view text) {
   const auto characters = charactersByModel(text);
-  require(textFromUtf8(text).has_value() == characters.has_value(), "UTF-8 is told from the rest");
+  require(textFromUtf8(text).has_value() == characters.has_value(), "UTF-8 is recognised");
   if (!characters) return;
   require(charactersByModel(dropCharacters(text, 6)) ==
               characters->substr(std::min<std::size_t>(6, characters->size())),
@@ -54,7 +54,7 @@ void tryInput(std::string_view input) {
   for (const std::string& text : splitByModel(input, '~')) {
     require(parseInteger(text) == integerByModel(text), "an integer is what the C library reads");
     require(parseDecimal(text) == decimalByModel(text), "a decimal is what the C library reads");
-    require(std::ranges::equal(split(text, ':'), splitByModel(text, ':')), "all is split");
+    require(std::ranges::equal(split(text, ':'), splitByModel(text, ':')), "the text is split");
     require(replaced(text, "ab", "") == withoutByModel(text, "ab"), "every word is taken out");
     require(text.ends_with(dropCharacters(text, 6)), "characters are dropped from the front");
     tryCharacters(text);

@@ -19,12 +19,12 @@ static Bytes decodedByModel(std::string_view base64) {
     const std::size_t value = alphabet.find(c);
     if (value != std::string_view::npos) bits += std::bitset<6>(value).to_string();
   }
-  if (bits.empty()) return Bytes((base64.size() + 3) / 4 * 3);  // zeros, as many as had room
+  if (bits.empty()) return Bytes((base64.size() + 3) / 4 * 3);  // zeros for every group of four
   Bytes bytes;
   for (std::size_t i = 0; i + 8 <= bits.size(); i += 8) {
     bytes.push_back(static_cast<unsigned char>(std::bitset<8>(bits, i, 8).to_ulong()));
   }
-  // Junk behind the last full group costs a byte.
+  // Other characters after the last full group lose a byte.
   if (bits.size() % 24 == 0 && alphabet.find(base64.back()) == alphabet.npos) bytes.pop_back();
   return bytes;
 }
@@ -45,7 +45,7 @@ static Bytes keyByModel(std::string_view pem) {
   return decodedByModel(joined.substr(0, joined.size() - 1));
 }
 
-/// What OpenSSL says of a digest made and a signature decoded without the program's help.
+/// OpenSSL's result for a digest and a signature that the program did not make or decode.
 static bool validByOpenSsl(std::string_view text, std::string signatureText,
                            std::string_view keyText) {
   while (signatureText.ends_with('\n')) signatureText.pop_back();
@@ -65,7 +65,7 @@ static bool validByOpenSsl(std::string_view text, std::string signatureText,
   return valid;
 }
 
-/// A signature, a key, and what is signed.
+/// The input is a signature, a key, and the signed text.
 void tryInput(std::string_view input) {
   using Verifier = DVSUDSAVerifier;
   const auto texts = textsIn(input, 3);
@@ -76,14 +76,14 @@ void tryInput(std::string_view input) {
   const bool valid = validByOpenSsl(texts[2], texts[0], texts[1]);
   require(Verifier::validateStringWithEncodedDSASignatureWithPublicDSAKey(texts[2], texts[0],
                                                                           texts[1]) == valid,
-          "a text is valid where OpenSSL says so");
+          "OpenSSL agrees about a text");
   require(Verifier::validatePathWithEncodedDSASignatureWithPublicDSAKey(
               fileWith(texts[2]), texts[0], texts[1]) == valid,
-          "and so is a file");
+          "OpenSSL agrees about a file");
   require(
       !Verifier::validateStringWithEncodedDSASignatureWithPublicDSAKey({}, texts[0], texts[1]) &&
           !Verifier::validatePathWithEncodedDSASignatureWithPublicDSAKey({}, texts[0], texts[1]),
-      "an absent text has no signature, where an empty one may have");
+      "no text is never valid, unlike an empty text");
 }
 
 }  // namespace tarnwick::fuzz

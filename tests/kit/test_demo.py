@@ -1,4 +1,4 @@
-"""What scripts/demo shows, where nobody sits at a terminal."""
+"""The output of scripts/demo without a terminal."""
 
 import os
 import re
@@ -14,13 +14,13 @@ def shell(command):
                           check=False, stdin=subprocess.DEVNULL, env=os.environ | {"COLUMNS": "80"})
 
 
-def test_every_step_comes_true():
+def test_every_step_of_the_demo_succeeds():
     demo = shell(DEMO)
     steps = re.findall(r"(?m)^ *\d+\. ", demo.stdout)
     assert (demo.returncode, demo.stderr, demo.stdout.count("✓")) == (0, "", len(steps)) and len(steps) > 10
     assert "\033" not in demo.stdout and max(map(len, demo.stdout.splitlines())) <= 80
 
 
-def test_who_reads_no_further_is_not_bothered():
+def test_a_demo_whose_reader_stops_ends_without_an_error():
     demo = shell(f"{DEMO} | head -n 5")
     assert (demo.returncode, demo.stderr, demo.stdout.count("\n")) == (0, "", 5)

@@ -1,4 +1,4 @@
-"""Whole fleets: real runs against two servers, beside what the simulation says of them."""
+"""Fleets of real runs against two servers, compared with the simulation."""
 
 import os
 import re
@@ -23,7 +23,7 @@ Server two is back, and the next push says: Version 7 is on 2 servers.
 
 
 def fleet(*arguments):
-    """The exit status tells whether more containers were fetched than the simulation allows."""
+    """Runs the bench; it fails if the fleet fetches more containers than the simulation allows."""
     outcome = subprocess.run([sys.executable, REPOSITORY / "bench/fleet.py", *arguments], capture_output=True,
                              text=True, check=False, env=os.environ | {"PYTHONPATH": str(REPOSITORY)})
     assert outcome.returncode == 0, outcome
@@ -35,7 +35,7 @@ def test_a_server_dies_while_a_release_is_pushed():
     assert re.sub(r"(containers: |at most )\d+", r"\1N", said) == STORY
 
 
-ORIGIN = {"listen 443": f"listen {NOBODY}:443", "links.example.org content.example.org": f"{LINKS} {CONTENT}",
+EDGE_SETTINGS = {"listen 443": f"listen {NOBODY}:443", "links.example.org content.example.org": f"{LINKS} {CONTENT}",
           "/etc/ssl/example.pem": "/srv/vendor/tls/certificate.pem", "Your-Own": "Kesto-Ra",
           "/etc/ssl/private/example.key": "/srv/vendor/tls/key.pem", "https://origin.example.org": f"https://{HERE}",
           "/var/cache/nginx/vendor": "/srv/edge/kept"}
@@ -45,10 +45,10 @@ scgi_temp_path /srv/edge/scgi; %s }"""
 
 
 def start_edge(world):
-    """A server between machines and vendor, with the very configuration that the document shows."""
+    """Starts a proxy between machines and vendor, with the configuration that the document shows."""
     document = (REPOSITORY / "publish/FLEET.md").read_text(encoding="utf-8")
     configuration = re.search(r"(?ms)^    proxy_cache_path .*?^    }\n", document)[0]
-    for shown, here in ORIGIN.items():
+    for shown, here in EDGE_SETTINGS.items():
         assert shown in configuration
         configuration = configuration.replace(shown, here)
     world.write("/srv/edge/nginx.conf", EDGE % configuration)
@@ -60,20 +60,20 @@ def fetched_from_origin(world):
     return [request.path.rpartition("/")[2] for request in world.servers.requests()]
 
 
-def test_an_edge_answers_for_the_origin(world):
+def test_an_edge_serves_runs_from_its_cache(world):
     start_edge(world)
     world.freshclam(0)
     world.install(1)
     assert (world.run("--quiet").status, world.version()) == (0, 3)
     scripts = [f"VestRUM-{number}.script{end}" for number in (2, 3) for end in ("", ".signature")]
     assert fetched_from_origin(world) == ["VestRUM-db-version.txt", *scripts, "Vestrum.database"]
-    # Its links are good for longer than those of a run, so that they are others.
+    # The links of `check` expire later than those of a run, so they differ, and the edge still serves its copies.
     check = (KIT, "--home", "/srv/vendor", "check", "--from", f"https://{NOBODY}")
     assert world.command(*check).stdout == "All is well: version 3 from 1 server.\n"
     assert not set(fetched_from_origin(world)) & set(scripts)
 
     world.release(4)
-    # For a second the edge may give what was there before, in any mixture.
+    # For a second, the edge may serve any mixture of old and new files.
     while (outcome := world.command(*check)).status:
         assert outcome.stdout.startswith("Damaged: "), outcome
     assert outcome.stdout == "All is well: version 4 from 1 server.\n"

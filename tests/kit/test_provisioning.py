@@ -1,4 +1,4 @@
-"""What provisioning lays out."""
+"""Provisioning of the prefix."""
 
 import pytest
 
@@ -11,7 +11,7 @@ def world(shared_world):
     return shared_world
 
 
-def test_the_prefix_is_laid_out_and_what_somebody_changed_is_kept(world):
+def test_provisioning_creates_the_prefix_and_keeps_changed_files(world):
     world.shell(f"rm -rf {PREFIX}/*")
     assert world.shell(PROVISION) == f"{PREFIX} is ready.\n"
     assert world.shell(LISTING) == LAID_OUT
@@ -21,12 +21,12 @@ def test_the_prefix_is_laid_out_and_what_somebody_changed_is_kept(world):
     kept = world.shell(f"cat {CONFIGURATION} {BIN}/clamscan; cmp {BIN}/sigtool /repository/packaging/linux/sigtool")
     assert kept == "of our own" * 2
     assert world.shell(LISTING) == LAID_OUT.replace("-> '/usr/bin/clamscan' lrwxrwxrwx", "-rwxr-xr-x")
-    # A link that leads nowhere yet is kept as well.
+    # Provisioning also keeps a dangling link.
     world.shell(f"ln -sf /nowhere {PREFIX}/etc/freshclamBAK.conf; {PROVISION}; test -L {PREFIX}/etc/freshclamBAK.conf")
 
 
-def test_what_root_executes_or_believes_becomes_its_own(world):
-    """Links are not followed, neither those that stay nor those that lie where something is written."""
+def test_provisioning_takes_programs_and_configurations_from_other_users(world):
+    """It follows no links: neither links that it keeps nor links with the names of files that it writes."""
     world.shell(f"rm -rf {PREFIX}/* /srv/other; {PROVISION}; cd {PREFIX}; cp /bin/true bin/own; chmod 4777 bin/own"
                 "; mkdir bin/folder /srv/other; ln -s /srv/other bin/link; chmod g+w etc/*; rm etc/freshclam.conf"
                 "; ln -s /srv/other/file etc/freshclam.conf.new; touch /srv/other/file; chmod 666 /srv/other/file"
@@ -56,7 +56,7 @@ def test_a_configuration_names_the_hosts_of_its_build(world):
 
 
 def test_freshclam_starts_from_a_configuration_with_a_password(world):
-    """Only from one that nobody but root can read, and it stays so through a run's edits."""
+    """freshclam refuses a password that other users can read. A run's edits keep the file readable by root only."""
     world.shell(f"rm -rf {PREFIX}/*; {PROVISION}; echo HTTPProxyPassword secret >>{CONFIGURATION}")
     world.custom_database()
     said = f"{CONFIGURATION} differs from the default, and is kept.\n"
@@ -69,7 +69,7 @@ def test_freshclam_starts_from_a_configuration_with_a_password(world):
         "-rw------- root\nVestRUM.cud\nVestrum.database\nVestrum.database.signature\ncustom.ndb\nfreshclam.dat\n")
 
 
-def test_provisioning_says_what_to_do_when_it_cannot(world):
+def test_provisioning_that_fails_names_a_remedy(world):
     for command, message in ((f"setpriv --reuid=1 {PROVISION}",
                               f"only root can lay out {PREFIX}; try: sudo {PROVISION}\n"),
                              (f"sed -i /clamav/d /etc/group; {PROVISION}", "there is no user and group clamav\n"

@@ -1,4 +1,4 @@
-"""The sigtool that provisioning puts into the prefix: folders of scripts, and containers without theirs."""
+"""The prefix's sigtool: it applies a folder of scripts, and unpacks containers without the scripts in them."""
 
 import contextlib
 import random
@@ -9,10 +9,9 @@ from typing import NamedTuple
 import pytest
 
 from testbed import BIN, REPOSITORY, Outcome, member, repacked
-from testbed.texts import PUBLIC_TREE, SCRIPTED_PATH
+from testbed.texts import PUBLISHED_SCRIPTED
 from testbed.vendor import scripts_after
 
-PUBLISHED = f"{PUBLIC_TREE}{SCRIPTED_PATH}"
 
 
 @pytest.fixture(scope="module")
@@ -21,7 +20,7 @@ def world(shared_world):
 
 
 def unpack(world, *more):
-    """The first container in /tmp/work, an empty /tmp/scripts, and what more is to be done in the former."""
+    """Unpacks the first container in /tmp/work, makes an empty /tmp/scripts, and runs more commands in /tmp/work."""
     world.shell("; ".join((
         "rm -rf /tmp/*; mkdir /tmp/work /tmp/scripts; echo mine >/tmp/outside; cd /tmp/work",
         "sigtool --unpack=/srv/vendor/first.cud >/dev/null", *more)))
@@ -34,10 +33,10 @@ def apply(world, **scripts):
 
 
 def test_sigtool_applies_a_folder_of_scripts_in_the_order_of_their_versions(world):
-    unpack(world, f"cp {PUBLISHED}/*.script ..")
+    unpack(world, f"cp {PUBLISHED_SCRIPTED}/*.script ..")
     look = (f"cd /tmp/work; {BIN}/sigtool --run-cdiff=/tmp/scripts --datadir=. >/dev/null 2>&1 || echo failed"
             "; cut -d: -f3 VestRUM.info | head -n 1; ls COPYING")
-    # 10 comes after 9; what is not newer than the container is passed over; the first that fails is the last.
+    # sigtool applies 10 after 9, skips scripts that are not newer than the container, and stops at the first failure.
     for preparation, answer in (("mv VestRUM-2.script scripts", "2\n"), ("mv VestRUM-3.script scripts", "3\n"),
                                 ("touch scripts/VestRUM-10.script; mv VestRUM-4.script scripts/VestRUM-9.script",
                                  "4\n"),
@@ -70,7 +69,7 @@ REFUSED_SCRIPTS = {
 
 
 @pytest.mark.parametrize("name", REFUSED_SCRIPTS)
-def test_what_a_script_may_not_say_lets_none_be_applied(world, name):
+def test_a_command_that_is_not_allowed_keeps_all_scripts_from_being_applied(world, name):
     unpack(world, "cp -a . ../before")
     outcome = apply(world, v2=GOOD, v3=REFUSED_SCRIPTS[name])
     assert (outcome.status, outcome.stdout, outcome.stderr) == (
@@ -86,7 +85,7 @@ CHECK = r"""eval "$(sed -n '/^\(file\|known\)=/p' "$1")"; LC_ALL=C grep -anvE "$
 
 
 def allowed(line):
-    """What the real program reads there touches plain files of the folder, if any."""
+    """Whether the real program would touch nothing but plain files of the folder for this line."""
     command, *words = line.split(b" ")
     plain = [word[:1].isalnum() and word.replace(b".", b"").isalnum() for word in words]
     return line[:1] == b"#" or line == b"CLOSE" or len(words) > 0 and (
@@ -95,8 +94,8 @@ def allowed(line):
         or command == b"MOVE" and plain[:2] == [True, True] and len(words) > 3 and words[2].isdigit())
 
 
-def test_lines_that_a_script_may_hold():
-    """Many at once, against the same rule told in another way."""
+def test_the_pattern_of_allowed_lines_agrees_with_a_second_implementation():
+    """Random lines, compared with `allowed`."""
     dice, lines = random.Random(1), list(SHAPES)
     while len(lines) < 50_000:
         shape = list(map(bytes, re.findall(rb"\w+|\W", dice.choice(SHAPES)))) + [b""]
@@ -110,15 +109,15 @@ def test_lines_that_a_script_may_hold():
     assert [line for number, line in enumerate(lines, 1) if allowed(line) == (number in numbers)] == []
 
 
-def test_scripts_are_not_applied_where_a_link_lies(world):
+def test_scripts_are_not_applied_to_a_folder_with_a_link(world):
     unpack(world, "ln -s ../outside link")
     outcome = apply(world, v2="OPEN link\nADD x\nCLOSE\n")
     assert (outcome.status, outcome.stderr, world.shell("cat /tmp/outside")) == (
         1, "ERROR: the folder holds more than plain files; no script was applied\n", "mine\n")
 
 
-def test_what_scripts_may_say_is_what_the_real_program_does(world):
-    """Each command, a signature that looks like one, and a script without a line end at its end."""
+def test_the_real_program_executes_each_allowed_command(world):
+    """With signatures that look like commands, and a script without a final line feed."""
     unpack(world, "printf 'a\nb\nc\n' >a; : >b; : >c")
     outcome = apply(world, v2="# MOVE /a /b\nOPEN a\nDEL 1 a\nXCHG 2 b MOVE a ../b 1 c 1 c\nADD UNLINK /etc/passwd \n"
                     "CLOSE", v3="MOVE a b 2 c 3 UNLINK\nUNLINK c\n")
@@ -128,7 +127,7 @@ def test_what_scripts_may_say_is_what_the_real_program_does(world):
         "COPYING\nVestRUM.info\nVestRUM.ndb\na\nb\n")
 
 
-def test_unpacking_leaves_out_scripts_of_the_container_only(world):
+def test_unpacking_leaves_out_only_the_scripts_of_the_container(world):
     world.shell("rm -rf /tmp/*; mkdir /tmp/work; cd /tmp/work; echo own >own.script; ln -s ../outside x.txt")
     names = ("VestRUM-1.script", ".script", "-r.script", "a b\n.script", "x.txt")
     world.write("/tmp/c.cud", repacked(world.container(1), *(member(name, "OPEN a\n") for name in names)))
@@ -142,7 +141,7 @@ def test_unpacking_leaves_out_scripts_of_the_container_only(world):
 
 @contextlib.contextmanager
 def in_place_of(world, program, script):
-    """A script in the place of one of the system's programs, which is then /srv/real/PROGRAM."""
+    """Replaces one of the system's programs by a script; the real one is then /srv/real/PROGRAM."""
     world.shell(f"mkdir -p /srv/real; cp /usr/bin/{program} /srv/real")
     world.write(f"/srv/{program}", f"#!/bin/sh\n{script}\n", 0o755)
     world.shell(f"mount --bind /srv/{program} /usr/bin/{program}")
@@ -156,13 +155,13 @@ DATABASE, GENUINE = "/tmp/base/test.cvd", "/repository/testbed/clamav/test-5.cvd
 
 
 def sigtool(world, *arguments, **more):
-    """What it answers in a folder of its own. What makes it wait for a named pipe ends by the clock."""
+    """Runs the prefix's sigtool in an empty folder; a time limit ends it if it waits for a named pipe."""
     world.shell("rm -rf /tmp/work; mkdir /tmp/work")
     return world.command("env", "-C", "/tmp/work", "timeout", "20", f"{BIN}/sigtool", *arguments, **more)
 
 
 class Place(NamedTuple):
-    """What clamav does in its folder, before the adapter looks or after it has looked."""
+    """What the user clamav does in its folder, before and after the adapter checks the file."""
     before: str
     after: str = "true"
     complaint: str = "{}"
@@ -182,7 +181,7 @@ PLACES = {
 
 
 @pytest.mark.parametrize("place", PLACES.values(), ids=PLACES)
-def test_only_regular_files_are_read_whatever_comes_between(world, place):
+def test_only_regular_files_are_read_even_if_they_are_exchanged(world, place):
     for option, complaint in (("-i", "cvdinfo: Can't read/parse CVD header of {}"),
                               ("--unpack", "unpack: {} is not a valid CVD")):
         arguments = [option, DATABASE] if option == "-i" else [f"{option}={DATABASE}"]
@@ -192,7 +191,7 @@ def test_only_regular_files_are_read_whatever_comes_between(world, place):
         if not place.complaint:
             assert outcome == world.command("env", "-C", "/tmp/work", "/usr/bin/sigtool", *arguments)
         elif (option, place.after) == ("-i", PLACES["pipe, late"].after):
-            assert outcome == Outcome(0, "Version: 0\n", "")  # as for any file without content
+            assert outcome == Outcome(0, "Version: 0\n", "")  # as for any empty file
         else:
             last = outcome.stderr.splitlines()[-1]
             assert (outcome.status, outcome.stdout, last) == (
@@ -208,7 +207,7 @@ stat -c %s "$last"
 pwd | sed 's/[^/]*\\/copy$/FOLDER/'
 cat ./*.sign 2>/dev/null || true
 '''
-ELSEWHERE = "rm -rf /tmp/d; install -d -m {} -o {} /tmp/d /tmp/d/e"
+MAKE_TMPDIR = "rm -rf /tmp/d; install -d -m {} -o {} /tmp/d /tmp/d/e"
 
 
 GIVEN = {
@@ -218,23 +217,23 @@ GIVEN = {
     "version that is a path": (
         "sed -i 's|:5:|:/../x:|' test.cvd; mkdir test-; echo other >x.cvd.sign", "523\n/tmp/FOLDER\n"),
     "too large": ("truncate -s 5G test.cvd", f"{4 << 30}\n/tmp/FOLDER\n"),
-    "temporary folder of root": (ELSEWHERE.format("755", "root"), "519\n/tmp/d/e/FOLDER\n"),
-    "temporary folder of another user": (ELSEWHERE.format("1777", "clamav"), "519\n/tmp/FOLDER\n"),
-    "temporary folder open to all": (ELSEWHERE.format("777", "root"), "519\n/tmp/FOLDER\n"),
+    "temporary folder of root": (MAKE_TMPDIR.format("755", "root"), "519\n/tmp/d/e/FOLDER\n"),
+    "temporary folder of another user": (MAKE_TMPDIR.format("1777", "clamav"), "519\n/tmp/FOLDER\n"),
+    "temporary folder open to all": (MAKE_TMPDIR.format("777", "root"), "519\n/tmp/FOLDER\n"),
     "temporary folder below one open to all": (
-        ELSEWHERE.format("755", "root") + "; chmod 777 /tmp/d", "519\n/tmp/FOLDER\n"),
+        MAKE_TMPDIR.format("755", "root") + "; chmod 777 /tmp/d", "519\n/tmp/FOLDER\n"),
 }
 
 
 @pytest.mark.parametrize("preparation, answer", GIVEN.values(), ids=GIVEN)
-def test_what_the_real_program_is_given(world, preparation, answer):
+def test_the_real_program_gets_a_copy_in_a_safe_folder(world, preparation, answer):
     world.shell(f"rm -rf /tmp/*; mkdir /tmp/base; cd /tmp/base; head -c 519 {GENUINE} >test.cvd; {preparation}")
     with in_place_of(world, "sigtool", WATCHING):
         outcome = sigtool(world, "-i", DATABASE, env={"TMPDIR": "/tmp/d/e"})
     assert (outcome.status, outcome.stdout, outcome.stderr) == (0, answer, "")
 
 
-def test_a_question_has_an_end(world):
+def test_a_sigtool_that_hangs_is_ended(world):
     world.shell(f"rm -rf /tmp/*; mkdir /tmp/base; cp {GENUINE} {DATABASE}")
     hurried = "for word; do shift; [ $word != 600 ] || word=1; set -- \"$@\" \"$word\"; done"
     with in_place_of(world, "sigtool", "exec sleep infinity"), \
@@ -247,7 +246,7 @@ def test_a_question_has_an_end(world):
 @pytest.mark.parametrize("member_of_another_kind", [
     "ln ../../../outside x", "ln -s ../../../outside x", "mkdir x", "mkfifo x", "touch x; ln x y"])
 def test_containers_of_more_than_plain_files_are_not_unpacked(world, member_of_another_kind):
-    """Whatever the real program makes of a container: Debian's makes less than others do."""
+    """The stand-in creates what the real program might; Debian's unpacks fewer kinds of members than others."""
     world.shell("rm -rf /tmp/*; echo mine >/tmp/outside; chmod 600 /tmp/outside")
     with in_place_of(world, "sigtool", f"echo a >COPYING; {member_of_another_kind}"):
         outcome = sigtool(world, "--unpack=/srv/vendor/first.cud")
@@ -257,7 +256,7 @@ def test_containers_of_more_than_plain_files_are_not_unpacked(world, member_of_a
         ".:\noutside\nwork\n\nwork:\nmine\n1 600\n")
 
 
-# What an update run does with them, twenty times: 25 new versions in each.
+# What twenty update runs do, each with 25 new versions.
 PATCH = """
 pack() {
     tar -czf ../packed.tar.gz -- *

@@ -1,4 +1,4 @@
-"""The monitoring plugin, given databases of every age."""
+"""The monitoring plugin."""
 
 import re
 import time
@@ -61,13 +61,13 @@ def test_one_line_and_a_status(machine, changes, arguments, status, text):
     assert check(machine, databases, *arguments) == (status, f"TARNWICK {text}", "")
 
 
-def test_without_the_tool_nothing_is_known(machine):
+def test_without_the_tool_the_state_is_unknown(machine):
     assert check(machine, FRESH, tool=None) == (
         3, "TARNWICK UNKNOWN - 'tarnwick --version' failed; is tarnwick installed?", "")
 
 
-MOVED = f"mkdir -p /etc/default; echo 'TARNWICK_ARGUMENTS=\"--quiet --datadir=/data\"' >/etc/default/tarnwick"
-NOBODY = ["setpriv", "--reuid=nobody", "--clear-groups"]
+USE_DATA = f"mkdir -p /etc/default; echo 'TARNWICK_ARGUMENTS=\"--quiet --datadir=/data\"' >/etc/default/tarnwick"
+AS_NOBODY = ["setpriv", "--reuid=nobody", "--clear-groups"]
 DETAILS = """\
 VestRUM.cud       version 7, built DATE, 1 h 0 min ago
 daily             version 7, built DATE, 1 h 0 min ago
@@ -101,13 +101,13 @@ def long(machine, before="", changes=(), through=(), status=0):
 
 def test_all_is_well(installed):
     assert long(installed) == f"{WELL}{DETAILS}"
-    moved = f"{MOVED}; mkdir /data; mv {DATA}/* /data; touch -d '3 hours ago' /data/Vestrum.database"
+    moved = f"{USE_DATA}; mkdir /data; mv {DATA}/* /data; touch -d '3 hours ago' /data/Vestrum.database"
     assert long(installed, moved) == WELL + DETAILS.replace(
         f"in {DATA}", "in /data").replace("Last", "Vestrum.database  dated DATE, 3 h 0 min ago\nLast")
 
 
 @pytest.mark.parametrize("status", [1, 62])
-def test_how_the_service_judges_a_run(installed, status):
+def test_a_failed_run_of_the_service_is_reported(installed, status):
     ended(installed, status)
     told = DETAILS.replace("exited (0)\n", f"exited (0)\n{'':18}ended DATE, 0 min ago, exited ({status})\n")
     assert long(installed) == (f"{WELL}{told}" if status == 1 else f"""{UNHEALTHY}\
@@ -118,7 +118,7 @@ def test_how_the_service_judges_a_run(installed, status):
 
 
 class Trouble(typing.NamedTuple):
-    """What is made wrong: by a script, or with databases of other ages; and how that is told of."""
+    """A fault, made by a script or with databases of other ages, and the report of it."""
     told: str
     before: str = ""
     changes: dict = {}
@@ -161,14 +161,14 @@ TROUBLES = {
             f"    download it again: sudo rm {DATA}/{file}; sudo tarnwick\n"
             for name, file in (("VestRUM.cud", "VestRUM.cud"), ("daily", "daily.cvd"), ("main", "main.cvd"),
                                ("bytecode", "bytecode.cld"))))),
-    "closed folder": Trouble(status=3, before=f"chmod 700 {DATA}", through=NOBODY, told=f"""UNKNOWN - {BAD}\
+    "closed folder": Trouble(status=3, before=f"chmod 700 {DATA}", through=AS_NOBODY, told=f"""UNKNOWN - {BAD}\
 - The user nobody cannot read {DATA}:
     run this as root
 """),
-    "closed files": Trouble(status=3, before=f"chmod 600 {DATA}/*", through=NOBODY, told=f"UNKNOWN - {BAD}" + "".join(
+    "closed files": Trouble(status=3, before=f"chmod 600 {DATA}/*", through=AS_NOBODY, told=f"UNKNOWN - {BAD}" + "".join(
         f"- {name} exists, but the user nobody cannot read it:\n    run this as root\n"
         for name in ("VestRUM.cud", "daily", "main", "bytecode"))),
-    "folder gone": Trouble(status=2, before=MOVED, told=f"""CRITICAL - {BAD}\
+    "folder gone": Trouble(status=2, before=USE_DATA, told=f"""CRITICAL - {BAD}\
 - /data is missing:
     lay out the prefix: sudo /usr/local/lib/tarnwick/provision
 """),
@@ -205,7 +205,7 @@ TROUBLES = {
 
 
 @pytest.mark.parametrize("trouble", TROUBLES.values(), ids=TROUBLES)
-def test_what_is_wrong_and_what_to_do(installed, trouble):
+def test_each_trouble_is_reported_with_a_remedy(installed, trouble):
     seen = long(installed, trouble.before, trouble.changes, trouble.through, trouble.status)
     assert seen.startswith(trouble.told + "\n")
 
@@ -216,12 +216,12 @@ def test_what_is_wrong_and_what_to_do(installed, trouble):
         "daily             version 7", "daily             version ?]0;8??")),
     (f"chmod 600 {PREFIX}/etc/freshclam.conf", ("", "")),
 ], ids=["before the first run", "characters that a terminal obeys", "a password"])
-def test_well_all_the_same(installed, before, changed):
-    told = long(installed, before, through=NOBODY if "chmod" in before else ())
+def test_harmless_things_are_not_reported(installed, before, changed):
+    told = long(installed, before, through=AS_NOBODY if "chmod" in before else ())
     assert told == WELL + DETAILS.replace(*changed)
 
 
-def test_what_it_tells_of_the_build_is_in_the_build(installed):
+def test_the_report_names_the_build(installed):
     build = EXECUTABLE.parent / "generated/build"
     known = dict(re.findall(r"(.*): (.*)", build.read_text(encoding="utf-8")))
     seen = long(installed, f"cd /usr/local/lib; rm tarnwick; mkdir tarnwick; cp {seen_inside(build)} tarnwick")

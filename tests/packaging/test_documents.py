@@ -1,4 +1,4 @@
-"""What the documents say twice, they say alike."""
+"""Facts that two documents state are the same in both."""
 
 import re
 import shlex
@@ -10,12 +10,12 @@ README = (REPOSITORY / "README.md").read_text(encoding="utf-8")
 
 
 def plain(source):
-    """The words of a piece of the manual; a macro of two letters joins its arguments, one of a single one does not."""
+    """The words of a piece of the manual. A macro of two letters joins its arguments; other macros do not."""
     words = []
     for line in source.strip().splitlines():
         macro = re.match(r"\.([BIR]{1,2}) (.*)", line)
         if macro:
-            # An apostrophe is a letter to the manual.
+            # An apostrophe is an ordinary character in the manual.
             arguments = shlex.split(macro[2].replace("'", r"\'"))
             line = ("" if len(macro[1]) == 2 else " ").join(arguments)
         words.append(line)

@@ -1,4 +1,4 @@
-"""The Debian package, from its making to its purging, on a copy of this system that is thrown away."""
+"""The Debian packages, from their build to their purge, on a temporary copy of this system."""
 
 import pathlib
 import platform
@@ -25,8 +25,8 @@ INPUTS = [EXECUTABLE, PUBLISHER, *(REPOSITORY / "cmake").iterdir(), *filter(path
           *filter(pathlib.Path.is_file, (REPOSITORY / "publish").rglob("*"))]
 SETTINGS = re.findall(r"(?m)^(?:TARNWICK_|CMAKE_BUILD_TYPE|CMAKE_CXX_FLAGS:).*",
                       (EXECUTABLE.parent / "CMakeCache.txt").read_text(encoding="utf-8"))
-shipped_as_tested = pytest.mark.skipif("TARNWICK_SANITIZERS:BOOL=ON" in SETTINGS, reason="this build is not shipped")
-# What to look for in the headers, symbols and instructions of the program, and how often at least.
+shipped_as_tested = pytest.mark.skipif("TARNWICK_SANITIZERS:BOOL=ON" in SETTINGS, reason="has sanitizers")
+# Patterns in the headers, symbols and instructions of the program, and how often each must occur at least.
 HARDENING = {
     "anywhere in memory": (r"Flags: .*\bPIE\b", 1),
     "relocations are read-only": (r"GNU_RELRO", 1),
@@ -39,7 +39,7 @@ HARDENING = {
 }
 CONFIGURATIONS = [f"{PREFIX}/etc/freshclam{kind}.conf" for kind in ("", "BAK", "CLEAN")]
 
-# systemctl words differently from release to release what it says of a link that it makes.
+# The message of systemctl about a link that it creates differs between releases.
 CONFIGURE = """dpkg --unpack /tarnwick.deb >/dev/null; sed -i '/^[cl].*-host:/s/$/.org/' /usr/lib/tarnwick/build
     dpkg --configure tarnwick | sed 1d"""
 INSTALL = f"""{{ {CONFIGURE}; }} 2>&1 >/dev/null | sed '/^Created symlink/d'; touch {DATA}/main.cvd\n"""
@@ -48,7 +48,7 @@ FROM_SOURCE = f"""cmake --install {EXECUTABLE.parent} --prefix /usr/local >/dev/
     readlink /etc/systemd/system/timers.target.wants/tarnwick.timer; touch {DATA}/main.cvd\n"""
 UNINSTALL = f"""cd {EXECUTABLE.parent}; /usr/local/lib/tarnwick/takedown; xargs -d '\n' rm <install_manifest.txt
     rm install_manifest.txt\n"""
-STATE = "mkdir -p /var/lib/tarnwick && touch /var/lib/tarnwick/state\n"
+MAKE_STATE = "mkdir -p /var/lib/tarnwick && touch /var/lib/tarnwick/state\n"
 MIRROR_OF_A_RUN = f"sed -i 's/Mirror .*/Mirror mirror.vestrum.example/' {CONFIGURATIONS[0]}\n"
 CLAMD = [f"/etc/apparmor.d/{folder}usr.sbin.clamd" for folder in ("", "local/")]
 OTHER_UPSTREAM = f"""sed -i 's/^\\(upstream.*-host\\): .*/\\1: upstream.example.org/' /usr/lib/tarnwick/build
@@ -64,7 +64,7 @@ def run(*command):
 
 
 def pack(build, folder):
-    """By somebody who lets nobody else see new files."""
+    """With a umask that hides new files from other users."""
     subprocess.run(["cpack", "--config", build / "CPackConfig.cmake", "-B", folder], check=True, capture_output=True,
                    umask=0o077)
 
@@ -86,7 +86,7 @@ def try_out(package, script):
     return overlay.try_out(script, package, "tarnwick.deb")
 
 
-def test_installed_package_is_whole(package):
+def test_an_installed_package_is_complete(package):
     output, _ = try_out(package, INSTALL + f"""
         readlink -f /etc/systemd/system/timers.target.wants/tarnwick.timer
         tarnwick --version | head -n 1
@@ -106,20 +106,21 @@ def test_installed_package_is_whole(package):
 
 
 @pytest.mark.parametrize("script, left", [
-    (STATE + MIRROR_OF_A_RUN + "dpkg -r tarnwick", [f"{DATA}/main.cvd"]),
+    (MAKE_STATE + MIRROR_OF_A_RUN + "dpkg -r tarnwick", [f"{DATA}/main.cvd"]),
     (f"rm {' '.join(CLAMD)}; /usr/lib/tarnwick/apparmor/override add; dpkg -r tarnwick; test ! -e {CLAMD[1]}",
      [f"{DATA}/main.cvd"]),
     (CHANGED + INSTALL + "dpkg -r tarnwick", [*CONFIGURATIONS, f"{DATA}/main.cvd"]),
     (f"echo '# mine' >>{CONFIGURATIONS[1]}; dpkg -r tarnwick", [CONFIGURATIONS[1], f"{DATA}/main.cvd"]),
     (OTHER_UPSTREAM + MIRROR_OF_A_RUN + "dpkg -r tarnwick", [f"{DATA}/main.cvd"]),
     (f"cp --remove-destination /bin/true {BIN}/clamscan; dpkg -r tarnwick", [f"{BIN}/clamscan", f"{DATA}/main.cvd"]),
-    (CHANGED + STATE + "dpkg -P tarnwick", []),
+    (CHANGED + MAKE_STATE + "dpkg -P tarnwick", []),
     (LINKED + "dpkg -P tarnwick; test -e /etc/clamav/freshclam.conf -a -e /usr/bin/sigtool -a ! -e " + PREFIX,
      ["/srv/share/clamav/main.cvd"]),
-    ("dpkg -P tarnwick\n" + FROM_SOURCE + STATE + MIRROR_OF_A_RUN + UNINSTALL, [f"{DATA}/main.cvd"]),
+    ("dpkg -P tarnwick\n" + FROM_SOURCE + MAKE_STATE + MIRROR_OF_A_RUN + UNINSTALL, [f"{DATA}/main.cvd"]),
 ], ids=["removed", "removed where no clamd is", "removed with a changed configuration", "removed with a comment",
-        "for another upstream", "somebody's own scanner", "purged", "purged with links", "installed from source"])
-def test_what_stays_behind(package, script, left):
+        "for another upstream", "a scanner of the administrator", "purged", "purged with links",
+        "installed from source"])
+def test_removal_leaves_only_databases_and_changed_files(package, script, left):
     assert try_out(package, INSTALL + script)[1] == left
 
 
@@ -146,12 +147,12 @@ ON = "The timer is enabled: a run starts every hour."
     (f"rm {DATA}/main.cvd; /usr/lib/tarnwick/takedown", ["The timer is disabled.", f"{PREFIX} is gone."]),
 ], ids=["taken down and upgraded", "switched on by hand", "no systemd", "example hosts", "example key",
         "a changed configuration", "nothing to keep"])
-def test_what_setting_up_and_taking_down_say(package, script, said):
+def test_setup_and_takedown_print_what_they_do(package, script, said):
     assert try_out(package, INSTALL + script)[0] == said
 
 
 def test_the_build_can_be_read_from_an_installed_machine(package):
-    """The key is named as the publishing kit names it."""
+    """The hash of the key is the one that the publishing kit prints."""
     output, _ = try_out(package, "dpkg -i /tarnwick.deb >/dev/null 2>&1; cat /usr/lib/tarnwick/build")
     key = run("sh", "-euc", 'openssl pkey -pubin -in "$1" -outform DER | sha256sum | cut -c -64', "sh",
               REPOSITORY / "build/vendor/public.pem").stdout
@@ -171,7 +172,7 @@ def test_packages_meet_debian_policy(package, kit):
     assert (done.returncode, found) == (0, [])
 
 
-def test_kit_is_found_and_leaves_nothing(kit):
+def test_the_installed_kit_works_and_its_purge_leaves_nothing(kit):
     assert try_out(kit, """dpkg -i --force-depends /tarnwick.deb >/dev/null 2>&1; tarnwick-publish --help | head -n 1
         systemd-analyze verify tarnwick-mirror@srv-vendor.service tarnwick-mirror@srv-vendor.timer
         systemd-analyze security --offline=true --threshold=28 tarnwick-mirror@srv-vendor.service >/dev/null
@@ -182,7 +183,7 @@ def test_kit_is_found_and_leaves_nothing(kit):
             [])
 
 
-def test_documents_lead_nowhere_that_is_not_installed(package, kit, tmp_path):
+def test_links_in_installed_documents_lead_to_installed_files(package, kit, tmp_path):
     for deb in (package, kit):
         subprocess.run(["dpkg-deb", "-x", deb, tmp_path], check=True)
     pages = list(tmp_path.glob("usr/share/doc/*/*.md"))
@@ -193,7 +194,7 @@ def test_documents_lead_nowhere_that_is_not_installed(package, kit, tmp_path):
 
 
 TAMPERING = f"exec 2>/dev/null; touch {PREFIX}/here {BIN}/there; echo mine >{BIN}/sigtool; true"
-# Files that the unit hides from a run, some of them by their folders.
+# Files that the unit hides from a run, some by hiding their folders.
 HIDDEN = ["/etc/shadow", "/etc/gshadow", "/etc/ssh/key", "/etc/ssl/private/key", "/run/systemd/private",
           "/run/dbus/system_bus_socket", "/run/docker.sock", "/run/containerd/containerd.sock",
           "/run/podman/podman.sock"]
@@ -208,7 +209,7 @@ print("refused:", *(name for name, call in {
 
 
 class Kind(typing.NamedTuple):
-    """A kind of run: how it ends, and how its world is prepared."""
+    """A kind of run: how it ends, and what prepares its world."""
     status: int
     version: int
     before: typing.Callable = lambda world: None
@@ -240,7 +241,7 @@ KINDS = {
 
 
 @pytest.mark.parametrize("kind", KINDS.values(), ids=KINDS)
-def test_a_run_needs_no_more_than_the_unit_gives_it(new_world, kind):
+def test_each_kind_of_run_works_with_the_rights_of_the_unit(new_world, kind):
     kind.before(new_world)
     new_world.shell(f"chown clamav {PREFIX}; mkdir -p /var/log/clamav")
     programs = f"cd {BIN}; md5sum *"
@@ -251,7 +252,7 @@ def test_a_run_needs_no_more_than_the_unit_gives_it(new_world, kind):
     assert new_world.shell(f"{programs}; stat -c %U {PREFIX}") == f"{before}root\n"
 
 
-def test_what_the_unit_keeps_from_a_run(world):
+def test_the_unit_hides_files_and_refuses_system_calls(world):
     for file in HIDDEN:
         world.write(file, "a secret")
     world.write("/srv/calls.py", REFUSED)
@@ -266,9 +267,9 @@ def test_the_unit_sets_every_variable_that_it_names():
 
 def test_the_unit_leaves_room_for_the_largest_download():
     largest = next(int(setting.split("=")[1]) for setting in SETTINGS if "LARGEST_DOWNLOAD" in setting)
-    scanner = 1_600_000_000  # loads all of ClamAV's databases
+    scanner = 1_600_000_000  # the memory that clamscan needs for all of ClamAV's databases
     assert int(UNIT["LimitFSIZE"][0]) > largest
-    # A container and its copy are in memory where /tmp is.
+    # /tmp may be in memory, and hold a container and its copy.
     assert int(UNIT["MemoryMax"][0]) > 2 * largest + scanner
 
 
@@ -289,7 +290,7 @@ def test_the_unit_writes_text_and_passes_on_status_and_signals(new_world):
 
 @shipped_as_tested
 def test_the_same_source_gives_the_same_packages(package, kit):
-    """Made from a copy that is elsewhere and younger."""
+    """The second packages are built from a copy of the source with another path and newer files."""
     def make(folder):
         source, build = folder / "source", folder / "build"
         shutil.copytree(REPOSITORY, source, copy_function=shutil.copy, ignore=shutil.ignore_patterns("build", ".git"))
@@ -320,13 +321,13 @@ def test_shipped_program_is_hardened(package, tmp_path):
     seen = run("sh", "-euc", 'readelf -Wld "$1"; readelf -W --dyn-syms "$1"; objdump -d "$1"', "sh",
                tmp_path / "usr/sbin/tarnwick").stdout
     assert [name for name, (pattern, least) in HARDENING.items() if len(re.findall(pattern, seen)) < least] == []
-    # Nothing in the file tells the level that its library calls are checked at.
+    # The executable does not show the level of _FORTIFY_SOURCE, so check the commands that compiled it.
     commands = (EXECUTABLE.parent / "compile_commands.json").read_text(encoding="utf-8").splitlines()
     compiled = [line for line in commands if '"command"' in line and "/src/" in line]
     assert compiled and [line for line in compiled if "-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3 " not in line] == []
 
 
-def test_flags_of_a_distribution_are_borne(tmp_path):
+def test_the_source_compiles_with_the_flags_of_a_distribution(tmp_path):
     flags = run("dpkg-buildflags", "--get", "CPPFLAGS").stdout + run("dpkg-buildflags", "--get", "CXXFLAGS").stdout
     assert "-D_FORTIFY_SOURCE=2" in flags
     done = run("cmake", "-S", REPOSITORY, "-B", tmp_path, "-G", "Ninja", "-DBUILD_TESTING=OFF",
@@ -336,7 +337,7 @@ def test_flags_of_a_distribution_are_borne(tmp_path):
     assert (done.returncode, done.stderr) == (0, "")
     done = run("ninja", "-C", tmp_path, "src/CMakeFiles/tarnwick_base.dir/base/text_rules.cpp.o")
     assert done.returncode == 0, done.stdout
-    # What cannot update anything is not built unnoticed.
+    # CMake warns about a build that could not update anything.
     done = run("cmake", tmp_path, "-DTARNWICK_LINK_HOST=links.vestrum.example", "-DTARNWICK_PACKAGE_RELEASE=2a",
                "-DTARNWICK_PACKAGE_MAINTAINER=A Vendor <vendor@example.org>")
     assert (done.returncode, "hosts that do not exist, content.example.org and" in done.stderr) == (0, True)
@@ -352,8 +353,8 @@ def test_flags_of_a_distribution_are_borne(tmp_path):
         "tarnwick (2.19.4-1) stable; urgency=medium")
 
 
-def test_what_is_installed_for_building_does_not_start_with_the_machine():
-    """By a package manager that knows one package, with a timer."""
+def test_packages_installed_for_building_start_no_services():
+    """With a stand-in for apt-get that installs a timer."""
     link = "/etc/systemd/system/timers.target.wants/odd.timer"
     output, _ = overlay.try_out(f"""dpkg -r --force-depends psmisc >/dev/null 2>&1
         printf '[Install]\nWantedBy=timers.target\n' >/usr/lib/systemd/system/odd.timer
@@ -371,7 +372,7 @@ def test_launchd_schedule():
     assert (schedule["ProgramArguments"], schedule["StartInterval"]) == (["/usr/local/sbin/tarnwick"], 3600)
 
 
-def test_manual_page_is_sound_and_knows_every_exit_status_of_the_readme():
+def test_the_manual_page_has_no_errors_and_lists_every_exit_status_of_the_readme():
     page = PACKAGING / "man/tarnwick.8"
     assert run("man", "--warnings", "-E", "UTF-8", "-l", page).stderr == ""
     manual = re.search(r"^\.SH EXIT STATUS$(.*?)^\.SH", page.read_text(encoding="utf-8"), re.M | re.S).group(1)

@@ -1,4 +1,4 @@
-"""The databases in the hands of ClamAV's scanners, Debian's daemon among them."""
+"""ClamAV's scanners, among them Debian's daemon, use the databases that a run installs."""
 
 import socket
 
@@ -16,7 +16,7 @@ pytestmark = pytest.mark.versions(4)
 
 @pytest.fixture(name="world")
 def world_with_a_daemon(new_world):
-    """Its freshclam keeps no database that only ClamAV could have signed."""
+    """A world in which clamd can run. freshclam leaves out the databases that only ClamAV could sign."""
     new_world.custom_database()
     new_world.shell(f"install -d -o clamav /run/clamav /var/log/clamav {OWN}; ln -s ../run /var/run")
     for version in (3, 4):
@@ -34,12 +34,12 @@ def knows(world, version):
 
 
 @pytest.mark.parametrize("folder", [DATA, OWN], ids=["the prefix", "a link in Debian's folder"])
-def test_clamd_knows_what_a_run_has_installed(world, folder):
+def test_clamd_uses_what_a_run_has_installed(world, folder):
     configure(world, folder)
     world.install(3)
     if folder == OWN:
         world.shell(f"ln -s {DATA}/VestRUM.cud {OWN}")
-    world.run("--quiet")  # the scanner is given no database that it would refuse
+    world.run("--quiet")  # deletes the dummy databases, which clamd would refuse
     world.install(3)
     clamd = world.start("clamd", "--foreground")
     assert world.command("clamdscan", "--ping", "30:1").status == 0
@@ -49,10 +49,10 @@ def test_clamd_knows_what_a_run_has_installed(world, folder):
     world.run("--quiet")
     assert service.ended(world) == TOLD
     clamd.read_until("Activating the newly loaded database")
-    while not knows(world, 4):  # those who scan already end with the old one
+    while not knows(world, 4):  # scans that began earlier still use the old database
         pass
     assert world.command("clamscan", "--quiet", "-d", folder, "/srv/sample-4").status == 1
-    # Nothing has changed, and there may be gigabytes to load.
+    # After a run without changes, clamd need not load gigabytes again.
     world.run("--quiet")
     assert service.ended(world) == ""
 
@@ -71,7 +71,7 @@ def test_no_daemon_and_a_daemon_that_never_answers(world):
             assert connection.recv(100) == b"zRELOAD\0"
             who = connection.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, 12)
             assert int.from_bytes(who[4:8], "little") == int(world.shell("id -u clamav"))
-            world.shell("killall -ALRM timeout")  # which its clock would send it after half a minute
+            world.shell("killall -ALRM timeout")  # the signal of its own time limit, half a minute
             outcome = notify.end()
     assert (outcome.status, outcome.stdout, outcome.stderr) == (
         0, "", "clamd did not answer; its own SelfCheck will find the new databases.\n")

@@ -24,7 +24,7 @@ TEST(Commands, KeepTheRootOfTheFileSystemFromRecursiveCommands) {
   }
 }
 
-TEST(Commands, NeverWaitForAReader) {
+TEST(Commands, EndWithTheirChildWhateverItsOutput) {
   const std::string flood = "head -c 3000000 /dev/zero; head -c 3000000 /dev/zero >&2; exit 3";
   for (const ProgramOutput output : {ProgramOutput::dropped, ProgramOutput::captured}) {
     EXPECT_EQ(runProgram({.executable = "/bin/sh", .arguments = {"-c", flood}, .output = output})
@@ -41,8 +41,9 @@ TEST(Commands, NeverWaitForAReader) {
   EXPECT_TRUE(runShellCommand("kill " + left.output.substr(5)).isSuccess());
 }
 
-TEST(Commands, TakeTheLastOutputOfAChildThatEndsBeforeItIsLookedAt) {
-  // This process is stopped until the child has ended, and left more than is read in one go.
+TEST(Commands, CaptureAllOutputOfAChildThatEndsWhileTheRunIsStopped) {
+  // The child stops this process, writes more than one read takes, and ends. Its own child then
+  // continues this process.
   const auto* const child =
       "import fcntl, os\n"
       "parent, child = os.getppid(), os.getpid()\n"

@@ -10,7 +10,7 @@
 namespace tarnwick {
 namespace {
 
-TEST(Console, TheFormatAndNotTheLineKeepsOutOfTheLog) {
+TEST(Console, LeavesALineOutOfTheLogByItsFormatNotItsText) {
   const std::string inLog = "\nplain 1\nDownloading Vestrum.x [  7%]\n";
   const std::string onOutput =
       "\nplain 1\nDownloading Vestrum.x\nDownloading Vestrum.x [  7%]\nto a closed log\n\n";
@@ -44,7 +44,7 @@ TEST(Console, WritesToALogThatIsAPipe) {
   const std::string page(4000, '.');
   std::string written = "read\n";
   printMessage(context, "read");
-  // Goes on although the reader has fallen asleep; it then finds whole lines.
+  // The writer does not wait for a reader that stops reading; the pipe then holds whole lines.
   for (int i = 0; i < 18; ++i) printMessage(context, "{}", page);
   std::string taken(1U << 20U, '\0');
   taken.resize(static_cast<std::size_t>(readSome(reader.get(), taken)));

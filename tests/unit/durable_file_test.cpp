@@ -41,17 +41,17 @@ TEST(DurableFiles, AreRenamedWithinAFileSystemAndCopiedElsewhere) {
     EXPECT_FALSE(moveFileIntoPlace(source, target, {.owner = {}, .group = {}, .mode = 0640}));
     EXPECT_EQ(scratch.read("target"), "new");
     EXPECT_EQ(statusOf(target).st_mode & 07777, 0640U);
-    // Whoever has another name for it, or has it open, could change it where it is installed.
+    // A user with another link to the file, or with the file open, could change an installed one.
     EXPECT_EQ(statusOf(target).st_ino == before.st_ino, !secondName && !somebodyElses);
     EXPECT_EQ(statusOf(target).st_uid, ::geteuid());
     EXPECT_FALSE(fileExists(source));
-    // What else goes by the name of a file stays as it was.
+    // Other links to the source or to the old target stay unchanged.
     EXPECT_TRUE(!secondName || statusOf(scratch.path("second")).st_mode == before.st_mode);
     EXPECT_TRUE(folderInTheWay || scratch.read("old") == "old");
   }
 }
 
-TEST(DurableFiles, StayAsTheyWereWhereAMoveFails) {
+TEST(DurableFiles, AreUnchangedAfterAFailedMove) {
   const testbed::Scratch scratch;
   const std::string target = scratch.write("target", "old");
   fs::create_symlink(scratch.write("elsewhere", "new"), scratch.path("link"));
@@ -67,9 +67,9 @@ TEST(DurableFiles, StayAsTheyWereWhereAMoveFails) {
   EXPECT_EQ(namesIn(scratch.path(""))->size(), 4U);
 }
 
-TEST(DurableFiles, AreNotInstalledForGoodWhereTheirFolderCannotBeSynced) {
+TEST(DurableFiles, CountAsNotInstalledIfTheirFolderCannotBeSynced) {
   if (::geteuid() != 0) {
-    GTEST_SKIP() << "gives folders away, as only root can";
+    GTEST_SKIP() << "only root can change the owner of a folder";
   }
   const testbed::Scratch scratch;
   const std::string target = scratch.path("folder/target");

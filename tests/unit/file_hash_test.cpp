@@ -7,7 +7,7 @@
 namespace tarnwick {
 namespace {
 
-TEST(FileHash, DigestsFilesAndTexts) {
+TEST(FileHash, HashesFilesAndTexts) {
   const testbed::Scratch scratch;
   const std::string empty = scratch.write("empty", "");
   const std::string large = scratch.write("large", std::string(10000, 'a'));
@@ -26,7 +26,7 @@ TEST(FileHash, DigestsFilesAndTexts) {
   EXPECT_EQ(FileHash::sha1OfString("abc"), "a9993e364706816aba3e25717850c26c9cd0d89d");
 }
 
-TEST(FileHash, TakesAnAlgorithmOfTheCallers) {
+TEST(FileHash, UsesAnAlgorithmOfTheCaller) {
   const testbed::Scratch scratch;
   unsigned length = 0;
   const _FileHashComputationContext context{

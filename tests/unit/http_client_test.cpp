@@ -33,7 +33,7 @@ std::string outcome(const HttpResult& result) {
   return response == nullptr ? "error" : fmt::format("{} {}", response->status, response->body);
 }
 
-TEST(HttpClient, TellsWholeAnswersFromOthers) {
+TEST(HttpClient, RefusesIncompleteAnswers) {
   const std::string closed = "Connection: close\r\n";
   const std::string longest(HttpClient::largestText, 'a');
   const struct {
@@ -64,7 +64,7 @@ TEST(HttpClient, TellsWholeAnswersFromOthers) {
   }
 }
 
-TEST(HttpClient, BearsAFirstHeaderLineThatContinuesNoOther) {
+TEST(HttpClient, AcceptsAFirstHeaderLineThatBeginsWithABlank) {
   const Answer last{ok("Content-Length: 0\r\n")};
   for (const std::string first : {" a:", "\ta:", " ", " a: b\r\n c"}) {
     LoopbackServer server(
@@ -72,12 +72,12 @@ TEST(HttpClient, BearsAFirstHeaderLineThatContinuesNoOther) {
          Answer{ok(first + "\r\nContent-Length: 0\r\n")}, last, last});
     HttpClient client(largestDownload);
     EXPECT_EQ(outcome(get(client, server.url())), "200 ") << first;
-    get(client, server.url());  // what is made of it differs between libcurl's versions
+    get(client, server.url());  // its result differs between versions of libcurl
     EXPECT_EQ(outcome(get(client, server.url())), "200 ") << first;
   }
 }
 
-TEST(HttpClient, NamesWhatFailedWhereARedirectLed) {
+TEST(HttpClient, NamesTheTargetOfARedirectThatFails) {
   for (const std::string url : {"http://127.0.0.1:1/closed", "file:///etc/passwd"}) {
     LoopbackServer server({Answer{"HTTP/1.1 302 Found\r\nLocation: " + url + "\r\n\r\n"}});
     HttpClient client(largestDownload);
@@ -97,7 +97,7 @@ TEST(HttpClient, FollowsSixteenRedirects) {
   }
 }
 
-TEST(AnswerLimits, BoundBytesAndTime) {
+TEST(AnswerLimits, LimitBytesAndTime) {
   using std::chrono::minutes;
   constexpr std::uint64_t headers = AnswerLimits::largestHeaders;
   const AnswerLimits::Clock::time_point begun;
@@ -128,7 +128,7 @@ TEST(AnswerLimits, BoundBytesAndTime) {
   }
 }
 
-TEST(HttpClient, TellsOfADownloadAndWhereARedirectLedWhenTheFileCannotBeMade) {
+TEST(HttpClient, ReportsADownloadEvenIfItsFileCannotBeMade) {
   const testbed::Scratch scratch;
   for (const std::string body : {"", "x"}) {
     for (const std::string name : {"file", "none/file"}) {
@@ -147,7 +147,7 @@ TEST(HttpClient, TellsOfADownloadAndWhereARedirectLedWhenTheFileCannotBeMade) {
   }
 }
 
-TEST(HttpClient, AsksForTheFileItself) {
+TEST(HttpClient, RequestsTheFileItselfWithoutCompressionOrCaches) {
   LoopbackServer server({Answer{ok("Content-Encoding: gzip\r\n", "not compressed")}});
   HttpClient client(largestDownload);
   EXPECT_EQ(outcome(get(client, server.url("/x"))), "200 not compressed");
@@ -158,7 +158,7 @@ TEST(HttpClient, AsksForTheFileItself) {
                         server.url().substr(7)));
 }
 
-TEST(FileDownloader, CountsWhatCameAndLeavesNothingOfAFailedDownload) {
+TEST(FileDownloader, CountsReceivedBytesAndDeletesAFailedDownload) {
   const std::string large(largestDownload + 1, 'a');
   const struct {
     std::string length, body;
@@ -186,7 +186,7 @@ TEST(FileDownloader, CountsWhatCameAndLeavesNothingOfAFailedDownload) {
   }
 }
 
-TEST(FileDownloader, LogsNoSecret) {
+TEST(FileDownloader, LogsNoToken) {
   const std::string elsewhere = "http://127.0.0.1:1/token/1/x?y";
   const std::string leadsElsewhere = "HTTP/1.1 302 Found\r\nLocation: " + elsewhere + "\r\n\r\n";
   const std::string isGone = "HTTP/1.1 410 Gone\r\nContent-Length: 0\r\n\r\n";
@@ -205,7 +205,7 @@ TEST(FileDownloader, LogsNoSecret) {
   }
 }
 
-TEST(FileDownloader, CanAskForTheStatusAlone) {
+TEST(FileDownloader, CanRequestTheHeadersAlone) {
   LoopbackServer server({Answer{"HTTP/1.1 410 Gone\r\nContent-Length: 7\r\n\r\n"}});
   HttpClient client(largestDownload);
   DVFileDownloader downloader(client, "1.0");

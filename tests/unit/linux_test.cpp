@@ -8,7 +8,7 @@
 namespace tarnwick::platform {
 namespace {
 
-TEST(Dates, FollowNoLocaleThatIsNone) {
+TEST(Dates, FollowOnlyLocalesThatExist) {
   const auto expect = [](const std::string& name, const char* pattern) {
     ::setenv("LC_ALL", name.c_str(), 1);
     EXPECT_TRUE(std::regex_match(currentDateAndTime(), std::regex(pattern))) << name;

@@ -19,7 +19,7 @@ TEST(Dates, FollowUnicodePatterns) {
   }
 }
 
-TEST(Processes, AreListedWithoutTheOldest) {
+TEST(Processes, AreListedFromTheNewest) {
   std::array<pid_t, 1> newest{};
   EXPECT_EQ(listProcesses(newest), 1U);
   EXPECT_GE(newest[0], ::getpid());

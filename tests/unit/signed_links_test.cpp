@@ -8,8 +8,8 @@
 namespace tarnwick {
 namespace {
 
-TEST(SignedLinks, MatchesWhatTheOpensslCommandLineMakes) {
-  if (settings::linkSecret != "Kesto-Ra") GTEST_SKIP() << "built with a secret of one's own";
+TEST(SignedLinks, MatchTheResultOfTheOpensslCommands) {
+  if (settings::linkSecret != "Kesto-Ra") GTEST_SKIP() << "this build has a vendor's own secret";
   // printf 'Kesto-Ra/VestRUM2/Scripted/VestRUM-db-version.txt1794477660' |
   //   openssl md5 -binary | openssl base64 | tr '+/' '-_' | tr -d =
   EXPECT_EQ(signedLinkForPathAt("/VestRUM2/Scripted/VestRUM-db-version.txt", 1794477600.9),
