@@ -2,7 +2,7 @@
  *
  * TARNWICK_TEST_RATE    The steady clock, pauses and waits run this many times as fast.
  * TARNWICK_TEST_SINCE   Instead, only the time of day runs faster, from this second on; in nginx too.
- * TARNWICK_TEST_SIGNAL  The signal to send to the tool, at the moment that one of these gives:
+ * TARNWICK_TEST_SIGNAL  The signal to send to the tool; one of these three says when:
  * TARNWICK_TEST_AFTER     so many microseconds after the tool has set its last signal disposition,
  * TARNWICK_TEST_SPAWN     so many microseconds after the tool begins to start freshclam,
  * TARNWICK_TEST_STEP      just before the tool's change of this number to any file.

@@ -31,7 +31,7 @@ TEST(Commands, EndWithTheirChildWhateverItsOutput) {
                   .status.number(),
               3);
   }
-  // Nor for a program that the child left behind with its pipes.
+  // A descendant that outlives the child keeps its pipes open.
   const ProgramResult left =
       runProgram({.executable = "/bin/sh",
                   .arguments = {"-c", "echo said; cat; sleep 1000 & echo $!"},
