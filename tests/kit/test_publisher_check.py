@@ -14,7 +14,7 @@ SIGN = "sign() { openssl dgst -sha1 -binary $1 | openssl dgst -sha1 -sign privat
 ANNOUNCED = "VestRUM-db-version.txt says "
 S = "site/VestRUM2/Scripted"
 # What `mirror` leaves: version 6 of one database, and two patches.
-MIRROR = f"""cd mirror/; mkdir -p sets/1; ln -s sets/1 current; ln -s current/daily.cvd current/dns.txt .
+FILL_MIRROR = f"""cd mirror/; mkdir -p sets/1; ln -s sets/1 current; ln -s current/daily.cvd current/dns.txt .
 cp {REPOSITORY}/testbed/clamav/test-6.cvd current/daily.cvd; echo x:0:6:0:0:0:0:0 >current/dns.txt
 for number in 5 6; do cp {REPOSITORY}/testbed/clamav/test-$number.cdiff daily-$number.cdiff; done; """
 
@@ -60,14 +60,14 @@ DAMAGES = [
            ["mirror/dns.txt promises daily 6, and there is 0"]),
     Damage("chmod o+r publishing.lock", ["{home}/publishing.lock can be held by others; chmod 600 it"]),
     Damage("chmod 700 .. && touch site.settings", ["{above} is closed to nginx, and all below it; chmod o+x it"]),
-    Damage(f"{MIRROR} cp --remove-destination current/daily.cvd .", ["daily.cvd is no link to current/daily.cvd"]),
-    Damage(f"{MIRROR} mv daily-5.cdiff daily-4.cdiff", ["mirror/daily-4.cdiff is no patch to that version",
+    Damage(f"{FILL_MIRROR} cp --remove-destination current/daily.cvd .", ["daily.cvd is no link to current/daily.cvd"]),
+    Damage(f"{FILL_MIRROR} mv daily-5.cdiff daily-4.cdiff", ["mirror/daily-4.cdiff is no patch to that version",
                                                         "mirror/daily-5.cdiff is missing"]),
-    Damage(f"{MIRROR} : >daily-5.cdiff; rm daily-6.cdiff", ["mirror/daily-6.cdiff is missing"]),
-    Damage(f"{MIRROR} echo >>daily.cvd", ["mirror/daily.cvd does not fit ClamAV's signature"]),
-    Damage(f"{MIRROR} echo x:0:7:0:0:0:0:3 >dns.txt", ["mirror/dns.txt promises daily 7, and there is 6",
+    Damage(f"{FILL_MIRROR} : >daily-5.cdiff; rm daily-6.cdiff", ["mirror/daily-6.cdiff is missing"]),
+    Damage(f"{FILL_MIRROR} echo >>daily.cvd", ["mirror/daily.cvd does not fit ClamAV's signature"]),
+    Damage(f"{FILL_MIRROR} echo x:0:7:0:0:0:0:3 >dns.txt", ["mirror/dns.txt promises daily 7, and there is 6",
                                                        "mirror/dns.txt promises bytecode 3, and there is 0"]),
-    *(Damage(f"{MIRROR} {harm}", ["mirror/current is no link to a set; fill the mirror again"])
+    *(Damage(f"{FILL_MIRROR} {harm}", ["mirror/current is no link to a set; fill the mirror again"])
       for harm in ("rm -r sets", "rm current", "rm current; mv sets/1 current")),
     Damage(": >VestRUM-2.script; sign VestRUM-2.script", ["VestRUM-2.script is empty"], untried_after=2),
 ]
@@ -85,7 +85,7 @@ def found(things):
     return f"tarnwick-publish: {len(things)} thing{'s' * (len(things) > 1)} found; "
 
 
-@pytest.mark.parametrize("damage", DAMAGES, ids=lambda damage: damage.harm.removeprefix(MIRROR).split("\n")[0])
+@pytest.mark.parametrize("damage", DAMAGES, ids=lambda damage: damage.harm.removeprefix(FILL_MIRROR).split("\n")[0])
 def test_check_names_what_is_wrong(home, damage):
     folder = home if any(name in damage.harm for name in IN_HOME) else home / S
     (home / S / "private.pem").symlink_to(home / "private.pem")

@@ -8,7 +8,7 @@ import pytest
 
 from testbed import BIN, CONFIGURATION, DATA, IMPOSTOR, MIRROR, NOBODY, ORIGIN, Outcome, vendor
 
-KIT = f"{vendor.KIT} --home {{}} mirror"
+MIRROR_COMMAND = f"{vendor.KIT} --home {{}} mirror"
 SIGNED = "/repository/testbed/clamav/test"
 MIRRORED, NOTHING_NEW = (f"{what}: bytecode 3 daily {{0}} main 3 test {{0}}\n" for what in ("Mirrored", "Nothing new"))
 ALTER = "printf x | dd of={} bs=1 seek=600 conv=notrunc status=none"
@@ -23,7 +23,7 @@ def offer(world, version):
 
 
 def mirror(world, home="/srv/vendor"):
-    return world.command(*KIT.format(home).split())
+    return world.command(*MIRROR_COMMAND.format(home).split())
 
 
 def record(world):
@@ -181,7 +181,7 @@ def test_plain_files_are_taken_over_without_an_instant_that_lacks_one(world, rec
     for moment in range(1, 30):
         world.shell("cd /srv; rm -r vendor/mirror; cp -a plain vendor/mirror")
         outcome = world.command(*as_owner, f"inject=rename:signal=KILL:when={moment}",
-                                *KIT.format("/srv/vendor").split())
+                                *MIRROR_COMMAND.format("/srv/vendor").split())
         world.shell(LOOK)
         if outcome.status == 0:
             break

@@ -16,10 +16,11 @@ DYING = ["cut.1.90000", *(f"killed.{step}.{moment}" for step, moments in ((1, 11
          *(f"cut.{step}.{moment}" for step in (1, 2, 3, 4) for moment in range(20, 1800, 360))]
 # Without a link's own date: rsync leaves it where it is right to the second, and nobody is given it.
 PUBLIC = "find site mirror -type f -printf '%p %m %T@ %s\n' -o -printf '%p %y %m %l\n' | sort"
-CONTAINER, DEFINITIONS, RECORD = (".cud", ".cud.signature", "-db-version.txt"), ("", ".signature"), ("dns.txt",)
-MIRROR = f"""cd {{}}/mirror; mkdir -p {{}}; cd {{}}
+CONTAINER_ENDS, PAIR_ENDS, RECORD_ENDS = (
+    (".cud", ".cud.signature", "-db-version.txt"), ("", ".signature"), ("dns.txt",))
+FILL_MIRROR = f"""cd {{}}/mirror; mkdir -p {{}}; cd {{}}
 cp {REPOSITORY}/testbed/clamav/test-{{}}.cvd main.cvd; echo clamav:{{}} >dns.txt"""
-LINKS = """cd ../..; ln -s sets/2 current; ln -sf current/main.cvd current/dns.txt .; >main-4.cdiff
+SWITCH = """cd ../..; ln -s sets/2 current; ln -sf current/main.cvd current/dns.txt .; >main-4.cdiff
 head -c 150000 /dev/urandom >large"""
 
 
@@ -32,12 +33,12 @@ def wrong(copy, old, new, pushed):
         return got[0] in got[1:]
 
     script = "site/VestRUM2/Scripted/VestRUM"
-    now = served(script, CONTAINER, new)
-    scripts = [f"-{number}.script{end}" for number in (4, 5)[:now + 1] for end in DEFINITIONS]
-    right = {"container": now or served(script, CONTAINER, old), "scripts": served(script, scripts, new),
-             "definitions": served("site/VestRUM2/Vestrum.database", DEFINITIONS, old, new),
-             "mirror": served("mirror/", ("main.cvd",), new) and served("mirror/", RECORD, old, new) or
-             served("mirror/", ("main.cvd", *RECORD), old),
+    now = served(script, CONTAINER_ENDS, new)
+    scripts = [f"-{number}.script{end}" for number in (4, 5)[:now + 1] for end in PAIR_ENDS]
+    right = {"container": now or served(script, CONTAINER_ENDS, old), "scripts": served(script, scripts, new),
+             "definitions": served("site/VestRUM2/Vestrum.database", PAIR_ENDS, old, new),
+             "mirror": served("mirror/", ("main.cvd",), new) and served("mirror/", RECORD_ENDS, old, new) or
+             served("mirror/", ("main.cvd", *RECORD_ENDS), old),
              "nothing else": sorted(os.listdir(copy)) == ["mirror", "site"],
              "all": not pushed or len({subprocess.getoutput(f"cd {tree}; {PUBLIC}") for tree in (copy, new)}) == 1}
     return [f"{copy.name}: {name}" for name, held in right.items() if not held]
@@ -48,7 +49,7 @@ def test_a_server_that_dies_serves_the_old_set_or_the_new_one(home, linked):
     """With a mirror of links through one name, or of plain files, of which the record must be the last."""
     dying = DYING if linked else [host for host in DYING if host.startswith("killed.1.")]
     folder, old, hosts = home.parent, home.parent / "old", [*dying, "nobody", "well"]
-    subprocess.run(["sh", "-euc", MIRROR.format(home, ".", ".", 3, 3)], check=True)
+    subprocess.run(["sh", "-euc", FILL_MIRROR.format(home, ".", ".", 3, 3)], check=True)
     assert publish(home, "push", old).stdout == (
         f"Not asked: {old}, for which no URL is given\nVersion 4 is on 1 server.\n")
     (folder / "remote").write_text(REMOTE, encoding="ascii")
@@ -60,7 +61,7 @@ def test_a_server_that_dies_serves_the_old_set_or_the_new_one(home, linked):
                     ["prune", "--keep", "2"]):
         publish(home, *command).check_returncode()
     place = "sets/2" if linked else "."
-    subprocess.run(["sh", "-euc", MIRROR.format(home, place, place, 4, 4) + "\n" + LINKS * linked], check=True)
+    subprocess.run(["sh", "-euc", FILL_MIRROR.format(home, place, place, 4, 4) + "\n" + SWITCH * linked], check=True)
 
     def push():
         outcome = publish(home, "push", *(f"{host}:{folder / host}=https://127.0.0.1:9" for host in hosts),

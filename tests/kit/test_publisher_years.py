@@ -9,7 +9,7 @@ from testbed import LINKS, vendor
 from testbed.texts import NEED_FULL, PATCHED
 from testbed.vendor import publish
 
-KIT = (vendor.KIT, "--home", "/srv/vendor")
+HOME_KIT = (vendor.KIT, "--home", "/srv/vendor")
 
 
 @pytest.mark.versions(6)
@@ -30,7 +30,7 @@ def test_a_machine_on_each_side_of_the_oldest_script(world):
                      3: [version, ("VestRUM-4.script", "404"), ("VestRUM.cud", "200")]}
 
     world.release(7)
-    served = world.command(*KIT, "check", "--from", f"https://{LINKS}")
+    served = world.command(*HOME_KIT, "check", "--from", f"https://{LINKS}")
     assert (served.status, served.stdout) == (0, "All is well: version 7 from 1 server.\n"), served
     # Three scripts with their signatures are larger than so small a container, two are not.
     sizes = world.shell("cd /srv/vendor/site/VestRUM2/Scripted; stat -Lc %s VestRUM.cud; cat VestRUM-[67].s* | wc -c; "
@@ -48,9 +48,9 @@ def test_a_machine_on_each_side_of_the_oldest_script(world):
 def test_prune_refuses_what_it_cannot_mean(world):
     assert world.publish("prune", "--keep", "9") == "Kept 2 scripts, from version 1 on.\n"
     for arguments in (["--keep"], ["--keep", "x"], ["--keep=-1"], ["2"]):
-        assert world.command(*KIT, "prune", *arguments).status == 2, arguments
+        assert world.command(*HOME_KIT, "prune", *arguments).status == 2, arguments
     world.shell("rm /srv/vendor/site/VestRUM2/Scripted/VestRUM-2.script")
-    outcome = world.command(*KIT, "prune", "--keep", "1")
+    outcome = world.command(*HOME_KIT, "prune", "--keep", "1")
     assert outcome.status == 1 and "VestRUM-2.script" in outcome.stderr, outcome
 
 
