@@ -165,7 +165,8 @@ TROUBLES = {
 - The user nobody cannot read {DATA}:
     run this as root
 """),
-    "closed files": Trouble(status=3, before=f"chmod 600 {DATA}/*", through=AS_NOBODY, told=f"UNKNOWN - {BAD}" + "".join(
+    "closed files": Trouble(status=3, before=f"chmod 600 {DATA}/*",
+                            through=AS_NOBODY, told=f"UNKNOWN - {BAD}" + "".join(
         f"- {name} exists, but the user nobody cannot read it:\n    run this as root\n"
         for name in ("VestRUM.cud", "daily", "main", "bytecode"))),
     "folder gone": Trouble(status=2, before=USE_DATA, told=f"""CRITICAL - {BAD}\
