@@ -34,7 +34,7 @@ VERSION_TEXTS = [
 
 
 @pytest.mark.parametrize("text", VERSION_TEXTS, ids=lambda text: repr(text.body))
-def test_unusual_version_texts(world, text):
+def test_unusual_version_texts_do_no_harm(world, text):
     world.install(1)
     world.servers.answer(f"GET {VERSION_PATH}", text.body)
     outcome = world.run()
@@ -169,7 +169,7 @@ MACHINES = {
 
 
 @pytest.mark.parametrize("bad", MACHINES.values(), ids=MACHINES)
-def test_a_run_on_a_bad_machine(world, bad):
+def test_a_run_copes_with_a_bad_machine(world, bad):
     if bad.freshclam:
         world.program("freshclam", bad.freshclam)
     world.shell(bad.spoil)
@@ -256,7 +256,7 @@ GIVING_UP = "No internet connection available. Giving up.\n"
     ("add blackhole default", False), ("add 192.0.3.0/24 dev uplink", False), ("", False),
     # Virtual private networks add such routes.
     ("add 0.0.0.0/1 dev uplink", False), ("add ::/1 dev uplink", False)])
-def test_network_wait(world, route, reachable):
+def test_a_run_waits_for_a_default_route(world, route, reachable):
     before = world.log(CONFIGURATION)
     family = "-6" if ":" in route else "-4"
     world.shell(f"ip route del default; ip -6 addr add fd00::1/64 dev uplink nodad; ip {family} route {route}"
@@ -282,7 +282,7 @@ NEVER = "".join(f"Vestrum.{kind} updated never\n" for kind in ("fp", "hdb", "ign
 @pytest.mark.parametrize("arguments, zone, date", [
     (["--version"], "UTC", "2026-11-22 22:40:01 Z"), (["-V", "--quiet"], "Asia/Kolkata", "2026-11-23 04:10:01 +05:30"),
     (["-V"], "America/St_Johns", "2026-11-22 19:10:01 -03:30")])
-def test_version_report(new_world, arguments, zone, date):
+def test_the_version_report_dates_each_database(new_world, arguments, zone, date):
     missing = f"Unable to open file {DATA}/VestRUM.cud\n" * 2
     outcome = new_world.run(*arguments, env={"TZ": zone})
     assert (outcome.status, outcome.stdout) == (0, f"Tarnwick 2.19.4\n{missing}VestRUM.cud (v0) updated never\n{NEVER}")

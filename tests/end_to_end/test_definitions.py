@@ -80,7 +80,7 @@ def text_of(world, name):
 
 
 @pytest.mark.parametrize("row", DEFINITIONS_CASES.values(), ids=DEFINITIONS_CASES)
-def test_definitions_after_a_run(world, row):
+def test_each_state_of_the_servers_leads_to_its_definitions(world, row):
     before = world.state()
     if row.published is not None:
         world.publish_definitions(row.published)
@@ -147,7 +147,7 @@ ZIPPED_ITEMS = {
 
 
 @pytest.mark.parametrize("row", ZIPPED_ITEMS.values(), ids=ZIPPED_ITEMS)
-def test_a_zipped_item_after_a_run(two_items, row):
+def test_a_zipped_item_is_installed_only_if_it_is_sound(two_items, row):
     world = two_items
     world.write(f"{DATA}/{SECOND}", definitions_text(1))
     remembered = world.state() | {"second.ndb-Last-Modified": "some date"}

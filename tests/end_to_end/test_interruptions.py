@@ -27,7 +27,7 @@ UNTIL_FRESHCLAM = BANNER + FROM_1_TO_3 + BY_SCRIPTS + DEFINITIONS_NEW + UPSTREAM
 
 
 @pytest.mark.parametrize("phase", PHASES)
-def test_signals_in_every_phase(world, phase):
+def test_signals_end_a_run_in_every_phase(world, phase):
     world.install(1)
     wait = PHASES[phase](world)
     for number in SIGNALS:
@@ -144,7 +144,7 @@ def completes(world):
 # Signals that the tool handles, and signals that it does not: SIGKILL and SIGSEGV.
 @pytest.mark.parametrize("numbers, seed", [*((SIGNALS, seed) for seed in range(6)),
                                            *(((9, 11), seed) for seed in range(3))])
-def test_cut_off_at_any_moment(world, numbers, seed):
+def test_databases_are_complete_after_a_signal_at_any_moment(world, numbers, seed):
     quick(world)
     cut_off, longest = 0, 0.12  # seconds; adapts to about twice the time of a run on this machine
     for index, share in enumerate(moments(seed, 50, 1_000_000)):
@@ -184,7 +184,7 @@ def ready_for(world, way):
 
 
 @pytest.mark.parametrize("way", WAYS)
-def test_killed_at_every_step(world, way):
+def test_the_next_run_completes_a_run_killed_at_any_step(world, way):
     quick(world)
     status, step = -9, 0
     while status == -9:
@@ -202,7 +202,7 @@ EVERY_CALL = bool(os.environ.get("TARNWICK_TEST_EVERY_CALL"))
 
 
 @pytest.mark.parametrize("call", ["open", "write", "fsync", "rename", "unlink", "fork"])
-def test_a_call_that_fails(world, call):
+def test_databases_are_complete_after_a_call_that_fails(world, call):
     """Makes one call of each run fail: every call with every error in turn, or a sample of them."""
     quick(world)
     for index, (way, error) in enumerate(itertools.product(WAYS, ERRORS) if EVERY_CALL else zip(WAYS, ERRORS)):
@@ -222,7 +222,7 @@ def test_a_call_that_fails(world, call):
 
 @pytest.mark.parametrize("edit", ["s/#MaxAttempts 5", "s/DatabaseMirror mirror"])
 @pytest.mark.parametrize("killed, status, left", [("$(pidof tarnwick)", -9, 1), ("$$", 0, 0)], ids=["run", "sed alone"])
-def test_killed_while_the_configuration_is_edited(world, edit, killed, status, left):
+def test_the_next_run_deletes_only_files_of_a_killed_sed(world, edit, killed, status, left):
     """A killed sed leaves a temporary file, whose name could also be that of an administrator's file."""
     quick(world)
     etc, mine = f"{PREFIX}/etc", "sedBackup sed-conf1 sedOld123"

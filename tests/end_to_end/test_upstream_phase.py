@@ -49,7 +49,7 @@ def pairs(text):
 
 
 @pytest.mark.parametrize("runs", LADDER)
-def test_ladder(world, runs):
+def test_each_exit_status_of_freshclam_leads_to_its_repair(world, runs):
     found, statuses = zip(*pairs(runs))
     world.freshclam(*statuses)
     for name, host in SPARE_MIRRORS.items():
@@ -189,7 +189,7 @@ def test_versions_that_the_real_sigtool_reads(world, make, version):
         f"main.cvd installed: {version}, available: 62\n")
 
 
-def test_seeding_and_proxy_helper(world):
+def test_missing_databases_are_fetched_after_the_proxy_helper_ran(world):
     world.freshclam(1)
     world.shell(f"rm {DATA}/main.cvd; mv {DATA}/daily.cvd {DATA}/daily.cld; rm {DATA}/bytecode.cvd")
     world.write("/srv/vendor/mirror/main.cvd", "ClamAV-VDB:no good one")
@@ -241,7 +241,7 @@ SWITCHES = {
 
 
 @pytest.mark.parametrize("switch", SWITCHES.values(), ids=SWITCHES)
-def test_configuration_switches(world, switch):
+def test_the_configuration_is_switched_to_the_mirror_and_back(world, switch):
     world.program("freshclam", f"cat {CONFIGURATION} >/srv/seen")
     world.write(f"{PREFIX}/etc/real.conf", switch.before, 0o640)
     world.shell(f"cd {PREFIX}/etc; chown clamav real.conf; ln -sf real.conf freshclam.conf")
@@ -252,7 +252,7 @@ def test_configuration_switches(world, switch):
         "symbolic link root 777\nregular" + " empty" * (not switch.after) + " file clamav 640\n")
 
 
-def test_real_freshclam(new_world):
+def test_the_real_freshclam_updates_from_the_mirror(new_world):
     new_world.custom_database()
     before = new_world.path(CONFIGURATION).read_bytes()
     outcome = new_world.run("--stdout")

@@ -158,7 +158,7 @@ CONTAINER_FAILURES = {
 
 
 @pytest.mark.parametrize("failure", CONTAINER_FAILURES.values(), ids=CONTAINER_FAILURES)
-def test_container_after_a_failure(world, failure):
+def test_each_container_failure_leads_to_its_fallback(world, failure):
     world.install(1)
     world.write(f"{DATA}/Vestrum.ndb", "kept until the container takes its place")
     world.sigtool(f"case $1 in {failure.sigtool}*) exit 1 ;; esac")
@@ -222,7 +222,7 @@ def test_a_data_directory_that_cannot_be_written(world):
     assert world.litter() == ""
 
 
-def test_quiet_and_log(world):
+def test_quiet_and_log_select_what_is_printed_and_logged(world):
     log = "/srv/a.log"
     world.install(1)
     for arguments, first in ((["--quiet", f"--log={log}"], ""), ([f"--log={log}"], None)):
@@ -248,7 +248,7 @@ def test_quiet_and_log(world):
     (["--remove-old-first", "--log=/tmp/a.log"], True),
     (["--remove-old-first", "--datadir=/srv/a#b"], True),
     (["-v", "-V", "--remove-old-first"], False)])
-def test_wipe(world, arguments, wiped):
+def test_remove_old_first_deletes_databases_and_log(world, arguments, wiped):
     folder = "/srv/a#b" if "--datadir=/srv/a#b" in arguments else DATA
     named = [argument.removeprefix("--log=") for argument in arguments if argument.startswith("--log=")]
     log = named[0] if named else f"{folder}/freshclam.log"
