@@ -126,7 +126,8 @@ std::string ownName() {
 
 void stepDownToOwner(const fs::path& home, Access access) {
   struct stat status = {};
-  if (::lstat(home.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) return;
+  // Whoever can make the folder could do so from now on, and put links into it.
+  if (::lstat(home.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) return stepDownToMaker(home);
   if (::geteuid() == 0) refuseWhatOthersCouldExchange(home, status.st_uid);
   if (::geteuid() == status.st_uid) return;
   if (::geteuid() == 0) return stepDownTo(status);

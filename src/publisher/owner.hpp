@@ -24,7 +24,7 @@ enum class Access {
 /// root's terminal. The process that root started only waits for the one that works, and ends with
 /// its status. Refuses where another user could have exchanged the home.
 ///
-/// Does nothing where there is no such folder.
+/// Where there is no such folder, root becomes the one who could make it, as below.
 void stepDownToOwner(const std::filesystem::path& home, Access access);
 
 /// The same for a home that is yet to be made: its owner is that of the last folder on the way to

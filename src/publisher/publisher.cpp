@@ -201,6 +201,8 @@ int runPublisher(int argc, const char* const* argv) {
   ::umask(022);
   ::setenv("LC_ALL", "C", 1);  // NOLINT(concurrency-mt-unsafe): there is one thread yet
   std::signal(SIGPIPE, SIG_IGN);
+  // A caller that ignores it would otherwise keep us from learning how our children ended.
+  std::signal(SIGCHLD, SIG_DFL);
   std::string home;
   return runSafely(argc, argv, home);
 }
