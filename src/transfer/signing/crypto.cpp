@@ -46,7 +46,7 @@ int noPassword(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*data*/) 
   return -1;
 }
 
-/// Null for anything that is no DSA key, and for one that a password protects.
+/// Null if the text is not a DSA key or if a password protects it.
 Key privateKeyOf(std::string_view text) {
   const BioChain memory(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
   Key key(PEM_read_bio_PrivateKey(memory.get(), nullptr, noPassword, nullptr));

@@ -32,10 +32,10 @@ class Digest {
 };
 
 /// The digest of a text in one call.
-Bytes digestOf(DigestAlgorithm algorithm, std::string_view text);
+[[nodiscard]] Bytes digestOf(DigestAlgorithm algorithm, std::string_view text);
 
 /// Standard Base64 as OpenSSL's filter writes it, with a line feed at the end.
-std::string base64WithLineFeed(std::span<const unsigned char> bytes);
+[[nodiscard]] std::string base64WithLineFeed(std::span<const unsigned char> bytes);
 
 /// Whether `signature` (DER) is a valid DSA signature with SHA-1 over `message`. `key` is a DER
 /// SubjectPublicKeyInfo. False if `key` is not a DSA key or `signature` is malformed.
@@ -43,21 +43,21 @@ std::string base64WithLineFeed(std::span<const unsigned char> bytes);
                                  std::span<const unsigned char> message,
                                  std::span<const unsigned char> signature);
 
-/// A DSA signature (DER) with SHA-1 over `message` under a private key in PEM. None for anything
-/// that is no such key. Never asks for a password.
-std::optional<Bytes> signDsaSha1(std::string_view privateKey,
-                                 std::span<const unsigned char> message);
+/// A DSA signature (DER) with SHA-1 over `message`. `privateKey` is PEM. None if it is not a DSA
+/// key or if a password protects it. Never asks for a password.
+[[nodiscard]] std::optional<Bytes> signDsaSha1(std::string_view privateKey,
+                                               std::span<const unsigned char> message);
 
-/// The PEM text of the public half of a private key in PEM. None for anything that is no such key.
-std::optional<std::string> publicHalfOf(std::string_view privateKey);
+/// The public half of `privateKey`, both PEM. None as for signDsaSha1.
+[[nodiscard]] std::optional<std::string> publicHalfOf(std::string_view privateKey);
 
-/// PEM texts.
+/// Both are PEM texts.
 struct KeyPair {
   std::string privateKey;
   std::string publicKey;
 };
 
-/// A new DSA pair of 2048 bits with a group of 160. None when the library refused.
-std::optional<KeyPair> makeDsaKeyPair();
+/// A new DSA key pair: 2048 bits, with a subgroup of 160 bits. None if the library fails.
+[[nodiscard]] std::optional<KeyPair> makeDsaKeyPair();
 
 }  // namespace tarnwick::crypto

@@ -21,22 +21,22 @@ namespace tarnwick {
 /// for an absent argument. Never prints.
 class DVSUDSAVerifier {
  public:
-  static bool validatePathWithEncodedDSASignatureWithPublicDSAKey(
+  [[nodiscard]] static bool validatePathWithEncodedDSASignatureWithPublicDSAKey(
       const std::optional<std::filesystem::path>& path,
       const std::optional<std::string_view>& encodedSignature,
       const std::optional<std::string_view>& publicKey);
 
-  static bool validateStringWithEncodedDSASignatureWithPublicDSAKey(
+  [[nodiscard]] static bool validateStringWithEncodedDSASignatureWithPublicDSAKey(
       const std::optional<std::string_view>& text,
       const std::optional<std::string_view>& encodedSignature,
       const std::optional<std::string_view>& publicKey);
 };
 
-/// The DER bytes of a PEM public key; empty if the text holds none.
-std::vector<unsigned char> derOfPublicKeyText(std::string_view keyText);
+/// The DER bytes of a PEM public key; empty if the text contains none.
+[[nodiscard]] std::vector<unsigned char> derOfPublicKeyText(std::string_view keyText);
 
 /// The verifier's own Base64 decoder. It treats the end of the text differently from other
 /// decoders; the comments in its body say how.
-std::vector<unsigned char> decodeSignatureBase64(std::string_view text);
+[[nodiscard]] std::vector<unsigned char> decodeSignatureBase64(std::string_view text);
 
 }  // namespace tarnwick

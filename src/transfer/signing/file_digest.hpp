@@ -20,6 +20,6 @@ namespace tarnwick {
                                                         crypto::DigestAlgorithm algorithm);
 
 /// Two lower-case digits for each byte.
-std::string hexadecimal(std::span<const unsigned char> bytes);
+[[nodiscard]] std::string hexadecimal(std::span<const unsigned char> bytes);
 
 }  // namespace tarnwick

@@ -26,20 +26,23 @@ struct _FileHashComputationContext {
 /// md5HashAsBase64OfString.
 class FileHash {
  public:
-  static std::optional<std::string> hashOfFileAtPathWithComputationContext(
+  [[nodiscard]] static std::optional<std::string> hashOfFileAtPathWithComputationContext(
       const std::filesystem::path& path, const _FileHashComputationContext* context);
 
-  static std::optional<std::string> md5HashOfFileAtPath(const std::filesystem::path& path);
-  static std::optional<std::string> sha1HashOfFileAtPath(const std::filesystem::path& path);
-  static std::optional<std::string> sha512HashOfFileAtPath(const std::filesystem::path& path);
+  [[nodiscard]] static std::optional<std::string> md5HashOfFileAtPath(
+      const std::filesystem::path& path);
+  [[nodiscard]] static std::optional<std::string> sha1HashOfFileAtPath(
+      const std::filesystem::path& path);
+  [[nodiscard]] static std::optional<std::string> sha512HashOfFileAtPath(
+      const std::filesystem::path& path);
 
   /// 32 lower-case hexadecimal digits; with `rawDigest`, the 16 bytes of the digest.
-  static std::string md5HashOfStringRawDigest(std::string_view text, bool rawDigest);
+  [[nodiscard]] static std::string md5HashOfStringRawDigest(std::string_view text, bool rawDigest);
 
   /// 25 characters: the Base64 text of the MD5 digest and a line feed.
-  static std::string md5HashAsBase64OfString(std::string_view text);
+  [[nodiscard]] static std::string md5HashAsBase64OfString(std::string_view text);
 
-  static std::string sha1OfString(std::string_view text);
+  [[nodiscard]] static std::string sha1OfString(std::string_view text);
 };
 
 }  // namespace tarnwick
