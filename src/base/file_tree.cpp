@@ -22,18 +22,6 @@ std::optional<std::vector<std::string>> namesIn(const fs::path& directory) {
   return names;
 }
 
-// Below a file there is nothing.
-constexpr auto unmakeable = "/dev/null";
-
-fs::path unmakeablePath(const fs::path& wanted) {
-  return unmakeable / wanted.relative_path();
-}
-
-fs::path wantedPath(const fs::path& path) {
-  const fs::path inside = path.lexically_relative(unmakeable);
-  return inside.empty() || *inside.begin() == ".." ? path : "/" / inside;
-}
-
 void removeTree(const fs::path& path) {
   std::error_code ignored;
   fs::remove_all(path, ignored);

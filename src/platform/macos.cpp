@@ -21,7 +21,6 @@
 #include <sstream>
 #include <type_traits>
 
-#include "base/file_tree.hpp"
 #include "platform/platform.hpp"
 
 extern char** environ;
@@ -88,10 +87,10 @@ TemporaryDirectory makeTemporaryDirectory() {
   const std::size_t length = ::confstr(_CS_DARWIN_USER_TEMP_DIR, parent.data(), parent.size());
   const bool known = length > 0 && length <= parent.size();
   const fs::path usual = fs::path(known ? parent.data() : "/tmp") / "tarnwick";
-  if (known && (::mkdir(usual.c_str(), 0700) == 0 || errno == EEXIST)) return {.path = usual};
-  std::string spare = "/tmp/tarnwick-XXXXXX";
-  // Never use a name that others can guess.
-  return {.path = ::mkdtemp(spare.data()) != nullptr ? fs::path(spare) : unmakeablePath(usual)};
+  if (known && (::mkdir(usual.c_str(), 0700) == 0 || errno == EEXIST)) return {usual, usual};
+  std::string spare = "/tmp/tarnwick-XXXXXX";  // a name that other users cannot guess
+  if (::mkdtemp(spare.data()) != nullptr) return {spare, spare};
+  return {.path = std::nullopt, .shownPath = usual};
 }
 
 void releaseTemporaryDirectory(const fs::path& directory) {

@@ -20,17 +20,21 @@ namespace tarnwick::platform {
 /// The version that the system's vendor gives it, such as "12"; "unknown" when it says none.
 std::string operatingSystemVersion();
 
+/// The folder for this run's temporary files. Other users cannot open it. The next run finds it
+/// again, so that it can delete what a killed run left there.
 struct TemporaryDirectory {
-  /// A folder of our own for this run's temporary files: closed to other users, and found again by
-  /// the next run, so that what a killed run left there can be swept. Where none can be made, the
-  /// unmakeablePath of the one that was wanted.
-  std::filesystem::path path;
-  /// Why the folder that the caller asked for, by the environment, is not the one above it.
+  /// None if no such folder could be made. There is no fallback: another user may control a folder
+  /// that was there already.
+  std::optional<std::filesystem::path> path;
+  /// For messages only: the path, or the one at which the folder could not be made.
+  std::filesystem::path shownPath;
+  /// Why the folder is not in the one that the environment names; none if it is, or if the
+  /// environment names no other.
   std::optional<std::string> whyNotAsAsked = {};
 };
-TemporaryDirectory makeTemporaryDirectory();
+[[nodiscard]] TemporaryDirectory makeTemporaryDirectory();
 
-/// Removes the folder if it is empty and was made by makeTemporaryDirectory.
+/// Removes a folder that makeTemporaryDirectory made, if it is empty.
 void releaseTemporaryDirectory(const std::filesystem::path& directory);
 
 /// Whether a default route exists that can be used as it stands. Sends nothing.

@@ -81,11 +81,10 @@ std::variant<fs::path, WhyNot> makeAsAsked(const fs::path& parent) {
   return makeBelow(parent);
 }
 
-/// Without a folder for temporary files, nothing at all rather than one that may be another user's.
-fs::path makeWhereUsual() {
+TemporaryDirectory makeInUsualParent() {
   const auto result = makeBelow(usualParent);
-  const auto* const made = std::get_if<fs::path>(&result);
-  return made != nullptr ? *made : unmakeablePath(fs::path(usualParent) / temporaryName());
+  if (const auto* const made = std::get_if<fs::path>(&result)) return {*made, *made};
+  return {.path = std::nullopt, .shownPath = fs::path(usualParent) / temporaryName()};
 }
 
 }  // namespace
@@ -93,11 +92,13 @@ fs::path makeWhereUsual() {
 TemporaryDirectory makeTemporaryDirectory() {
   const char* const asked = std::getenv("TMPDIR");  // NOLINT(concurrency-mt-unsafe)
   if (asked == nullptr || *asked == '\0' || asked == std::string_view(usualParent)) {
-    return {.path = makeWhereUsual()};
+    return makeInUsualParent();
   }
   const auto result = makeAsAsked(asked);
-  if (const auto* const made = std::get_if<fs::path>(&result)) return {.path = *made};
-  return {.path = makeWhereUsual(), .whyNotAsAsked = std::get<WhyNot>(result).reason};
+  if (const auto* const made = std::get_if<fs::path>(&result)) return {*made, *made};
+  TemporaryDirectory usual = makeInUsualParent();
+  usual.whyNotAsAsked = std::get<WhyNot>(result).reason;
+  return usual;
 }
 
 void releaseTemporaryDirectory(const fs::path& directory) {

@@ -4,9 +4,7 @@
 #include <unistd.h>
 
 #include <string>
-#include <utility>
 
-#include "base/file_tree.hpp"
 #include "base/installation_paths.hpp"
 #include "base/platform_log.hpp"
 #include "base/standard_streams.hpp"
@@ -37,20 +35,20 @@ constexpr int noNetwork = 123;
 class TemporaryDirectory {
  public:
   TemporaryDirectory() {
-    platform::TemporaryDirectory made = platform::makeTemporaryDirectory();
-    path_ = std::move(made.path);
-    if (!made.whyNotAsAsked) return;
+    if (!made_.whyNotAsAsked) return;
     platformLog(fmt::format("TMPDIR is not used: {}. Temporary files go to {}.",
-                            *made.whyNotAsAsked, wantedPath(path_).string()));
+                            *made_.whyNotAsAsked, made_.shownPath.string()));
   }
   TemporaryDirectory(const TemporaryDirectory&) = delete;
   TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-  ~TemporaryDirectory() { platform::releaseTemporaryDirectory(path_); }
+  ~TemporaryDirectory() {
+    if (made_.path) platform::releaseTemporaryDirectory(*made_.path);
+  }
 
-  [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+  [[nodiscard]] const platform::TemporaryDirectory& get() const { return made_; }
 
  private:
-  std::filesystem::path path_;
+  platform::TemporaryDirectory made_ = platform::makeTemporaryDirectory();
 };
 
 /// Results ignored: without the rights the run does what it can.
@@ -85,7 +83,7 @@ int updateEverything(RunContext& context) {
   HttpClient http(settings::largestDownload);
   const TemporaryDirectory temporaryDirectory;
   const VendorSession vendorSession{.http = http,
-                                    .temporaryDirectory = temporaryDirectory.path(),
+                                    .temporaryDirectory = temporaryDirectory.get(),
                                     .userAgent = toolUserAgent(context.toolVersion),
                                     .publicKey = settings::vendorPublicKey};
   updateVendorDefinitions(context, vendorSession, state);

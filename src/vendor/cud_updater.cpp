@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,6 +20,7 @@
 #include "transfer/http/tool_request.hpp"
 #include "transfer/signing/file_hash.hpp"
 #include "vendor/container_archive.hpp"
+#include "vendor/cud_workplace.hpp"
 #include "vendor/database_header.hpp"
 #include "vendor/database_install.hpp"
 #include "vendor/signed_links.hpp"
@@ -28,8 +30,6 @@ namespace tarnwick {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr std::string_view archiveName = "VestRUM.tar.gz";
 
 /// A run unpacks this container and installs a whole one here even if `dataDirectory` is another
 /// folder.
@@ -43,26 +43,6 @@ struct Versions {
 };
 
 enum class Outcome { upToDate, installed, wholeContainerNeeded };
-
-/// The folders of one update. The folders of scripts are beside the work folder, not in it.
-struct Workplace {
-  fs::path directory;
-  fs::path scripts;
-  fs::path aside;  ///< scripts that the installed container contains
-
-  [[nodiscard]] fs::path container() const { return directory / containerName; }
-  [[nodiscard]] fs::path archive() const { return directory / archiveName; }
-  void remove() const {
-    for (const fs::path& folder : {directory, scripts, aside}) removeTree(folder);
-  }
-};
-
-Workplace workplaceIn(const fs::path& temporaryDirectory) {
-  const fs::path directory = temporaryDirectory / "VestRUMdefs";
-  return {.directory = directory,
-          .scripts = directory.string() + ".scripts",
-          .aside = directory.string() + ".aside"};
-}
 
 std::string scriptedPath(std::string_view name) {
   return fmt::format("/VestRUM2/Scripted/{}", name);
@@ -78,7 +58,8 @@ DVFileDownloader verifyingDownloader(const RunContext& context, const VendorSess
 }
 
 /// Fetches and verifies one file. Each link is made immediately before its request.
-void downloadScripted(DVFileDownloader& downloader, std::string_view name, const fs::path& file) {
+void downloadScripted(DVFileDownloader& downloader, std::string_view name,
+                      const std::optional<fs::path>& file) {
   const std::string path = scriptedPath(name);
   downloader.downloadFileFromWithSignatureFileSaveToPath(signedLinksTo(path),
                                                          signedLinksTo(path + ".signature"), file);
@@ -102,18 +83,20 @@ std::int64_t fetchAvailableVersion(const RunContext& context, const VendorSessio
   return versionInText(text);
 }
 
-[[nodiscard]] bool makeWorkplace(const RunContext& context, const Workplace& work) {
-  printMessage(context, "currentTempDir: {}", wantedPath(work.directory).string());
-  work.remove();
+[[nodiscard]] bool makeWorkplace(const RunContext& context, const VendorSession& session,
+                                 const std::optional<CudWorkplace>& work) {
+  printMessage(context, "currentTempDir: {}",
+               (session.temporaryDirectory.shownPath / cudWorkFolder).string());
+  if (work) work->remove();
   std::error_code error;
-  if (fs::create_directories(work.directory, error)) return true;
+  if (work && fs::create_directories(work->directory, error)) return true;
   printMessage(context, "Couldn't create temp dir");
   return false;
 }
 
 /// The installed container has no signature, and `clamav` can change it. A script in it must be out
 /// of the way when applyScripts collects the fetched scripts, which are verified, by their names.
-[[nodiscard]] bool setOwnScriptsAside(const Workplace& work) {
+[[nodiscard]] bool setOwnScriptsAside(const CudWorkplace& work) {
   const auto names = namesIn(work.directory);
   std::error_code error;
   if (!names || !fs::create_directory(work.aside, error)) return false;
@@ -126,7 +109,7 @@ std::int64_t fetchAvailableVersion(const RunContext& context, const VendorSessio
 }
 
 /// The new archive contains these scripts again, unless a fetched script has the same name.
-void putOwnScriptsBack(const Workplace& work) {
+void putOwnScriptsBack(const CudWorkplace& work) {
   std::error_code ignored;
   for (const std::string& name : namesIn(work.aside).value_or(std::vector<std::string>{})) {
     if (fileExists(work.directory / name)) continue;
@@ -135,7 +118,7 @@ void putOwnScriptsBack(const Workplace& work) {
   removeTree(work.aside);
 }
 
-[[nodiscard]] bool unpackContainer(const RunContext& context, const Workplace& work) {
+[[nodiscard]] bool unpackContainer(const RunContext& context, const CudWorkplace& work) {
   const ProgramResult unpacked =
       runProgram({.executable = sigtoolPath(),
                   .arguments = {fmt::format("--unpack={}", installedContainer())},
@@ -146,7 +129,7 @@ void putOwnScriptsBack(const Workplace& work) {
 }
 
 bool fetchScripts(const RunContext& context, const VendorSession& session, const Versions& versions,
-                  const Workplace& work) {
+                  const CudWorkplace& work) {
   DVFileDownloader downloader = verifyingDownloader(context, session, true);
   const auto missing = static_cast<double>(versions.available - versions.local);
   for (std::int64_t fetched = 0; fetched < versions.available - versions.local;) {
@@ -165,7 +148,7 @@ bool fetchScripts(const RunContext& context, const VendorSession& session, const
   return true;
 }
 
-[[nodiscard]] bool applyScripts(const Workplace& work) {
+[[nodiscard]] bool applyScripts(const CudWorkplace& work) {
   // Copied, not moved: the new archive contains the scripts too.
   runShellCommand(fmt::format("mkdir {0} && cp {1}/*.script {0}/", work.scripts.string(),
                               work.directory.string()));
@@ -178,13 +161,13 @@ bool fetchScripts(const RunContext& context, const VendorSession& session, const
   return applied.status.isSuccess();
 }
 
-[[nodiscard]] bool repack(const RunContext& context, const Workplace& work) {
+[[nodiscard]] bool repack(const RunContext& context, const CudWorkplace& work) {
   const bool packed = packFolder(work.directory, work.archive());
   if (!packed) printMessage(context, "Repackage failed");
   return packed;
 }
 
-[[nodiscard]] bool writeContainer(const RunContext& context, const Workplace& work) {
+[[nodiscard]] bool writeContainer(const RunContext& context, const CudWorkplace& work) {
   const auto md5Hash = FileHash::md5HashOfFileAtPath(work.archive());
   if (!md5Hash) {
     printMessage(context, "Couldn't generate checksum of new cud file");
@@ -198,13 +181,13 @@ bool fetchScripts(const RunContext& context, const VendorSession& session, const
   return written;
 }
 
-[[nodiscard]] bool testNewContainer(const RunContext& context, const Workplace& work) {
+[[nodiscard]] bool testNewContainer(const RunContext& context, const CudWorkplace& work) {
   if (scannerAccepts(context, work.container())) return true;
   printMessage(context, "DB integrity check failed. Deleting the new VestRUM.cud file.");
   return false;
 }
 
-[[nodiscard]] bool installNewContainer(const RunContext& context, const Workplace& work) {
+[[nodiscard]] bool installNewContainer(const RunContext& context, const CudWorkplace& work) {
   printMessage(context, "DB integrity check is sound. Move VestRUM.cud into place");
   const auto failure = installDatabase(work.container(), inDataDirectory(context, containerName));
   if (!failure) return true;
@@ -216,7 +199,7 @@ bool fetchScripts(const RunContext& context, const VendorSession& session, const
 /// The steps from the installed container to the new one. Each step reports its own failure, except
 /// applyScripts, whose failure `sigtool` reports.
 [[nodiscard]] bool buildAndInstall(const RunContext& context, const VendorSession& session,
-                                   const Versions& versions, const Workplace& work) {
+                                   const Versions& versions, const CudWorkplace& work) {
   if (!unpackContainer(context, work)) return false;
   if (!fetchScripts(context, session, versions, work)) return false;
   if (!applyScripts(work)) return false;
@@ -228,7 +211,7 @@ bool fetchScripts(const RunContext& context, const VendorSession& session, const
 
 /// Sets each version that it learns.
 Outcome tryIncrementalUpdate(const RunContext& context, const VendorSession& session,
-                             const Workplace& work, Versions& versions) {
+                             const std::optional<CudWorkplace>& work, Versions& versions) {
   if (!fileExists(installedContainer())) return Outcome::wholeContainerNeeded;
   versions.local = databaseVersionOfHeader(readDatabaseHeader(context, std::string(containerName)));
   printMessage(context, "Local version {}", versions.local);
@@ -241,18 +224,19 @@ Outcome tryIncrementalUpdate(const RunContext& context, const VendorSession& ses
     return Outcome::upToDate;
   }
 
-  if (!makeWorkplace(context, work)) return Outcome::wholeContainerNeeded;
-  const bool installed = buildAndInstall(context, session, versions, work);
-  work.remove();
+  if (!makeWorkplace(context, session, work)) return Outcome::wholeContainerNeeded;
+  const bool installed = buildAndInstall(context, session, versions, *work);
+  work->remove();
   return installed ? Outcome::installed : Outcome::wholeContainerNeeded;
 }
 
 [[nodiscard]] bool fetchWholeContainer(const RunContext& context, const VendorSession& session,
-                                       const Workplace& work) {
+                                       const std::optional<CudWorkplace>& work) {
   DVFileDownloader downloader = verifyingDownloader(context, session, context.quietMode);
   std::error_code ignored;
-  fs::create_directories(work.directory, ignored);
-  downloadScripted(downloader, containerName, work.container());
+  if (work) fs::create_directories(work->directory, ignored);
+  downloadScripted(downloader, containerName,
+                   work ? std::optional(work->container()) : std::nullopt);
   if (!downloader.downloadFailed()) return true;
   printMessage(context, "Failed to download and/or verify VestRUM.cud");
   return false;
@@ -267,7 +251,7 @@ void logIfOlder(std::int64_t version, std::int64_t local) {
                   version, local));
 }
 
-[[nodiscard]] bool installWholeContainer(const RunContext& context, const Workplace& work,
+[[nodiscard]] bool installWholeContainer(const RunContext& context, const CudWorkplace& work,
                                          std::int64_t local) {
   if (!scannerAccepts(context, work.container())) {
     printMessage(context,
@@ -288,12 +272,13 @@ void logIfOlder(std::int64_t version, std::int64_t local) {
 }
 
 [[nodiscard]] bool updateByWholeContainer(const RunContext& context, const VendorSession& session,
-                                          const Workplace& work, std::int64_t local) {
+                                          const std::optional<CudWorkplace>& work,
+                                          std::int64_t local) {
   // A quiet run does not log this line either. Its own line feed makes an empty line.
   if (!context.quietMode) printMessage(context, "Need to download the full VestRUM.cud\n");
-  const bool installed =
-      fetchWholeContainer(context, session, work) && installWholeContainer(context, work, local);
-  work.remove();
+  const bool installed = fetchWholeContainer(context, session, work) && work &&
+                         installWholeContainer(context, *work, local);
+  if (work) work->remove();
   return installed;
 }
 
@@ -305,7 +290,7 @@ std::int64_t versionInText(std::string_view text) {
 }
 
 bool updateIncrementalDatabase(const RunContext& context, const VendorSession& session) {
-  const Workplace work = workplaceIn(session.temporaryDirectory);
+  const std::optional<CudWorkplace> work = workplaceOf(session);
   Versions versions;
   switch (tryIncrementalUpdate(context, session, work, versions)) {
     case Outcome::upToDate:
@@ -319,7 +304,7 @@ bool updateIncrementalDatabase(const RunContext& context, const VendorSession& s
 }
 
 void removeContainerLeftovers(const VendorSession& session) {
-  workplaceIn(session.temporaryDirectory).remove();
+  if (const auto work = workplaceOf(session)) work->remove();
 }
 
 }  // namespace tarnwick

@@ -82,7 +82,7 @@ bool isUpToDate(const RunContext& context, const VendorItem& item, const Publish
 
 /// Does not report a failed download: the file then has no valid signature.
 void download(const RunContext& context, const VendorSession& session, const VendorItem& item,
-              const fs::path& file) {
+              const std::optional<fs::path>& file) {
   DVFileDownloader downloader(session.http, context.toolVersion);
   downloader.setUserAgentString(session.userAgent);
   downloader.setQuiet(context.quietMode);
@@ -93,19 +93,19 @@ void download(const RunContext& context, const VendorSession& session, const Ven
 /// reports that and deletes the file.
 std::optional<std::string> fetchValidSignature(const RunContext& context,
                                                const VendorSession& session, const VendorItem& item,
-                                               const fs::path& file) {
+                                               const std::optional<fs::path>& file) {
   const Link link{.url = urlOf(item) + ".signature"};
   const HttpResult answer =
       session.http.sendSynchronousRequest(toolRequest(link.url, session.userAgent));
   const std::optional<std::string> signature = textIn(answer);
   const bool valid = DVSUDSAVerifier::validatePathWithEncodedDSASignatureWithPublicDSAKey(
       file, signature, session.publicKey);
-  const std::optional<std::uintmax_t> downloaded = sizeOf(file);
+  const auto downloaded = file ? sizeOf(*file) : std::nullopt;
   const std::string name = item.publishedFileName();
   if (!valid || !downloaded) {
     logUnlessFound(link, answer);
     printMessage(context, "{} definitions file is not valid. Delete it.", name);
-    removeTree(file);
+    if (file) removeTree(*file);
     return std::nullopt;
   }
   printMessage(context, "{} is valid and has file size: {} bytes", name, *downloaded);
@@ -177,12 +177,12 @@ void withdrawFile(const RunContext& context, const VendorItem& item, const fs::p
 /// Fetches, checks and installs or withdraws the file.
 Change replaceFile(const RunContext& context, const VendorSession& session,
                    const VendorItem& item) {
-  const fs::path downloaded = session.temporaryDirectory / item.publishedFileName();
-  const fs::path file = session.temporaryDirectory / item.fileName();
+  const std::optional<fs::path> downloaded = session.temporaryFile(item.publishedFileName());
   download(context, session, item, downloaded);
   const auto signature = fetchValidSignature(context, session, item, downloaded);
   if (!signature) return Change::none;
-  const std::optional<std::uintmax_t> size = prepareFile(item, downloaded, file);
+  const fs::path file = downloaded->parent_path() / item.fileName();
+  const std::optional<std::uintmax_t> size = prepareFile(item, *downloaded, file);
   if (!size) {
     rejectFile(context, item, file);
     return Change::none;

@@ -65,8 +65,9 @@ void updateItem(RunContext& context, const VendorSession& session, const VendorI
 void sweepLeftovers(const RunContext& context, const VendorSession& session) {
   removeContainerLeftovers(session);
   for (const VendorItem& item : vendorItems()) {
-    removeTree(session.temporaryDirectory / item.fileName());
-    removeTree(session.temporaryDirectory / item.publishedFileName());
+    for (const std::string& name : {item.fileName(), item.publishedFileName()}) {
+      if (const auto left = session.temporaryFile(name)) removeTree(*left);
+    }
   }
   removeStagedLeftovers(fixedDatabaseDirectory());
   removeStagedLeftovers(context.dataDirectory);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string_view>
 
 #include "base/file_descriptor.hpp"
@@ -11,7 +12,8 @@ namespace tarnwick {
 /// completed.
 class DestinationFile {
  public:
-  explicit DestinationFile(std::filesystem::path path) : path_(std::move(path)) {}
+  /// Without a path every `append` fails.
+  explicit DestinationFile(std::optional<std::filesystem::path> path) : path_(std::move(path)) {}
   DestinationFile(const DestinationFile&) = delete;
   DestinationFile& operator=(const DestinationFile&) = delete;
   ~DestinationFile();
@@ -23,7 +25,7 @@ class DestinationFile {
  private:
   bool open();
 
-  std::filesystem::path path_;
+  std::optional<std::filesystem::path> path_;
   FileDescriptor file_;
   bool complete_ = false;
 };

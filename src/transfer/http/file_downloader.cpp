@@ -31,21 +31,21 @@ std::string DVFileDownloader::constructUserAgentString() const {
                      toolVersion_, platform::operatingSystemVersion());
 }
 
-void DVFileDownloader::downloadFileFromSaveToPath(const std::string& url,
-                                                  const std::filesystem::path& destination) {
+void DVFileDownloader::downloadFileFromSaveToPath(
+    const std::string& url, const std::optional<std::filesystem::path>& destination) {
   downloadFileFromWithSignatureFileSaveToPath(url, std::nullopt, destination);
 }
 
 void DVFileDownloader::downloadFileFromWithSignatureFileSaveToPath(
     const std::string& url, const std::optional<std::string>& signatureUrl,
-    const std::filesystem::path& destination) {
+    const std::optional<std::filesystem::path>& destination) {
   downloadFileFromWithSignatureFileSaveToPath(
       always(url), always(signatureUrl.value_or(url + ".signature")), destination);
 }
 
 void DVFileDownloader::downloadFileFromWithSignatureFileSaveToPath(
     const LinkMaker& makeFile, const LinkMaker& makeSignature,
-    const std::filesystem::path& destination) {
+    const std::optional<std::filesystem::path>& destination) {
   const Link fileLink = makeFile();
   if (headerOnly_) {
     requestHeaderOnly(requestFor(fileLink.url));
@@ -60,7 +60,7 @@ void DVFileDownloader::downloadFileFromWithSignatureFileSaveToPath(
 
   const Link signatureLink = makeSignature();
   const HttpResult answer = http_.sendSynchronousRequest(requestFor(signatureLink.url));
-  if (isSigned(destination, answer)) return;
+  if (destination && isSigned(*destination, answer)) return;
   // A bad signature is often just an error page.
   logUnlessFound(fileLink, file);
   logUnlessFound(signatureLink, answer);
@@ -79,8 +79,10 @@ void DVFileDownloader::requestHeaderOnly(HttpRequest request) {
   httpResponseCode_ = statusOf(http_.sendSynchronousRequest(request));
 }
 
-HttpResult DVFileDownloader::fetchFile(const Link& link, const std::filesystem::path& destination) {
-  displayFilename_ = replaced(destination.filename().string(), "_download", "");
+HttpResult DVFileDownloader::fetchFile(const Link& link,
+                                       const std::optional<std::filesystem::path>& destination) {
+  const std::string name = destination ? destination->filename().string() : std::string();
+  displayFilename_ = replaced(name, "_download", "");
   progressName_ = replaced(displayFilename_, ".zip", "");
   isComplete_ = false;
   receivedContentLength_ = 0;

@@ -45,18 +45,21 @@ class DVFileDownloader final {
 
   [[nodiscard]] std::string constructUserAgentString() const;
 
-  void downloadFileFromSaveToPath(const std::string& url, const std::filesystem::path& destination);
+  void downloadFileFromSaveToPath(const std::string& url,
+                                  const std::optional<std::filesystem::path>& destination);
 
+  /// Without a destination a download fails as it does if the file cannot be written.
+  ///
   /// The signature is fetched from `signatureUrl`, or else from `url` with ".signature" appended.
   /// A file that fails the check stays where it is.
-  void downloadFileFromWithSignatureFileSaveToPath(const std::string& url,
-                                                   const std::optional<std::string>& signatureUrl,
-                                                   const std::filesystem::path& destination);
+  void downloadFileFromWithSignatureFileSaveToPath(
+      const std::string& url, const std::optional<std::string>& signatureUrl,
+      const std::optional<std::filesystem::path>& destination);
 
   /// The same with links that are made when they are needed.
-  void downloadFileFromWithSignatureFileSaveToPath(const LinkMaker& file,
-                                                   const LinkMaker& signature,
-                                                   const std::filesystem::path& destination);
+  void downloadFileFromWithSignatureFileSaveToPath(
+      const LinkMaker& file, const LinkMaker& signature,
+      const std::optional<std::filesystem::path>& destination);
 
   void downloadDidReceiveResponse(const HttpResponse& response);
   void downloadDidReceiveDataOfLength(std::uint64_t length);
@@ -66,7 +69,7 @@ class DVFileDownloader final {
  private:
   [[nodiscard]] HttpRequest requestFor(const std::string& url) const;
   void requestHeaderOnly(HttpRequest request);
-  HttpResult fetchFile(const Link& link, const std::filesystem::path& destination);
+  HttpResult fetchFile(const Link& link, const std::optional<std::filesystem::path>& destination);
   [[nodiscard]] bool isSigned(const std::filesystem::path& file, const HttpResult& signature) const;
   void showProgress(std::uint64_t percentage, char lineEnd) const;
 

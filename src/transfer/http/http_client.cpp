@@ -367,7 +367,7 @@ HttpResult HttpClient::sendSynchronousRequest(const HttpRequest& request) {
 }
 
 HttpResult HttpClient::download(const HttpRequest& request,
-                                const std::filesystem::path& destination,
+                                const std::optional<std::filesystem::path>& destination,
                                 const DownloadProgress& progress) {
   DestinationFile file(destination);
   bool announced = false;

@@ -53,8 +53,10 @@ class HttpClient {
   HttpResult sendSynchronousRequest(const HttpRequest& request);
 
   /// Fetches into `destination`, replacing a file there, which is whole when a response is
-  /// returned. A failed download leaves nothing of its own.
-  HttpResult download(const HttpRequest& request, const std::filesystem::path& destination,
+  /// returned. A failed download leaves nothing of its own. Without a destination, fails as it does
+  /// if the file cannot be written.
+  HttpResult download(const HttpRequest& request,
+                      const std::optional<std::filesystem::path>& destination,
                       const DownloadProgress& progress);
 
   static constexpr std::uint64_t largestText = 64U << 10U;
