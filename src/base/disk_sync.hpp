@@ -2,8 +2,9 @@
 
 namespace tarnwick {
 
-/// Brings an open file or folder to the disk, past every cache that loses it with the power. CMake
-/// picks the file that carries it out, since this layer knows of no system. False when it failed.
-bool syncToDisk(int descriptor);
+/// Writes an open file or folder to the disk, through every cache that a loss of power would empty.
+/// False on failure, with errno set. CMake chooses the implementation, because this layer does not
+/// depend on the system.
+[[nodiscard]] bool syncToDisk(int descriptor);
 
 }  // namespace tarnwick

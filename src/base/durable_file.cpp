@@ -19,12 +19,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// No ending that ClamAV knows, so that a staged file is never loaded as a database.
+// The name has no ending that ClamAV knows, so that it never loads a staged file as a database.
 constexpr std::string_view stagedPrefix = ".tarnwick-staged.";
 
 void setAttributes(int file, const FileAttributes& attributes) {
   constexpr auto unchanged = static_cast<uid_t>(-1);
-  // Ignored where it fails: without super-user rights the file is installed all the same.
+  // Ignore a failure: without super-user rights the run installs the file anyway.
   [[maybe_unused]] const int owned =
       ::fchown(file, attributes.owner.value_or(unchanged),
                attributes.group.value_or(static_cast<gid_t>(unchanged)));
@@ -39,12 +39,12 @@ ReplacementFailure notReplaced(const fs::path& path) {
   return {.cause = failureAt(path)};
 }
 
-/// Puts a file of the same file system in the target's place, once all of it is on the disk.
+/// Syncs a file and renames it over the target on the same file system.
 std::optional<ReplacementFailure> renameOver(int file, const fs::path& path,
                                              const fs::path& target) {
   if (!syncToDisk(file)) return notReplaced(path);
   std::error_code ignored;
-  // A folder where the file belongs would refuse the rename.
+  // The rename fails if a folder is at the target.
   if (fs::is_directory(fs::symlink_status(target, ignored))) fs::remove_all(target, ignored);
   if (::rename(path.c_str(), target.c_str()) != 0) return notReplaced(target);
   const std::optional<FileFailure> unsynced = syncFolder(target.parent_path());
@@ -56,7 +56,7 @@ bool isInPlaceAfter(const std::optional<ReplacementFailure>& failure) {
   return !failure || failure->isInPlace;
 }
 
-/// A new file beside a target, which vanishes again unless it has been put in the target's place.
+/// A new file beside a target. The destructor deletes it unless it replaced the target.
 class StagedFile {
  public:
   explicit StagedFile(const fs::path& target)
@@ -86,7 +86,8 @@ class StagedFile {
   bool placed_ = false;
 };
 
-/// Neither follows a link nor waits at a named pipe that somebody has put in the file's place.
+/// Opens a regular file only. Does not follow a link, and does not wait for the writer of a named
+/// pipe, because another user may have put either at this path.
 FileDescriptor openPlainFile(const fs::path& path) {
   FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   struct stat status = {};
@@ -104,8 +105,8 @@ bool copyContent(int from, int to) {
   }
 }
 
-/// Whether one file system seems to hold both, and the file is nobody else's: a second name of it
-/// would change its owner and mode along with ours.
+/// Whether both seem to be on one file system, and the file belongs to this process alone: setting
+/// owner and mode would change them under the file's other names too.
 bool canBeRenamed(int file, const fs::path& target) {
   const fs::path folder = target.parent_path().empty() ? "." : target.parent_path();
   struct stat source = {};
@@ -125,7 +126,7 @@ std::optional<ReplacementFailure> moveByCopy(int file, const fs::path& source,
   return failure;
 }
 
-/// Some file systems know no sync of a folder and answer with one of these.
+/// Whether the error only means that the file system cannot sync a folder.
 bool cannotBeSynced(int error) {
   return error == EINVAL || error == ENOTSUP || error == ENOSYS;
 }
@@ -141,7 +142,7 @@ std::optional<ReplacementFailure> moveFileIntoPlace(const fs::path& source, cons
     std::optional<ReplacementFailure> failure = renameOver(opened.get(), source, target);
     if (isInPlaceAfter(failure)) return failure;
   }
-  // A file system that is mounted at both places refuses the rename and takes the copy.
+  // rename fails between two mounts of the same file system; a copy works there.
   return moveByCopy(opened.get(), source, target, attributes);
 }
 

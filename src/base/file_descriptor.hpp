@@ -8,7 +8,7 @@
 
 namespace tarnwick {
 
-/// Owns one open file descriptor and closes it when it goes. -1 stands for none.
+/// Owns an open file descriptor, and closes it in its destructor. -1 means none.
 class FileDescriptor {
  public:
   FileDescriptor() = default;
@@ -26,20 +26,20 @@ class FileDescriptor {
   [[nodiscard]] int get() const { return descriptor_; }
   [[nodiscard]] bool isOpen() const { return descriptor_ >= 0; }
   void reset(int descriptor = -1);
-  /// Hands the descriptor over to the caller.
+  /// Gives up the descriptor; the caller must close it.
   [[nodiscard]] int release() { return std::exchange(descriptor_, -1); }
 
  private:
   int descriptor_ = -1;
 };
 
-/// Writes all of `bytes`, however the kernel cuts it up. False when the rest cannot be written;
-/// errno then tells why. A descriptor that would block is waited for, each time for so many
-/// milliseconds at most; -1 is for ever.
-bool writeFully(int descriptor, std::string_view bytes, int patience = -1);
+/// Writes all of `bytes`, with as many calls as that takes. False if some cannot be written, with
+/// errno set. If the descriptor would block, waits up to `patience` milliseconds each time; -1
+/// means no limit.
+[[nodiscard]] bool writeFully(int descriptor, std::string_view bytes, int patience = -1);
 
-/// Reads what there is, at most `buffer`. 0 at the end, -1 on a failure; an interruption is
-/// neither.
-ssize_t readSome(int descriptor, std::span<char> buffer);
+/// Reads what is available, up to the size of `buffer`, and repeats an interrupted call. Returns
+/// the number of bytes, 0 at the end of the file, or -1 on failure, with errno set.
+[[nodiscard]] ssize_t readSome(int descriptor, std::span<char> buffer);
 
 }  // namespace tarnwick

@@ -5,13 +5,13 @@
 
 namespace tarnwick {
 
-/// Why something could not be done to a file or folder.
+/// Why an operation on a file or folder failed.
 struct FileFailure {
   std::filesystem::path path;
-  int error = 0;  ///< as errno has it
+  int error = 0;  ///< an errno value
 };
 
 /// Path and reason, for the platform log.
-std::string describe(const FileFailure& failure);
+[[nodiscard]] std::string describe(const FileFailure& failure);
 
 }  // namespace tarnwick

@@ -5,7 +5,7 @@
 
 namespace tarnwick {
 
-// fsync leaves it to the drive when to write what it holds. Not every file system can do better.
+// fsync does not empty the drive's own cache; F_FULLFSYNC does, but not every file system knows it.
 bool syncToDisk(int descriptor) {
   return ::fcntl(descriptor, F_FULLFSYNC) == 0 || ::fsync(descriptor) == 0;
 }

@@ -26,8 +26,8 @@ bool isOpenToExchange(const struct stat& folder, uid_t trusted) {
   return !isTrusted(folder, trusted) || (shared && !isSharedAndSticky(folder));
 }
 
-/// Goes from the root of the file system to where a path leads, one name after the other, and
-/// judges the folder in which it finds each.
+/// Walks from the root of the file system to the file that a path leads to, name by name, and
+/// examines the folder of each name.
 class Walk {
  public:
   Walk(const fs::path& path, uid_t trusted) : trusted_(trusted) { goBefore(path); }
@@ -39,18 +39,18 @@ class Walk {
   }
 
  private:
-  /// Puts the names of a path before those that are still ahead.
+  /// Puts the names of a path before the names that are still ahead.
   void goBefore(const fs::path& path) {
     if (path.is_absolute()) here_ = "/";
     const fs::path names = path.relative_path();
     ahead_.insert(ahead_.begin(), names.begin(), names.end());
   }
 
-  void judge(const fs::path& culprit) {
+  void report(const fs::path& culprit) {
     if (std::ranges::find(findings_, culprit) == findings_.end()) findings_.push_back(culprit);
   }
 
-  /// False where the way ends: at a name that is not there, or after too many links.
+  /// False if the walk ends: at a name that does not exist, or after too many links.
   bool step() {
     const fs::path name = ahead_.front();
     ahead_.pop_front();
@@ -63,15 +63,15 @@ class Walk {
     struct stat folder = {};
     struct stat entry = {};
     if (::lstat(here_.c_str(), &folder) != 0 || ::lstat(next.c_str(), &entry) != 0) return false;
-    if (isOpenToExchange(folder, trusted_)) judge(here_);
-    if (isSharedAndSticky(folder) && !isTrusted(entry, trusted_)) judge(next);
+    if (isOpenToExchange(folder, trusted_)) report(here_);
+    if (isSharedAndSticky(folder) && !isTrusted(entry, trusted_)) report(next);
     if (S_ISLNK(entry.st_mode)) return follow(next);
     here_ = next;
     return true;
   }
 
   bool follow(const fs::path& link) {
-    constexpr int mostLinks = 40;  // as the kernel has it
+    constexpr int mostLinks = 40;  // the kernel's limit
     std::error_code error;
     const fs::path target = fs::read_symlink(link, error);
     if (error || ++links_ > mostLinks) return false;

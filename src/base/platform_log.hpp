@@ -5,7 +5,7 @@
 namespace tarnwick {
 
 /// Writes one line to standard error: date, time, program and process id, then the message. For
-/// what an administrator should find in the scheduler's journal rather than in the run's report.
+/// messages to the administrator, who finds them in the scheduler's journal. Ignores a failure.
 void platformLog(std::string_view message);
 
 }  // namespace tarnwick

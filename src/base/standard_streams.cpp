@@ -18,7 +18,7 @@ void writeToStandardOutput(std::string_view text) {
 void keepStandardDescriptorsOpen() {
   int descriptor = 0;
   do {
-    descriptor = ::open("/dev/null", O_RDWR);  // meant to be inherited, as the others are
+    descriptor = ::open("/dev/null", O_RDWR);  // no O_CLOEXEC: children inherit it
   } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
   if (descriptor > STDERR_FILENO) ::close(descriptor);
 }

@@ -9,7 +9,7 @@ bool isIgnored(int signalNumber) {
 
 void maskTerminationSignals(int how, sigset_t* before) {
   sigset_t set{};
-  sigemptyset(&set);  // a macro on some systems, which bears no "::"
+  sigemptyset(&set);  // a macro on macOS, so it cannot be qualified with ::
   for (const int number : terminationSignals) sigaddset(&set, number);
   pthread_sigmask(how, &set, before);
 }

@@ -5,17 +5,18 @@
 
 namespace tarnwick {
 
-/// The signals that end a run; SIGHUP only if the caller does not ignore it.
+/// The signals that end a run; SIGHUP does so only if the caller does not ignore it.
 inline constexpr std::array terminationSignals{SIGTERM, SIGINT, SIGQUIT, SIGABRT, SIGHUP};
 
-/// Whether this process ignores a signal, as it does when its caller did.
-bool isIgnored(int signalNumber);
+/// Whether this process ignores a signal. It does from its start if its caller did.
+[[nodiscard]] bool isIgnored(int signalNumber);
 
-/// `how` as pthread_sigmask knows it, for the calling thread. The former mask goes to `before`.
+/// Changes the calling thread's mask; `how` has the values of pthread_sigmask. Stores the former
+/// mask in `before`, if that is given.
 void maskTerminationSignals(int how, sigset_t* before = nullptr);
 
-/// Keeps the termination signals from this thread while it lives, and for good from every thread
-/// that starts meanwhile.
+/// Blocks the termination signals in this thread during its lifetime. A thread that starts during
+/// that time keeps them blocked.
 class TerminationDelay {
  public:
   TerminationDelay() { maskTerminationSignals(SIG_BLOCK, &before_); }
@@ -27,7 +28,8 @@ class TerminationDelay {
   sigset_t before_{};
 };
 
-/// Lets them through while it lives: for what may take long, or wait, within a delay.
+/// Unblocks the termination signals during its lifetime: for a step within a TerminationDelay that
+/// may take long.
 class TerminationWindow {
  public:
   TerminationWindow() { maskTerminationSignals(SIG_UNBLOCK, &before_); }

@@ -20,12 +20,12 @@ bool isWhiteSpaceOrLineEnd(char32_t c) {
          std::ranges::find(singles, c) != singles.end();
 }
 
-/// C0, DEL and C1, but for what only moves on in the text.
+/// C0, DEL and C1, except the three that only move the cursor within the text.
 bool isHiddenControl(char32_t c) {
   return (c < 0x20 && c != '\n' && c != '\r' && c != '\t') || (c >= 0x7F && c < 0xA0);
 }
 
-/// Skips leading blanks and a plus sign, which std::from_chars does not take.
+/// Skips leading blanks and a plus sign, which std::from_chars rejects.
 std::string_view numberStart(std::string_view text) {
   const std::size_t start = text.find_first_not_of(" \t\n\v\f\r");
   if (start == std::string_view::npos) return {};
@@ -51,7 +51,7 @@ std::int64_t parseInteger(std::string_view text) {
 }
 
 double parseDecimal(std::string_view text) {
-  // Only what a decimal number is made of: no words such as "inf" and "nan", no hexadecimals.
+  // Cut at other characters, because strtod also reads "inf", "nan" and hexadecimal numbers.
   const std::string_view start = numberStart(text);
   const std::string number(start.substr(0, start.find_first_not_of("0123456789.eE+-")));
   return std::clamp(std::strtod(number.c_str(), nullptr), std::numeric_limits<double>::lowest(),

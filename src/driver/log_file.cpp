@@ -73,7 +73,7 @@ void LogFile::open(const std::string& path) {
 void LogFile::append(std::string_view line) const {
   constexpr int patience = 200;  // milliseconds
   const int descriptor = descriptor_;
-  if (descriptor >= 0) writeFully(descriptor, line, patience);
+  if (descriptor >= 0) static_cast<void>(writeFully(descriptor, line, patience));
 }
 
 void LogFile::handOver() {

@@ -181,7 +181,7 @@ int runSafely(int argc, const char* const* argv, std::string& home) {
     return 0;
   } catch (const Misuse& misuse) {
     sayWrong(misuse.line());
-    writeFully(STDERR_FILENO, "Try \"tarnwick-publish --help\".\n");
+    static_cast<void>(writeFully(STDERR_FILENO, "Try \"tarnwick-publish --help\".\n"));
     return 2;
   } catch (const Refusal& refusal) {
     if (toldOfFullDisk(home)) return 1;

@@ -21,7 +21,7 @@ void say(std::string_view line) {
 }
 
 void sayWrong(std::string_view line) {
-  writeFully(STDERR_FILENO, fmt::format("tarnwick-publish: {}\n", line));
+  static_cast<void>(writeFully(STDERR_FILENO, fmt::format("tarnwick-publish: {}\n", line)));
 }
 
 std::string counted(std::int64_t number, std::string_view noun) {

@@ -26,7 +26,8 @@ void Workplace::lock(const fs::path& file, const std::string& whatIsWaitedFor) {
   lock_.reset(::open(file.c_str(), flags, 0600));
   if (!lock_.isOpen()) throw std::system_error(errno, std::generic_category(), file.string());
   if (::flock(lock_.get(), LOCK_EX | LOCK_NB) == 0) return;
-  writeFully(STDERR_FILENO, fmt::format("Waiting for another {}\n", whatIsWaitedFor));
+  static_cast<void>(
+      writeFully(STDERR_FILENO, fmt::format("Waiting for another {}\n", whatIsWaitedFor)));
   while (::flock(lock_.get(), LOCK_EX) != 0 && errno == EINTR) {
   }
 }

@@ -32,7 +32,7 @@ class Shell {
 
   /// The shell's output for a command line, up to `end`, or what it prints within five seconds.
   std::string answer(const std::string& commandLine, std::string_view end) {
-    writeFully(connection_.get(), commandLine + '\n');
+    require(writeFully(connection_.get(), commandLine + '\n'), "the shell reads");
     std::string answer;
     std::array<char, 65536> buffer;
     while (!answer.ends_with(end)) {
