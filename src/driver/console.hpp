@@ -10,12 +10,12 @@
 
 namespace tarnwick {
 
-/// Writes a formatted line to standard output and the log. The format string, not the line made
-/// from it, decides whether the line stays out of the log.
+/// Writes a formatted line to standard output and the log. For printMessage only. `format` decides
+/// whether the log gets the line, not the line made from it.
 void writeMessage(const RunContext& context, std::string_view format, const std::string& line);
 
-/// Prints one line to standard output, unless the run is quiet, and to the log, if there is one.
-/// Appends the line feed. Ignores write errors.
+/// Prints one line to standard output, unless the run is quiet, and to the log, if it is open.
+/// Appends the line feed. Ignores a failure to write.
 template <typename... Arguments>
 void printMessage(const RunContext& context, fmt::format_string<Arguments...> format,
                   Arguments&&... arguments) {

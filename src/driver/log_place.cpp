@@ -22,10 +22,10 @@ bool isOurs(uid_t owner) {
   return owner == 0 || owner == ::geteuid();
 }
 
-/// Who can place a link in a folder.
+/// Who can place or exchange a link in a folder.
 struct FolderRights {
   bool oursAlone = false;
-  bool sticky = false;  ///< ours, and others can place links but not exchange ours
+  bool sticky = false;  ///< ours; others can place links in it but not exchange our links
 
   static FolderRights of(const FileDescriptor& folder) {
     struct stat status = {};
@@ -35,7 +35,7 @@ struct FolderRights {
   }
 
   [[nodiscard]] bool vouchFor(const struct stat& link) const {
-    // A second name could have been given to a link of ours from elsewhere.
+    // In a sticky folder another user can give a second name to our link from elsewhere.
     return oursAlone || (sticky && isOurs(link.st_uid) && link.st_nlink == 1);
   }
 };
@@ -46,7 +46,7 @@ std::string lastError() {
 
 }  // namespace
 
-/// Goes through a path name by name, as the kernel does, and judges each link before it follows it.
+/// Walks a path name by name, as the kernel does, and checks each link before following it.
 class LogPlace::Walk {
  public:
   explicit Walk(LastLink lastLink) : keepsLastLink_(lastLink == LastLink::kept) {}
@@ -64,7 +64,7 @@ class LogPlace::Walk {
   }
 
  private:
-  /// A path, or the target of a link, comes before what is still ahead.
+  /// Puts the names of a path, or of a link's target, before the names that are still ahead.
   bool enterStart(const std::filesystem::path& path) {
     const std::filesystem::path names = path.relative_path();
     auto before = rest_.begin();
@@ -125,24 +125,24 @@ std::variant<LogPlace, std::string> LogPlace::find(const std::string& path, Last
 
 FileDescriptor LogPlace::open(int flags) const {
   const int following = isDescriptor_ ? 0 : O_NOFOLLOW;
-  // A named pipe without a reader would keep the run waiting.
+  // Without O_NONBLOCK the run would wait for the reader of a named pipe.
   return FileDescriptor(::openat(folder_.get(), name_.c_str(),
                                  flags | following | O_NONBLOCK | O_CLOEXEC, openToAll));
 }
 
-// O_CREAT only where there is no file: in a sticky folder the kernel can forbid it even to root on
-// a file that another user owns (fs.protected_regular).
+// Use O_CREAT only if there is no file: in a sticky folder the kernel can refuse it, even to root,
+// for a file that another user owns (fs.protected_regular).
 FileDescriptor LogPlace::openOrMake(int access) const {
   FileDescriptor file = open(access);
   if (!file.isOpen() && errno == ENOENT) {
     file = open(access | O_CREAT | O_EXCL);
-    // At once, whatever the umask says: freshclam writes to it as a user of its own.
+    // Override the umask: freshclam writes to the log as another user.
     if (file.isOpen()) ::fchmod(file.get(), openToAll);
   }
   struct stat status = {};
   if (!file.isOpen() || oursAlone_ || ::fstat(file.get(), &status) != 0) return file;
   if (!S_ISREG(status.st_mode) || status.st_nlink <= 1) return file;
-  errno = EMLINK;  // another user can have given this name to a file from elsewhere
+  errno = EMLINK;  // another user may have given this name to a file from elsewhere
   return {};
 }
 

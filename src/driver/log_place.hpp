@@ -7,28 +7,29 @@
 
 namespace tarnwick {
 
-/// Where a log lies once its path has been followed, without a link that another user could have
-/// placed. The open folder stays the same one whatever happens to its path.
+/// The folder and the name to which a log's path leads, found without following a link that another
+/// user could have placed. Keeps the folder open, so that a later change of the path has no effect.
 class LogPlace {
  public:
   enum class LastLink { followed, kept };
 
-  /// The place, or why the path is refused.
-  static std::variant<LogPlace, std::string> find(const std::string& path,
-                                                  LastLink lastLink = LastLink::followed);
+  /// The place, or the reason why the path is refused.
+  [[nodiscard]] static std::variant<LogPlace, std::string> find(
+      const std::string& path, LastLink lastLink = LastLink::followed);
 
-  /// Whether only root (or the user of this process) can exchange anything on the way there.
+  /// Whether only root and the user of this process can exchange a folder or link on the path.
   [[nodiscard]] bool isOursAlone() const { return oursAlone_; }
 
-  /// Opens the log, and makes it, readable and writable for all, where there is none. Not open,
-  /// with errno set, on failure. `access` is O_WRONLY or O_RDONLY.
+  /// Opens the log, and creates it, readable and writable for every user, if it does not exist.
+  /// Returns a closed descriptor on failure, with errno set. `access` is O_WRONLY or O_RDONLY, with
+  /// O_APPEND if wanted.
   [[nodiscard]] FileDescriptor openOrMake(int access) const;
 
-  /// Whether something is there that holds no old lines and was not made by a run: a pipe, a
-  /// device, or what a descriptor is open on, such as /dev/stdout.
+  /// Whether the log is a stream, which keeps no lines and which no run creates: a pipe, a device,
+  /// or an open descriptor such as /dev/stdout.
   [[nodiscard]] bool isStream() const;
 
-  /// Deletes the file or link; a failure is ignored.
+  /// Deletes the file or link; ignores a failure.
   void remove() const;
 
  private:
@@ -39,7 +40,7 @@ class LogPlace {
   FileDescriptor folder_;
   std::string name_;
   bool oursAlone_ = true;
-  bool isDescriptor_ = false;  ///< the name is a link in /proc/PID/fd, which the kernel follows
+  bool isDescriptor_ = false;  ///< a link in /proc/PID/fd, which only the kernel can follow
 };
 
 }  // namespace tarnwick

@@ -5,9 +5,9 @@
 namespace tarnwick {
 
 /// Whether the machine has a usable default route. Sends no packet.
-bool isNetworkReachable();
+[[nodiscard]] bool isNetworkReachable();
 
 /// Tests up to four times, five seconds apart, and prints each failure. False if every test fails.
-bool waitForNetwork(const RunContext& context);
+[[nodiscard]] bool waitForNetwork(const RunContext& context);
 
 }  // namespace tarnwick

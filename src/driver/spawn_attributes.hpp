@@ -4,8 +4,8 @@
 
 namespace tarnwick {
 
-/// How every child starts: default signal dispositions, no signal blocked. Only a hang-up that this
-/// program ignores stays ignored, so that `nohup` protects the children too.
+/// How every child starts: with default signal dispositions and no signal blocked. Only SIGHUP
+/// stays ignored if this program ignores it, so that `nohup` protects the children too.
 class SpawnAttributes {
  public:
   SpawnAttributes();

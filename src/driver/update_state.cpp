@@ -39,7 +39,7 @@ std::optional<FileFailure> UpdateState::commit() const {
 }
 
 void UpdateState::retireOlderDomain() {
-  // The current domain lies in the same folder, and the vendor phase has logged its failure.
+  // The current domain is in the same folder, so the vendor phase has already logged the reason.
   static_cast<void>(platform::replacePreferences(olderDomain, {}));
 }
 

@@ -9,24 +9,24 @@
 
 namespace tarnwick {
 
-/// What the tool remembers between runs: for each vendor file the "Last-Modified" text under which
-/// it was last fetched or confirmed. A commit replaces all of it, so that what a run did not
-/// record is forgotten.
+/// The state kept between runs: for each vendor file, the "Last-Modified" text that the server gave
+/// when a run last fetched or confirmed the file. A commit replaces the whole state, so it forgets
+/// every value that the run did not record.
 class UpdateState {
  public:
-  /// With the stored values: the current domain's, then the older one's when that exists.
-  static UpdateState open();
+  /// Reads the stored values of the current domain and of the older one.
+  [[nodiscard]] static UpdateState open();
 
-  /// The current domain's value or, failing that, the older one's.
+  /// The current domain's value, or the older domain's if the current one has none.
   [[nodiscard]] std::optional<std::string> storedValue(std::string_view key) const;
 
-  /// Puts a value among the new ones; an absent value removes the key from them.
+  /// Adds a value to those that commit will write; none removes the key from them.
   void record(std::string_view key, const std::optional<std::string>& value);
 
-  /// Replaces the current domain by the new values. None on success.
+  /// Replaces the current domain by the recorded values. Returns none on success.
   [[nodiscard]] std::optional<FileFailure> commit() const;
 
-  /// Replaces the older domain by an empty one, whether it existed or not.
+  /// Replaces the older domain by an empty one, whether it existed or not. Ignores a failure.
   static void retireOlderDomain();
 
  private:
