@@ -10,7 +10,7 @@ namespace tarnwick::platform {
 
 namespace fs = std::filesystem;
 
-// This sed takes the suffix of the spare copy as a separate argument; empty means no copy.
+// This sed takes the suffix of the backup as a separate argument; an empty one means no backup.
 std::string_view inPlaceEditCommand() {
   return "sed -i ''";
 }

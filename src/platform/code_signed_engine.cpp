@@ -9,7 +9,7 @@
 
 extern char** environ;
 
-// Where programs carry a signature of their maker, the system checks it.
+// For systems that check the signature with which a maker signs a program.
 namespace tarnwick::platform {
 
 namespace fs = std::filesystem;

@@ -19,13 +19,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Stands while edits are under way: the folder in which they happen, then the names in it that
-// look like a temporary file of sed's and are none.
+// Exists while edits are in progress. Its first line is their folder; the others are the names in
+// that folder that look like temporary files of sed but existed before the edits.
 fs::path noteOfEdits() {
   return fs::path(stateDirectory) / "edits";
 }
 
-/// "sed" and six letters or digits, which an administrator's file can be called too.
+/// Whether the name is "sed" and six letters or digits. An administrator's file may match too.
 bool looksTemporary(const std::string& name) {
   constexpr std::string_view prefix = "sed";
   constexpr std::size_t randomCharacters = 6;
@@ -41,9 +41,10 @@ std::vector<std::string> linesOf(const fs::path& file) {
   return lines;
 }
 
-/// Whether a file is ours alone and was written to while those edits can have been under way.
+/// Whether a file belongs to this process alone and was last written to while the edits could have
+/// been in progress.
 bool wasWrittenDuring(const struct stat& edits, const fs::path& path) {
-  constexpr time_t longest = 10;  // seconds; all edits together take a few hundredths of one
+  constexpr time_t longest = 10;  // seconds; all edits together take a fraction of one
   struct stat file = {};
   if (::lstat(path.c_str(), &file) != 0) return false;
   const auto moment = [](const timespec& time) { return std::pair(time.tv_sec, time.tv_nsec); };
@@ -54,12 +55,12 @@ bool wasWrittenDuring(const struct stat& edits, const fs::path& path) {
 
 }  // namespace
 
-// A link stays a link: the file that it leads to is edited.
+// If the file is a link, sed edits the link's target.
 std::string_view inPlaceEditCommand() {
   return "sed -i --follow-symlinks";
 }
 
-// sed makes its temporary file beside the one that it edits, where a link has been followed to.
+// sed creates its temporary file beside the link's target.
 void beginInPlaceEdits(const fs::path& file) {
   std::error_code error;
   const fs::path folder = fs::canonical(file, error).parent_path();
@@ -68,7 +69,7 @@ void beginInPlaceEdits(const fs::path& file) {
   for (const std::string& name : namesIn(folder).value_or(std::vector<std::string>{})) {
     if (looksTemporary(name)) note += name + '\n';
   }
-  // Without the note nothing is swept: what lies there may then be somebody's own.
+  // Without the note the run removes no file, because each may belong to an administrator.
   static_cast<void>(writeFileWhole(noteOfEdits(), note, 0600));
 }
 

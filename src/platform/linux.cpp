@@ -62,7 +62,7 @@ bool hasInternet4DefaultRoute() {
     columns >> interface >> destination >> gateway >> std::hex >> flags >> references >> uses >>
         metric >> mask;
     const bool isDefault = destination == "00000000" && mask == "00000000";
-    const bool leadsSomewhere = interface != "*";  // a blackhole has no other mark
+    const bool leadsSomewhere = interface != "*";  // only this marks a blackhole route
     if (columns && isDefault && leadsSomewhere && usable(flags)) return true;
   }
   return false;
@@ -108,9 +108,10 @@ struct DirectoryEntry {
   std::int64_t offset;
   std::uint16_t length;
   std::uint8_t type;
-  std::array<char, 1> name;  ///< as long as it needs to be
+  std::array<char, 1> name;  ///< of any length, with a null at its end
 };
 
+/// 0 if the name is not a process id.
 pid_t processNamed(const char* name) {
   pid_t process = 0;
   const char* const end = name + std::strlen(name);
@@ -118,7 +119,8 @@ pid_t processNamed(const char* name) {
   return result.ptr == end ? process : 0;
 }
 
-/// The oldest leave first where more come than fit: process ids come in ascending order.
+/// Appends a process; if there is no room, drops the oldest, which is the first because the kernel
+/// lists ids in ascending order.
 void keepNewest(std::span<pid_t> processes, std::size_t& count, pid_t process) {
   if (processes.empty()) return;
   if (count == processes.size()) {
@@ -164,7 +166,7 @@ std::size_t listProcesses(std::span<pid_t> processes) {
 
 namespace {
 
-/// The path of one of the kernel's files about a process; `name` begins with a slash.
+/// The path of a file in a process's folder in /proc. `name` begins with a slash.
 std::array<char, 32> pathInProc(pid_t process, std::string_view name) {
   std::array<char, 32> path{"/proc/"};
   char* const digits = path.data() + std::strlen(path.data());
@@ -173,7 +175,7 @@ std::array<char, 32> pathInProc(pid_t process, std::string_view name) {
   return path;
 }
 
-/// Its beginning, as far as it fits in the buffer; empty when it cannot be read.
+/// The beginning of that file, up to the size of the buffer; empty if it cannot be read.
 std::string_view readProcFile(pid_t process, std::string_view name, std::span<char> buffer) {
   const FileDescriptor file(::open(pathInProc(process, name).data(), O_RDONLY | O_CLOEXEC));
   const ssize_t length = file.isOpen() ? readSome(file.get(), buffer) : 0;
@@ -186,7 +188,7 @@ std::string_view executablePathOf(pid_t process, std::span<char> buffer) {
   const ssize_t length =
       ::readlink(pathInProc(process, "/exe").data(), buffer.data(), buffer.size());
   if (length > 0) return {buffer.data(), static_cast<std::size_t>(length)};
-  // The link is for those who may trace the process, its name is for everybody.
+  // Only a user who may trace the process can read the link; every user can read the name.
   return errno == EACCES ? readProcFile(process, "/comm", buffer) : std::string_view();
 }
 
@@ -218,8 +220,8 @@ namespace {
 
 }  // namespace
 
-// posix_spawn is not promised to be safe here, and fork takes locks that the interrupted code may
-// hold. This one takes none.
+// posix_spawn is not specified as safe in a signal handler, and fork takes locks that the
+// interrupted code may hold. _Fork takes no lock.
 pid_t spawnShellInSignalHandler(const char* commandLine, const posix_spawnattr_t& attributes) {
   const pid_t child = ::_Fork();
   if (child == 0) becomeShell(commandLine, attributes);
@@ -227,7 +229,7 @@ pid_t spawnShellInSignalHandler(const char* commandLine, const posix_spawnattr_t
 }
 
 std::string unzipCommand(const fs::path& archive, const fs::path& directory) {
-  // On a full disk it would ask whether to go on.
+  // On a full disk unzip asks whether to continue; /dev/null gives no answer.
   return fmt::format("unzip -o -q {} -d {} </dev/null", archive.string(), directory.string());
 }
 

@@ -119,7 +119,7 @@ int openForLookup(int folder, const char* name, bool followLink) {
   return ::openat(folder, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | following);
 }
 
-// What /dev/fd holds are devices, not links.
+// The entries of /dev/fd are devices, not links.
 bool holdsDescriptors(int /*folder*/) {
   return false;
 }
@@ -161,7 +161,7 @@ std::string_view executablePathOf(pid_t process, std::span<char> buffer) {
 std::optional<ProcessInfo> processInfoOf(pid_t process) {
   proc_bsdshortinfo known{};
   const int size = ::proc_pidinfo(process, PROC_PIDT_SHORTBSDINFO, 0, &known, sizeof known);
-  if (size != static_cast<int>(sizeof known)) return std::nullopt;  // one that has ended, too
+  if (size != static_cast<int>(sizeof known)) return std::nullopt;  // may have ended
   return ProcessInfo{.parent = static_cast<pid_t>(known.pbsi_ppid),
                      .cannotFork = known.pbsi_status == SSTOP || known.pbsi_status == SZOMB};
 }
@@ -232,7 +232,7 @@ std::optional<FileFailure> replacePreferences(std::string_view domain, const Pre
     const Owned<CFStringRef> storedValue = makeString(value);
     if (storedKey) setValue(name.get(), storedKey.get(), storedValue.get());
   }
-  // It does not tell why it failed.
+  // The function does not report the reason of a failure.
   if (CFPreferencesSynchronize(name.get(), kCFPreferencesCurrentUser, kCFPreferencesAnyHost) != 0) {
     return std::nullopt;
   }
@@ -275,7 +275,7 @@ std::string unzipCommand(const fs::path& archive, const fs::path& directory) {
   return fmt::format("ditto -xk {} {}", archive.string(), directory.string());
 }
 
-// No program here gives up its groups before it becomes somebody else.
+// macOS has no program that drops its groups and then changes its user.
 std::string commandToBecome(std::string_view /*user*/, std::string_view /*group*/) {
   return {};
 }

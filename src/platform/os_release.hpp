@@ -5,8 +5,8 @@
 
 namespace tarnwick::platform {
 
-/// The value of VERSION_ID in a text of the form of os-release; "unknown" if there is none, or if
-/// it is not UTF-8.
-std::string versionInRelease(std::istream& release);
+/// The value of VERSION_ID in a text in the format of os-release; "unknown" if it is missing or not
+/// UTF-8.
+[[nodiscard]] std::string versionInRelease(std::istream& release);
 
 }  // namespace tarnwick::platform

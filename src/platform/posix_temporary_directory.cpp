@@ -25,19 +25,20 @@ std::string temporaryName() {
   return fmt::format("tarnwick-{}", ::geteuid());
 }
 
-/// A real folder, ours, and closed to everybody else.
+/// Whether the path is a folder, not a link, that belongs to this user and is closed to others.
 bool isOursAlone(const fs::path& directory) {
   struct stat status = {};
   if (::lstat(directory.c_str(), &status) != 0) return false;
   return S_ISDIR(status.st_mode) && status.st_uid == ::geteuid() && (status.st_mode & 077) == 0;
 }
 
-/// The path becomes part of command lines for the shell, and of commands run in other folders.
+/// Whether the path can be part of shell commands, and of commands that run in other folders.
 bool fitsInCommand(const fs::path& path) {
   return path.is_absolute() && isPlainShellWord(path.string());
 }
 
-/// Folders under a random name that killed runs left, from when the usual name was not to be had.
+/// Removes the folders with a random name that killed runs left. A run uses such a name if another
+/// user has taken the usual one.
 void sweepSpareDirectories(const fs::path& parent) {
   for (const std::string& name : namesIn(parent).value_or(std::vector<std::string>{})) {
     const bool named = name.starts_with(temporaryName() + "-") &&
@@ -48,7 +49,7 @@ void sweepSpareDirectories(const fs::path& parent) {
 
 constexpr auto usualParent = "/tmp";
 
-/// Why no temporary files are to be made below this folder; none where they may be.
+/// The reason not to create temporary files in this folder; none if the run may.
 std::optional<std::string> whyNotBelow(const fs::path& parent) {
   if (!fitsInCommand(parent)) return "no absolute path of plain characters";
   std::error_code error;
@@ -65,7 +66,7 @@ struct WhyNot {
   std::string reason;
 };
 
-/// The folder that was made or found below `parent`, or why there is none.
+/// The folder that was created or found in `parent`, or the reason of the failure.
 std::variant<fs::path, WhyNot> makeBelow(const fs::path& parent) {
   sweepSpareDirectories(parent);
   fs::path usual = parent / temporaryName();

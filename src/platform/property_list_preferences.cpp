@@ -45,14 +45,14 @@ void takeText(Preferences& values, const char* key, plist_t item) {
 
 /// Whether the library returns this text unchanged: XML excludes most control characters and
 /// converts line ends.
-bool comesBackAsItIs(std::string_view text) {
+bool roundTrips(std::string_view text) {
   const auto isControl = [](unsigned char c) { return (c < ' ' && c != '\t') || c == 0x7F; };
   return textFromUtf8(text) && std::ranges::none_of(text, isControl);
 }
 
 /// libplist aborts on a NUL byte inside a text, and reads past its tables for some dates.
 bool canBeParsed(std::string_view xml) {
-  // A real state is far smaller; the library's recursion overflows the stack on some large ones.
+  // A real state is far smaller; libplist's recursion overflows the stack for some large texts.
   constexpr std::size_t largest = 65536;
   return !xml.empty() && xml.size() <= largest && xml.find('\0') == std::string_view::npos &&
          xml.find("<date") == std::string_view::npos;
@@ -92,7 +92,7 @@ std::string formatPropertyList(const Preferences& values) {
   const Node root(plist_new_dict());
   std::string written = xmlOf(root.get());
   for (const auto& [key, value] : values) {
-    if (!comesBackAsItIs(key) || !comesBackAsItIs(value)) continue;
+    if (!roundTrips(key) || !roundTrips(value)) continue;
     plist_dict_set_item(root.get(), key.c_str(), plist_new_string(value.c_str()));
     std::string longer = xmlOf(root.get());
     if (canBeParsed(longer)) {

@@ -5,7 +5,7 @@
 #include "base/path_rights.hpp"
 #include "platform/platform.hpp"
 
-// Where programs carry no signature, the rights of the file and its folder protect the engine.
+// For systems without signed programs: checks the rights of the file and of its folder instead.
 namespace tarnwick::platform {
 
 namespace fs = std::filesystem;
