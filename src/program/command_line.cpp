@@ -11,8 +11,8 @@ namespace {
 constexpr std::string_view removeOldFirst = "--remove-old-first";
 constexpr std::string_view dataDirectoryWord = "datadir";
 
-/// Callers rely on cutting six characters, whatever they are: "--logfile=/x" names the log
-/// "ile=/x".
+/// Callers rely on this: cuts the first six characters, whatever they are, so that "--logfile=/x"
+/// names the log "ile=/x".
 void takeLog(RunContext& context, const std::string& argument) {
   constexpr std::size_t cut = 6;
   const std::string_view path = dropCharacters(argument, cut);
@@ -20,7 +20,7 @@ void takeLog(RunContext& context, const std::string& argument) {
   context.logFile.open(std::string(path));
 }
 
-/// Cuts eight characters, whatever they are: the word and the "=" after it.
+/// Cuts the first eight characters, whatever they are: the word and normally a "=".
 void takeDataDirectory(RunContext& context, std::string_view fromWordOn) {
   if (fromWordOn == dataDirectoryWord) return;
   context.dataDirectory = dropCharacters(fromWordOn, dataDirectoryWord.size() + 1);

@@ -11,11 +11,11 @@ namespace tarnwick {
 using Arguments = std::vector<std::string>;
 
 /// Whether the first argument asks for the version report.
-bool asksForVersionReport(const Arguments& arguments);
+[[nodiscard]] bool asksForVersionReport(const Arguments& arguments);
 
 /// Whether the first argument asks to wipe the old databases. The same text in another position has
 /// no effect.
-bool asksToRemoveOldFirst(const Arguments& arguments);
+[[nodiscard]] bool asksToRemoveOldFirst(const Arguments& arguments);
 
 /// Builds `freshclamCommand` from the arguments, and sets the log, the quiet mode and the data
 /// directory. The arguments are `freshclam`'s; this program searches each for a few words, so one

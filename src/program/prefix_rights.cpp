@@ -21,14 +21,14 @@ namespace fs = std::filesystem;
 
 using Paths = std::vector<std::string>;
 
-/// What is not there can neither be executed nor believed, and other messages tell of it.
+/// False for a path that does not exist: the run cannot use it, and other messages report it.
 bool othersCanChange(const fs::path& path) {
   return fileExists(path) && !belongsToRootAlone(path);
 }
 
 constexpr uid_t rootAlone = 0;
 
-/// Whether others can make a path lead elsewhere, by something that is not among the `known`.
+/// Whether other users can redirect the path through a folder or link that is not in `known`.
 bool othersCanRedirect(const std::string& path, const Paths& known) {
   const std::vector<fs::path> found = whereOthersCanRedirect(path, rootAlone);
   return std::ranges::any_of(found, [&known](const fs::path& where) {
@@ -36,7 +36,7 @@ bool othersCanRedirect(const std::string& path, const Paths& known) {
   });
 }
 
-/// The paths that others can change or redirect. A folder that is `known` does not count again for
+/// The paths that other users can change or redirect. Does not count a folder in `known` again for
 /// each path that leads through it.
 Paths changeableAmong(const Paths& paths, const Paths& known) {
   Paths found;
@@ -55,7 +55,7 @@ Paths pathsIn(const std::string& folder) {
   return names;
 }
 
-/// Such folders let others exchange the prefix as a whole.
+/// The folders above the prefix in which other users can replace it as a whole.
 Paths foldersAboveThatOthersCanChange() {
   Paths found;
   for (const fs::path& where : whereOthersCanRedirect(inPrefix(""), rootAlone)) {
@@ -87,7 +87,7 @@ void reportPrefixRights() {
   const auto* const advice = first.starts_with(inPrefix(""))
                                  ? "Run provision, as root."
                                  : "Make root its owner, and the only one who can write to it.";
-  // The name may be somebody else's choice: it stays within its line.
+  // Another user may have chosen the name, so keep it on one line.
   const auto breaksTheLine = [](unsigned char c) { return c < ' '; };
   std::ranges::replace_if(first, breaksTheLine, '?');
   const std::string more =

@@ -2,8 +2,8 @@
 
 namespace tarnwick {
 
-/// Says in one line of the platform log when others than root can change what root executes or
-/// believes: the product's folder, its programs, its configuration.
+/// Reports, in one line of the platform log, if users other than root can change a file that root
+/// executes or trusts: the prefix, its programs or its configuration.
 void reportPrefixRights();
 
 }  // namespace tarnwick

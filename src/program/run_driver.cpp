@@ -31,7 +31,7 @@ namespace {
 
 constexpr int noNetwork = 123;
 
-/// The folder for this run's temporary files, removed at the end if nothing is left in it.
+/// Makes the folder for this run's temporary files, and removes it at the end if it is empty.
 class TemporaryDirectory {
  public:
   TemporaryDirectory() {
@@ -51,7 +51,7 @@ class TemporaryDirectory {
   platform::TemporaryDirectory made_ = platform::makeTemporaryDirectory();
 };
 
-/// Results ignored: without the rights the run does what it can.
+/// Ignores the results: without these rights the run does as much as it can.
 void becomeSuperUser() {
   [[maybe_unused]] const int user = ::setuid(0);
   [[maybe_unused]] const int group = ::setgid(0);
@@ -65,7 +65,8 @@ void checkScanningEngine(const RunContext& context) {
                context.clamscanPath);
 }
 
-/// Everything before the command line is read: none of it is quiet, none of it is logged.
+/// The steps before the command line is read: their output is never quiet and never logged. False
+/// without a network.
 bool prepareRun(RunContext& context) {
   runShellCommand(fmt::format("chown root {}", inPrefix("")));
   reportPrefixRights();
@@ -104,7 +105,7 @@ int runUpdate(RunContext& context, const Arguments& arguments) {
 }  // namespace
 
 int runTarnwick(int argumentCount, char** arguments) {
-  keepStandardDescriptorsOpen();  // before anything can be opened in their place
+  keepStandardDescriptorsOpen();  // before anything else opens a file
   RunContext context;
   const TerminationHandlers handlers(context);
   const Arguments given(arguments + (argumentCount > 0 ? 1 : 0), arguments + argumentCount);

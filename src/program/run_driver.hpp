@@ -2,8 +2,8 @@
 
 namespace tarnwick {
 
-/// The whole program: answers the version report, or carries out one update run. Takes what `main`
-/// is given and returns the exit status.
-int runTarnwick(int argumentCount, char** arguments);
+/// The whole program: writes the version report, or performs one update run. Takes the arguments of
+/// `main` and returns the exit status.
+[[nodiscard]] int runTarnwick(int argumentCount, char** arguments);
 
 }  // namespace tarnwick

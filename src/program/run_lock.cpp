@@ -18,7 +18,7 @@ namespace {
 
 constexpr auto lockName = "lock";
 
-/// Whether other users can neither change nor lock what is open here.
+/// Whether the open file has this type, and no other user can change or lock it.
 bool isOursAlone(const FileDescriptor& opened, mode_t type) {
   struct stat status = {};
   return opened.isOpen() && ::fstat(opened.get(), &status) == 0 &&
@@ -28,10 +28,10 @@ bool isOursAlone(const FileDescriptor& opened, mode_t type) {
 
 struct StateFolder {
   FileDescriptor opened;
-  bool wasClosed = false;  ///< to other users, when it was found
+  bool wasClosed = false;  ///< other users could not open it before this run
 };
 
-/// Closed to other users from now on, so that no other user can change what it holds.
+/// Opens the state folder, and creates it if it does not exist. Closes it to other users.
 StateFolder openStateFolder() {
   ::mkdir("/var/lib", 0755);  // not every system has it
   ::mkdir(stateDirectory, 0700);
@@ -58,7 +58,7 @@ LockFile openLockFile(const FileDescriptor& folder) {
   if (made.isOpen()) return {std::move(made), true};
   FileDescriptor found = openLockFile(folder, 0);
   if (isOursAlone(found, S_IFREG)) return {std::move(found), false};
-  // Another user may hold what lies there since the folder was open to them.
+  // Another user may have opened this file while the folder was open to all.
   removeTree(std::filesystem::path(stateDirectory) / lockName);
   return {openLockFile(folder, O_CREAT), true};
 }
@@ -79,8 +79,8 @@ RunLock RunLock::acquire() {
   LockFile file = openLockFile(folder.opened);
   if (!file.opened.isOpen()) return RunLock({});
   lock(file.opened);
-  // An earlier release locks the folder, and may still be at work during an upgrade. In an open
-  // folder any user could have taken that lock.
+  // A run of an earlier release, which locks the folder, may still be active during an upgrade. If
+  // the folder was open to all, any user could hold that lock, so do not wait for it.
   if (file.isNew && folder.wasClosed) lock(folder.opened);
   return RunLock(std::move(file.opened));
 }

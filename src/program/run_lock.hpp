@@ -4,13 +4,13 @@
 
 namespace tarnwick {
 
-/// Keeps a second run waiting while this one lives. The kernel releases it with the process,
-/// however that ends. The lock is on a file that no other user can open.
+/// Makes a second run wait while this object exists. The lock is on a file that no other user can
+/// open. The kernel releases it when the process ends, for any reason.
 class RunLock {
  public:
-  /// Waits, and says so on standard error, while another run holds the lock. Without the rights
-  /// to lock anything the run goes on unprotected.
-  static RunLock acquire();
+  /// Waits while another run holds the lock, and reports that on the platform log. Without the
+  /// rights to lock anything returns an object without a lock.
+  [[nodiscard]] static RunLock acquire();
 
  private:
   explicit RunLock(FileDescriptor file) : file_(std::move(file)) {}

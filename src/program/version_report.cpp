@@ -34,7 +34,7 @@ void writeVersionReport(const RunContext& context) {
   const auto built = databaseBuildDateOfHeader(readDatabaseHeader(context, container));
   const auto version = databaseVersionOfHeader(readDatabaseHeader(context, container));
   writeToStandardOutput(fmt::format("{} (v{}) updated {}\n", container, version, describe(built)));
-  // Always the fixed folder: this mode reads no argument after the first.
+  // Always the folder below the prefix: this mode reads no argument after the first.
   for (const VendorItem& item : vendorItems()) {
     const std::string name = item.fileName();
     const auto date = modificationDate(fmt::format("{}/{}", fixedDatabaseDirectory(), name));

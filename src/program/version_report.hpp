@@ -4,8 +4,8 @@
 
 namespace tarnwick {
 
-/// Writes the tool's version, and the version or date of each vendor database, to standard output.
-/// Needs no root rights; ignores quiet mode and log.
+/// Writes this program's version, and the version or date of each vendor database, to standard
+/// output. Needs no root rights. Ignores quiet mode and the log.
 void writeVersionReport(const RunContext& context);
 
 }  // namespace tarnwick

@@ -25,7 +25,7 @@ void wipeDatabases(const RunContext& context) {
   for (const VendorItem& item : vendorItems()) {
     removeTree(inDataDirectory(context, item.fileName()));
   }
-  // Patterns must not reach the root of the file system.
+  // A pattern must not match in the root of the file system.
   if (use != DataDirectoryUse::commands) return;
   for (const auto* const pattern : {"*.cld", "*.cvd"}) {
     runShellCommand(fmt::format("rm -f {}", inDataDirectory(context, pattern).string()));
