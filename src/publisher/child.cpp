@@ -1,6 +1,7 @@
 #include "publisher/child.hpp"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -47,12 +48,13 @@ std::vector<std::string> environmentWith(const std::map<std::string, std::string
     const std::string_view text = *line;
     if (!more.contains(std::string(text.substr(0, text.find('='))))) lines.emplace_back(text);
   }
-  for (const auto& [name, value] : more) lines.push_back(name + "=" + value);
+  for (const auto& [name, value] : more) lines.push_back(fmt::format("{}={}", name, value));
   return lines;
 }
 
 std::vector<char*> pointersTo(std::vector<std::string>& texts) {
   std::vector<char*> pointers;
+  pointers.reserve(texts.size() + 1);
   for (std::string& text : texts) pointers.push_back(text.data());
   pointers.push_back(nullptr);
   return pointers;
