@@ -188,7 +188,7 @@ def test_links_in_installed_documents_lead_to_installed_files(package, kit, tmp_
     for deb in (package, kit):
         subprocess.run(["dpkg-deb", "-x", deb, tmp_path], check=True)
     pages = list(tmp_path.glob("usr/share/doc/*/*.md"))
-    assert len(pages) == 6
+    assert len(pages) == 7
     assert [(page.name, link) for page in pages
             for link in re.findall(r"\]\(([^)#]+)\)", page.read_text(encoding="utf-8"))
             if not (page.parent / link).exists()] == []
