@@ -111,3 +111,29 @@ def test_a_host_without_a_valid_certificate_is_sent_no_request(world, impostor):
     assert world.run().status == 52
     assert (outside(world), world.shell(f"cd {DATA}; sha256sum *")) == before
     assert world.servers.requests() == []
+
+
+LOCAL_AUTHORITY, AUTHORITIES = "/usr/local/share/ca-certificates/ours.crt", "/etc/ssl/certs/ca-certificates.crt"
+UPDATE = "update-ca-certificates"
+
+
+def test_authorities_come_and_go_with_update_ca_certificates(world):
+    world.write("/srv/authority.pem", world.path(AUTHORITIES).read_bytes())
+    world.shell("""
+        rm /etc/ssl/certs/*; mkdir -p /usr/local/share/ca-certificates; : >/etc/ca-certificates.conf
+        for name in one two three; do
+            openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 9 -subj /CN=$name \
+                -keyout /srv/key -out /usr/local/share/ca-certificates/$name.crt
+        done""")
+    for change, accepted in (
+            (UPDATE, False),
+            (f"cp /srv/authority.pem {LOCAL_AUTHORITY}; {UPDATE}", True),
+            (f"rm {LOCAL_AUTHORITY}; {UPDATE}", False),
+            # Hashed names leave out a file with several certificates.
+            (f"cat /srv/authority.pem /usr/local/share/ca-certificates/one.crt >{LOCAL_AUTHORITY}; {UPDATE}",
+             True),
+            (f"rm {LOCAL_AUTHORITY}; {UPDATE}", False),
+            (f"cat /srv/authority.pem >>{AUTHORITIES}", True)):
+        world.install(1)
+        world.shell(change)
+        assert (SCRIPTS in world.run().stdout) == accepted, change

@@ -5,6 +5,7 @@
 #include "testbed/loopback_server.hpp"
 #include "testbed/scratch.hpp"
 #include "transfer/http/answer_limits.hpp"
+#include "transfer/http/authorities.hpp"
 #include "transfer/http/file_downloader.hpp"
 
 namespace tarnwick {
@@ -126,6 +127,59 @@ TEST(AnswerLimits, LimitBytesAndTime) {
           << &row - cases;
     }
   }
+}
+
+void forgetTheUsersAuthorities() {
+  for (const char* const name : {"CURL_CA_BUNDLE", "SSL_CERT_FILE", "SSL_CERT_DIR"}) {
+    ::unsetenv(name);
+  }
+}
+
+TEST(Authorities, AreReadFromAHashedFolderThatHasEveryCertificate) {
+  const std::string one = "-----BEGIN CERTIFICATE-----\nAAAA\n-----END CERTIFICATE-----\n";
+  const struct {
+    std::string bundle;
+    std::vector<std::string> names;
+    int secondsLater = 0;  // that the bundle was changed
+    bool fromFolder = false;
+  } cases[] = {
+      {one, {"0123abcd.0"}, 0, true},
+      {one + one, {"0123abcd.0", "0123abcd.1", "89abcdef.10"}, 0, true},
+      {one, {"0123abcd.0"}, 1},
+      {one + one, {"0123abcd.0", "0123abcd.r0", "0123abcg.0", "0123abcd.", "one.pem"}},
+      {one, {}},
+      {"", {"0123abcd.0"}},
+  };
+  forgetTheUsersAuthorities();
+  for (const auto& row : cases) {
+    const testbed::Scratch scratch;
+    const std::string bundle = scratch.write("bundle.crt", row.bundle);
+    for (const std::string& name : row.names) {
+      std::filesystem::create_symlink("bundle.crt", scratch.path(name));
+    }
+    const std::string folder = scratch.path(".");
+    std::filesystem::create_symlink("gone.pem", scratch.path("ffffffff.0"));
+    std::filesystem::last_write_time(
+        bundle, std::filesystem::last_write_time(folder) + std::chrono::seconds(row.secondsLater));
+    const Authorities chosen = chooseAuthorities({.bundle = bundle, .folder = folder});
+    EXPECT_EQ(chosen.bundle.has_value(), !row.fromFolder) << &row - cases;
+    EXPECT_EQ(chosen.folder.has_value(), row.fromFolder) << &row - cases;
+  }
+}
+
+TEST(Authorities, AreTheUsersFirst) {
+  const struct {
+    const char *curlBundle, *bundle, *folder;
+    std::string expected;
+  } cases[] = {{"a", "b", "c", "a c"}, {"", "b", "", "b folder"}, {"", "", "c", "bundle c"}};
+  for (const auto& row : cases) {
+    ::setenv("CURL_CA_BUNDLE", row.curlBundle, 1);
+    ::setenv("SSL_CERT_FILE", row.bundle, 1);
+    ::setenv("SSL_CERT_DIR", row.folder, 1);
+    const Authorities chosen = chooseAuthorities({.bundle = "bundle", .folder = "folder"});
+    EXPECT_EQ(chosen.bundle.value_or("none") + ' ' + chosen.folder.value_or("none"), row.expected);
+  }
+  forgetTheUsersAuthorities();
 }
 
 TEST(HttpClient, ReportsADownloadEvenIfItsFileCannotBeMade) {

@@ -9,6 +9,7 @@
 #include "base/termination_signals.hpp"
 #include "base/text_rules.hpp"
 #include "transfer/http/answer_limits.hpp"
+#include "transfer/http/authorities.hpp"
 #include "transfer/http/destination_file.hpp"
 
 namespace tarnwick {
@@ -22,6 +23,18 @@ struct FreeBy {
   void operator()(auto* handle) const { free(handle); }
 };
 
+const char* textOrNull(const std::optional<std::string>& text) {
+  return text ? text->c_str() : nullptr;
+}
+
+Authorities builtInAuthorities() {
+  const auto text = [](const char* path) {
+    return path != nullptr ? std::optional<std::string>(path) : std::nullopt;
+  };
+  const auto* const built = curl_version_info(CURLVERSION_NOW);
+  return {.bundle = text(built->cainfo), .folder = text(built->capath)};
+}
+
 }  // namespace
 
 struct HttpClient::Session {
@@ -30,6 +43,7 @@ struct HttpClient::Session {
     multi.reset(curl_multi_init());
     share.reset(curl_share_init());
     curl_share_setopt(share.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+    authorities = chooseAuthorities(builtInAuthorities());
   }
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
@@ -42,6 +56,7 @@ struct HttpClient::Session {
   std::unique_ptr<CURLM, FreeBy<curl_multi_cleanup>>
       multi;  ///< keeps connections and names between requests
   std::unique_ptr<CURLSH, FreeBy<curl_share_cleanup>> share;  ///< keeps the TLS sessions
+  Authorities authorities;
 };
 
 namespace {
@@ -52,12 +67,13 @@ class Exchange {
  public:
   using TakeBody = std::function<bool(const HttpResponse&, std::string_view)>;
 
-  Exchange(CURLM* multi, CURLSH* share, const HttpRequest& request, const AnswerLimits& limits,
-           const TakeBody& takeBody)
+  Exchange(CURLM* multi, CURLSH* share, const Authorities& authorities, const HttpRequest& request,
+           const AnswerLimits& limits, const TakeBody& takeBody)
       : multi_(multi), request_(request), limits_(limits), takeBody_(takeBody) {
     if (!easy_) return;
     set(CURLOPT_SHARE, share);
     setAddressAndMethod();
+    setAuthorities(authorities);
     setWhatTheKitAsksFor();
     setPolicy();
     setReceivers();
@@ -129,6 +145,12 @@ class Exchange {
     set(CURLOPT_HTTPHEADER, headers_.get());
   }
 
+  void setAuthorities(const Authorities& authorities) {
+    const bool areGiven = !request_.authorities.empty();
+    set(CURLOPT_CAINFO, areGiven ? request_.authorities.c_str() : textOrNull(authorities.bundle));
+    if (!areGiven) set(CURLOPT_CAPATH, textOrNull(authorities.folder));
+  }
+
   void setWhatTheKitAsksFor() {
     for (const std::string& place : request_.connectTo) {
       if (!connectTo_) {
@@ -138,7 +160,6 @@ class Exchange {
       }
     }
     if (connectTo_) set(CURLOPT_CONNECT_TO, connectTo_.get());
-    if (!request_.authorities.empty()) set(CURLOPT_CAINFO, request_.authorities.c_str());
     if (request_.totalTimeout) {
       set(CURLOPT_TIMEOUT_MS, static_cast<long>(request_.totalTimeout->count()));
     }
@@ -334,13 +355,14 @@ class Exchange {
   bool wasMade_ = false;
 };
 
-HttpResult exchange(CURLM* multi, CURLSH* share, const HttpRequest& request,
-                    const AnswerLimits& limits, const Exchange::TakeBody& takeBody) {
-  Exchange first(multi, share, request, limits, takeBody);
+HttpResult exchange(CURLM* multi, CURLSH* share, const Authorities& authorities,
+                    const HttpRequest& request, const AnswerLimits& limits,
+                    const Exchange::TakeBody& takeBody) {
+  Exchange first(multi, share, authorities, request, limits, takeBody);
   first.run();
   if (!first.hasUnreadableHeaders()) return first.result();
   // Above all a length that is no number, with which libcurl goes no further.
-  Exchange second(multi, share, request, limits, takeBody);
+  Exchange second(multi, share, authorities, request, limits, takeBody);
   second.readToEndOfConnection();
   second.run();
   return second.result();
@@ -356,7 +378,7 @@ HttpClient::~HttpClient() = default;
 HttpResult HttpClient::sendSynchronousRequest(const HttpRequest& request) {
   std::string body;
   HttpResult result =
-      exchange(session_->multi.get(), session_->share.get(), request,
+      exchange(session_->multi.get(), session_->share.get(), session_->authorities, request,
                AnswerLimits(AnswerKind::text, request.largestBody.value_or(largestText)),
                [&body](const HttpResponse&, std::string_view bytes) {
                  body += bytes;
@@ -371,8 +393,8 @@ HttpResult HttpClient::download(const HttpRequest& request,
                                 const DownloadProgress& progress) {
   DestinationFile file(destination);
   bool announced = false;
-  HttpResult result = exchange(session_->multi.get(), session_->share.get(), request,
-                               AnswerLimits(AnswerKind::file, largestDownload_),
+  HttpResult result = exchange(session_->multi.get(), session_->share.get(), session_->authorities,
+                               request, AnswerLimits(AnswerKind::file, largestDownload_),
                                [&](const HttpResponse& response, std::string_view bytes) {
                                  if (!announced) progress.didReceiveResponse(response);
                                  announced = true;
