@@ -63,7 +63,7 @@ class Header(NamedTuple):
 
 
 HEADERS = {"plain": Header("x", UPDATED), "command": Header("$(touch pwned)"), "old command": Header("`touch pwned`"),
-           "quote": Header('"; touch pwned; "'), "backslash at the cut": Header("x" * 433 + "\\x")}
+           "quote": Header('"; touch pwned; "'), "backslash at the cut": Header("x" * 434 + "\\x")}
 
 
 @pytest.mark.parametrize("header", HEADERS.values(), ids=HEADERS)

@@ -162,7 +162,7 @@ def test_detached_signatures_come_with_what_they_sign(world):
     assert mirror(world).stdout == MIRRORED.format(6)
     world.shell("cmp /srv/origin/test-6.cvd.sign /srv/vendor/mirror/test-6.cvd.sign")
     world.write("/srv/vendor/mirror/x.sign", "<html>")
-    checked = world.command(*KIT.format("/srv/vendor").replace(" mirror", " check").split())
+    checked = world.command(*MIRROR_COMMAND.format("/srv/vendor").replace(" mirror", " check").split())
     assert checked.stdout == "Damaged: mirror/x.sign is no signature\n"
 
 

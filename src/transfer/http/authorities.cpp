@@ -6,7 +6,7 @@
 #include <fstream>
 #include <string_view>
 
-#include "base/files.hpp"
+#include "base/file_tree.hpp"
 
 namespace tarnwick {
 namespace {
