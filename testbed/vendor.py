@@ -16,6 +16,7 @@ HOME = REPOSITORY / "build" / "vendor"
 EXECUTABLE = pathlib.Path(os.environ.get("TARNWICK_EXECUTABLE", REPOSITORY / "build" / "test" / "tarnwick"))
 PUBLISHER = EXECUTABLE.resolve().parent / "tarnwick-publish"
 KIT = seen_inside(PUBLISHER)  # the same program, in a machine
+TRACED = os.environ | {"ASAN_OPTIONS": "detect_leaks=0"}  # LeakSanitizer cannot search a process that strace traces
 
 
 def sample(version):

@@ -32,7 +32,7 @@ def cut(killed, moment, home, *command):
     """The end of the kit alone or of all that it started, at one of its calls of the system."""
     through = ["strace", "-qq", "-o", "/dev/null", "-e", moment, vendor.PUBLISHER, "--home", home]
     job = subprocess.Popen([*through, *command], text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                           start_new_session=True)
+                           start_new_session=True, env=vendor.TRACED)
     job.wait()
     if killed == "all":
         with contextlib.suppress(ProcessLookupError):

@@ -110,7 +110,8 @@ def test_a_container_that_brings_a_link_is_not_used(home, tmp_path, kind):
 
 
 def test_what_is_old_is_told(home):
-    subprocess.run(["sh", "-euc", f"{FILL_MIRROR} touch -d '5 days ago' current/dns.txt current/daily.cvd"], cwd=home, check=True)
+    aged = f"{FILL_MIRROR} touch -d '5 days ago' current/dns.txt current/daily.cvd"
+    subprocess.run(["sh", "-euc", aged], cwd=home, check=True)
     outcome = publish(home, "check")
     assert (outcome.returncode, outcome.stdout.splitlines()[0]) == (0, "Old: mirror/dns.txt is 5 days old")
     subprocess.run(["touch", "-d", "9 days ago", home / S / "VestRUM.cud"], check=True)

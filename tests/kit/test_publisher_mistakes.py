@@ -304,7 +304,7 @@ def test_what_a_name_leads_to_is_on_the_disk_before_the_name(home, tmp_path, com
     subprocess.run(["strace", "-f", "-qq", "-y", "-s", "4096", "-o", tmp_path / "trace", "--seccomp-bpf", "-e",
                     "trace=open,openat,creat,fsync,fdatasync,rename,renameat,renameat2", vendor.PUBLISHER,
                     "--home", home, *words, *subject.get(words[0], [])], check=True, stdin=subprocess.DEVNULL,
-                   capture_output=True)
+                   capture_output=True, env=vendor.TRACED)
     unsynced, nameless, given = set(), set(), set()
     for step, path, new in steps(tmp_path / "trace"):
         if step == "write":

@@ -241,6 +241,7 @@ KINDS = {
 }
 
 
+@shipped_as_tested
 @pytest.mark.parametrize("kind", KINDS.values(), ids=KINDS)
 def test_each_kind_of_run_works_with_the_rights_of_the_unit(new_world, kind):
     kind.before(new_world)
