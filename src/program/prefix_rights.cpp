@@ -13,6 +13,7 @@
 #include "base/installation_paths.hpp"
 #include "base/path_rights.hpp"
 #include "base/platform_log.hpp"
+#include "base/text_rules.hpp"
 
 namespace tarnwick {
 namespace {
@@ -83,7 +84,7 @@ Paths whatOthersCanChange() {
 void reportPrefixRights() {
   const Paths found = whatOthersCanChange();
   if (found.empty()) return;
-  std::string first = found.front();
+  std::string first = shownText(found.front());
   const auto* const advice = first.starts_with(inPrefix(""))
                                  ? "Run provision, as root."
                                  : "Make root its owner, and the only one who can write to it.";

@@ -17,7 +17,7 @@ bool looksLikeSignature(const fs::path& file) {
 }
 
 fs::path fetchSignature(Upstream& upstream, const std::string& name) {
-  const fs::path file = upstream.file(name);
+  fs::path file = upstream.file(name);
   if (!isFile(file)) upstream.askForFile(name);
   if (looksLikeSignature(file)) return file;
   removeFile(file);

@@ -27,8 +27,8 @@ std::string now() {
   const std::time_t moment = std::time(nullptr);
   std::tm parts{};
   ::gmtime_r(&moment, &parts);
-  std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts);
-  return text.data();
+  const std::size_t length = std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts);
+  return {text.data(), length};
 }
 
 /// The user, and in whose name by sudo.

@@ -13,6 +13,22 @@ namespace tarnwick::publisher {
 
 namespace fs = std::filesystem;
 
+namespace {
+
+/// Whether a file of the home is the same file under another name.
+bool isFileOfHome(const fs::path& file, const Home& home) {
+  std::error_code error;
+  if (fs::hard_link_count(file, error) < 2 || error) return false;
+  for (fs::recursive_directory_iterator entry(home.folder, error), end; !error && entry != end;
+       entry.increment(error)) {
+    std::error_code ignored;
+    if (fs::equivalent(entry->path(), file, ignored)) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
 void refuseInHome(const fs::path& path, const Home& home) {
   std::error_code ignored;
   const fs::path real = fs::weakly_canonical(path, ignored);
@@ -30,6 +46,9 @@ std::string readToPublish(const fs::path& file, const Home& home) {
   }
   if (*content == contentOf(home.privateKey)) {
     refuse(fmt::format("{} is the private key, which is never published", file.string()));
+  }
+  if (isFileOfHome(file, home)) {
+    refuse(fmt::format("{} is a file of the publishing home under another name", file.string()));
   }
   return std::move(*content);
 }

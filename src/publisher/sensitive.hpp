@@ -13,7 +13,8 @@ namespace tarnwick::publisher {
 void refuseInHome(const std::filesystem::path& path, const Home& home);
 
 /// The content of a vendor's file, read once through one descriptor that follows no link: what is
-/// judged is what is published. Refuses the private key, and what cannot be read.
+/// judged is what is published. Refuses the private key, every file of the home under another name,
+/// and what cannot be read.
 std::string readToPublish(const std::filesystem::path& file, const Home& home);
 
 }  // namespace tarnwick::publisher

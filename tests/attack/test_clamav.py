@@ -111,6 +111,8 @@ RIGHTS = {
     "link to nothing": Rights("ln -s none bin/none"),
     "link that belongs to clamav": Rights("chown -h clamav bin/clamscan"),
     "name of two lines": Rights("install -o clamav /bin/true \"bin/a$(printf '\\na')\"", f"{BIN}/a?a"),
+    "name with a control character": Rights(
+        "install -o clamav /bin/true \"bin/a$(printf '\\177a')\"", f"{BIN}/a?a"),
 }
 
 

@@ -68,6 +68,9 @@ MISTAKES = {
         "{new}/b.ndb is a link; put the file itself there\n"),
     "the key among the signatures": Mistake(
         "ln private.pem ../new/x.ndb", TO_RELEASE, "{new}/x.ndb is the private key, which is never published\n"),
+    "another file of the home among the signatures": Mistake(
+        "ln public.pem ../new/x.ndb", TO_RELEASE,
+        "{new}/x.ndb is a file of the publishing home under another name\n"),
     "the key as COPYING": Mistake(
         "cp private.pem ../new/COPYING", TO_RELEASE, "{new}/COPYING is the private key, which is never published\n"),
     "signatures in the home": Mistake("mv ../new signatures", "release signatures", IN_HOME.format("signatures")),
