@@ -12,8 +12,9 @@ namespace tarnwick::testbed {
 /// A temporary folder; the destructor deletes it.
 class Scratch {
  public:
-  Scratch() {
-    std::string name = (std::filesystem::temp_directory_path() / "tarnwick-unit-XXXXXX").string();
+  /// A caller that acts as another user needs a parent that this user can enter, such as /tmp.
+  explicit Scratch(const std::filesystem::path& parent = std::filesystem::temp_directory_path()) {
+    std::string name = (parent / "tarnwick-unit-XXXXXX").string();
     path_ = ::mkdtemp(name.data());
   }
   Scratch(const Scratch&) = delete;

@@ -136,7 +136,7 @@ std::string homeOf(const Invocation& invocation) {
   if (invocation.command == "init" && !invocation.home) {
     throw Misuse("init needs --home DIR: the folder that is to hold the private key");
   }
-  const std::string given = invocation.home.value_or(".");
+  std::string given = invocation.home.value_or(".");
   std::error_code ignored;
   if (fs::weakly_canonical(given, ignored).string().find_first_of("*?[]\\") != std::string::npos) {
     throw Misuse("the path of a home must not hold any of * ? [ ] \\");
@@ -200,9 +200,9 @@ int runPublisher(int argc, const char* const* argv) {
   keepStandardDescriptorsOpen();
   ::umask(022);
   ::setenv("LC_ALL", "C", 1);  // NOLINT(concurrency-mt-unsafe): there is one thread yet
-  std::signal(SIGPIPE, SIG_IGN);
+  static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
   // A caller that ignores it would otherwise keep us from learning how our children ended.
-  std::signal(SIGCHLD, SIG_DFL);
+  static_cast<void>(std::signal(SIGCHLD, SIG_DFL));
   std::string home;
   return runSafely(argc, argv, home);
 }

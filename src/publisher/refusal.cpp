@@ -69,8 +69,9 @@ std::string_view firstLine(std::string_view text) {
 
 std::string firstError(std::string_view text) {
   for (const std::string_view line : split(text, '\n')) {
-    if (line.find("rror") != std::string_view::npos)
+    if (line.find("rror") != std::string_view::npos) {
       return std::string(line.substr(0, longestLine));
+    }
   }
   return {};
 }

@@ -44,8 +44,9 @@ std::string httpDate(std::time_t moment) {
   std::array<char, longest> text{};
   std::tm parts{};
   ::gmtime_r(&moment, &parts);
-  std::strftime(text.data(), text.size(), "%a, %d %b %Y %H:%M:%S GMT", &parts);
-  return text.data();
+  const std::size_t length =
+      std::strftime(text.data(), text.size(), "%a, %d %b %Y %H:%M:%S GMT", &parts);
+  return {text.data(), length};
 }
 
 std::vector<std::string> detours(const SiteValues& values, std::string server) {

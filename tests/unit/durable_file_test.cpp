@@ -71,7 +71,7 @@ TEST(DurableFiles, CountAsNotInstalledIfTheirFolderCannotBeSynced) {
   if (::geteuid() != 0) {
     GTEST_SKIP() << "only root can change the owner of a folder";
   }
-  const testbed::Scratch scratch;
+  const testbed::Scratch scratch("/tmp");
   const std::string target = scratch.path("folder/target");
   fs::create_directory(scratch.path("folder"));
   for (const auto* const name : {"", "folder"}) {
