@@ -129,10 +129,11 @@ void SignatureFolder::takeIn(const fs::path& file, const Home& home) {
         fault->line > 0 ? fmt::format("{} line {}", file.string(), fault->line) : file.string();
     refuse(fmt::format("{} cannot be released: {}", place, fault->reason));
   }
-  join(file, kind, std::move(content));
+  join(file, kind, content);
 }
 
-void SignatureFolder::join(const fs::path& file, const std::string& kind, std::string content) {
+void SignatureFolder::join(const fs::path& file, const std::string& kind,
+                           const std::string& content) {
   std::string& joined = joined_[std::string(joinedStart) + kind];
   const auto lines = std::ranges::count(joined, '\n');
   origins_.push_back({.kind = kind, .first = lines + 1, .file = file});

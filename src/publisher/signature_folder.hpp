@@ -43,7 +43,7 @@ class SignatureFolder {
   };
 
   void takeIn(const std::filesystem::path& file, const Home& home);
-  void join(const std::filesystem::path& file, const std::string& kind, std::string content);
+  void join(const std::filesystem::path& file, const std::string& kind, const std::string& content);
   [[nodiscard]] const Origin* originOf(const std::string& kind, std::int64_t line) const;
 
   FileSet joined_;
