@@ -35,6 +35,13 @@ Authorities builtInAuthorities() {
   return {.bundle = text(built->cainfo), .folder = text(built->capath)};
 }
 
+/// What the requests of a client share. The client's session must outlive it.
+struct Shared {
+  CURLM* multi;
+  CURLSH* share;
+  const Authorities& authorities;
+};
+
 }  // namespace
 
 struct HttpClient::Session {
@@ -53,6 +60,8 @@ struct HttpClient::Session {
     curl_global_cleanup();
   }
 
+  [[nodiscard]] Shared shared() const { return {multi.get(), share.get(), authorities}; }
+
   std::unique_ptr<CURLM, FreeBy<curl_multi_cleanup>>
       multi;  ///< keeps connections and names between requests
   std::unique_ptr<CURLSH, FreeBy<curl_share_cleanup>> share;  ///< keeps the TLS sessions
@@ -67,13 +76,13 @@ class Exchange {
  public:
   using TakeBody = std::function<bool(const HttpResponse&, std::string_view)>;
 
-  Exchange(CURLM* multi, CURLSH* share, const Authorities& authorities, const HttpRequest& request,
-           const AnswerLimits& limits, const TakeBody& takeBody)
-      : multi_(multi), request_(request), limits_(limits), takeBody_(takeBody) {
+  Exchange(const Shared& shared, const HttpRequest& request, const AnswerLimits& limits,
+           const TakeBody& takeBody)
+      : multi_(shared.multi), request_(request), limits_(limits), takeBody_(takeBody) {
     if (!easy_) return;
-    set(CURLOPT_SHARE, share);
+    set(CURLOPT_SHARE, shared.share);
     setAddressAndMethod();
-    setAuthorities(authorities);
+    setAuthorities(shared.authorities);
     setWhatTheKitAsksFor();
     setPolicy();
     setReceivers();
@@ -355,14 +364,13 @@ class Exchange {
   bool wasMade_ = false;
 };
 
-HttpResult exchange(CURLM* multi, CURLSH* share, const Authorities& authorities,
-                    const HttpRequest& request, const AnswerLimits& limits,
+HttpResult exchange(const Shared& shared, const HttpRequest& request, const AnswerLimits& limits,
                     const Exchange::TakeBody& takeBody) {
-  Exchange first(multi, share, authorities, request, limits, takeBody);
+  Exchange first(shared, request, limits, takeBody);
   first.run();
   if (!first.hasUnreadableHeaders()) return first.result();
   // Above all a length that is no number, with which libcurl goes no further.
-  Exchange second(multi, share, authorities, request, limits, takeBody);
+  Exchange second(shared, request, limits, takeBody);
   second.readToEndOfConnection();
   second.run();
   return second.result();
@@ -378,7 +386,7 @@ HttpClient::~HttpClient() = default;
 HttpResult HttpClient::sendSynchronousRequest(const HttpRequest& request) {
   std::string body;
   HttpResult result =
-      exchange(session_->multi.get(), session_->share.get(), session_->authorities, request,
+      exchange(session_->shared(), request,
                AnswerLimits(AnswerKind::text, request.largestBody.value_or(largestText)),
                [&body](const HttpResponse&, std::string_view bytes) {
                  body += bytes;
@@ -393,15 +401,15 @@ HttpResult HttpClient::download(const HttpRequest& request,
                                 const DownloadProgress& progress) {
   DestinationFile file(destination);
   bool announced = false;
-  HttpResult result = exchange(session_->multi.get(), session_->share.get(), session_->authorities,
-                               request, AnswerLimits(AnswerKind::file, largestDownload_),
-                               [&](const HttpResponse& response, std::string_view bytes) {
-                                 if (!announced) progress.didReceiveResponse(response);
-                                 announced = true;
-                                 if (!file.append(bytes)) return false;
-                                 if (!bytes.empty()) progress.didReceiveDataOfLength(bytes.size());
-                                 return true;
-                               });
+  HttpResult result =
+      exchange(session_->shared(), request, AnswerLimits(AnswerKind::file, largestDownload_),
+               [&](const HttpResponse& response, std::string_view bytes) {
+                 if (!announced) progress.didReceiveResponse(response);
+                 announced = true;
+                 if (!file.append(bytes)) return false;
+                 if (!bytes.empty()) progress.didReceiveDataOfLength(bytes.size());
+                 return true;
+               });
   if (std::holds_alternative<HttpResponse>(result)) file.complete();
   return result;
 }
