@@ -97,7 +97,7 @@ std::optional<std::string> fetchValidSignature(const RunContext& context,
   const Link link{.url = urlOf(item) + ".signature"};
   const HttpResult answer =
       session.http.sendSynchronousRequest(toolRequest(link.url, session.userAgent));
-  const std::optional<std::string> signature = textIn(answer);
+  std::optional<std::string> signature = textIn(answer);
   const bool valid = DVSUDSAVerifier::validatePathWithEncodedDSASignatureWithPublicDSAKey(
       file, signature, session.publicKey);
   const auto downloaded = file ? sizeOf(*file) : std::nullopt;
