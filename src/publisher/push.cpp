@@ -4,9 +4,9 @@
 
 #include <algorithm>
 #include <mutex>
-#include <thread>
 
 #include "base/text_rules.hpp"
+#include "publisher/at_once.hpp"
 #include "publisher/check.hpp"
 #include "publisher/container.hpp"
 #include "publisher/copy_to_server.hpp"
@@ -142,15 +142,11 @@ void Push::tellCopy(std::size_t number) const {
 
 void Push::copyToAll() {
   std::mutex oneAtATime;
-  std::vector<std::thread> threads;
-  for (std::size_t i = 0; i < servers_.size(); ++i) {
-    threads.emplace_back([this, i, &oneAtATime] {
-      outcomes_[i].copy = copyToServer(home_, servers_[i].place, silence_);
-      const std::lock_guard guard(oneAtATime);
-      tellCopy(i);
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
+  atOnce(servers_.size(), [this, &oneAtATime](std::size_t number) {
+    outcomes_[number].copy = copyToServer(home_, servers_[number].place, silence_);
+    const std::lock_guard guard(oneAtATime);
+    tellCopy(number);
+  });
 }
 
 void Push::tellAnswer(std::size_t number) const {

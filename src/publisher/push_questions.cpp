@@ -4,9 +4,9 @@
 
 #include <algorithm>
 #include <array>
-#include <thread>
 
 #include "base/text_rules.hpp"
+#include "publisher/at_once.hpp"
 #include "publisher/copy_to_server.hpp"
 #include "publisher/disk.hpp"
 #include "publisher/served_check.hpp"
@@ -111,11 +111,8 @@ void collect(const PushServer& server, const PushIntent& intent, std::vector<std
 std::vector<std::string> objectionsOf(const std::vector<PushServer>& servers,
                                       const PushIntent& intent) {
   std::vector<std::vector<std::string>> each(servers.size());
-  std::vector<std::thread> threads;
-  for (std::size_t i = 0; i < servers.size(); ++i) {
-    threads.emplace_back(collect, std::cref(servers[i]), std::cref(intent), std::ref(each[i]));
-  }
-  for (std::thread& thread : threads) thread.join();
+  atOnce(servers.size(),
+         [&](std::size_t number) { collect(servers[number], intent, each[number]); });
   std::vector<std::string> all;
   for (const auto& lines : each) all.insert(all.end(), lines.begin(), lines.end());
   return all;

@@ -4,9 +4,9 @@
 
 #include <algorithm>
 #include <mutex>
-#include <thread>
 
 #include "base/text_rules.hpp"
+#include "publisher/at_once.hpp"
 #include "publisher/container.hpp"
 #include "publisher/disk.hpp"
 #include "publisher/published.hpp"
@@ -175,15 +175,11 @@ std::vector<ServerAnswer> askServers(const std::vector<std::string>& urls,
                                      const ServedStandard& standard, const AnswerTaker& told) {
   std::vector<ServerAnswer> answers(urls.size());
   std::mutex oneAtATime;
-  std::vector<std::thread> threads;
-  for (std::size_t i = 0; i < urls.size(); ++i) {
-    threads.emplace_back([&, i] {
-      askSafely(urls[i], standard, i, answers[i]);
-      const std::lock_guard guard(oneAtATime);
-      told(i, answers[i]);
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
+  atOnce(urls.size(), [&](std::size_t number) {
+    askSafely(urls[number], standard, number, answers[number]);
+    const std::lock_guard guard(oneAtATime);
+    told(number, answers[number]);
+  });
   return answers;
 }
 

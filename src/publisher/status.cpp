@@ -4,9 +4,9 @@
 
 #include <algorithm>
 #include <ctime>
-#include <thread>
 
 #include "base/text_rules.hpp"
+#include "publisher/at_once.hpp"
 #include "publisher/container.hpp"
 #include "publisher/disk.hpp"
 #include "publisher/json.hpp"
@@ -58,17 +58,13 @@ ServerState askState(const Home& home, const SiteValues& values, const PushServe
 std::vector<ServerState> askAll(const Home& home, const SiteValues& values,
                                 const std::vector<PushServer>& servers) {
   std::vector<ServerState> states(servers.size());
-  std::vector<std::thread> threads;
-  for (std::size_t i = 0; i < servers.size(); ++i) {
-    threads.emplace_back([&, i] {
-      try {
-        states[i] = askState(home, values, servers[i]);
-      } catch (const std::exception& error) {
-        states[i].why = error.what();
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
+  atOnce(servers.size(), [&](std::size_t number) {
+    try {
+      states[number] = askState(home, values, servers[number]);
+    } catch (const std::exception& error) {
+      states[number].why = error.what();
+    }
+  });
   return states;
 }
 
