@@ -126,7 +126,7 @@ void NextVersion::putInPlace() const {
   moveOver(container(), set / "VestRUM.cud");
   syncPath(set / "VestRUM.cud");
   signFile(set / "VestRUM.cud", start_.privateKey);
-  writeSynced(set / "VestRUM-db-version.txt", fmt::format("VestRUM:{}\n", start_.number));
+  writeSynced(set / versionFileName, fmt::format("VestRUM:{}\n", start_.number));
   if (start_.version > 0) dateAfter(set, home.scripted / "current");
   if (hasScript()) {
     const std::string signature = scriptFile().string() + ".signature";

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "base/text_rules.hpp"
 #include "publisher/container.hpp"
 #include "publisher/disk.hpp"
 #include "publisher/key.hpp"
@@ -26,7 +27,7 @@ std::int64_t versionOfSet(const fs::path& set, const std::string& publicKey) {
   const std::int64_t version = versionOfFile(set / "VestRUM.cud");
   const bool whole = version > 0 && set.filename() == std::to_string(version) &&
                      isSigned(set / "VestRUM.cud", publicKey) &&
-                     announces(set / "VestRUM-db-version.txt", version);
+                     announces(set / versionFileName, version);
   return whole ? version : 0;
 }
 
@@ -45,6 +46,12 @@ void putBackCurrent(const Home& home, const Workplace& work) {
 
 }  // namespace
 
+std::optional<std::int64_t> announcedVersion(const std::optional<std::string>& text) {
+  constexpr std::string_view start = "VestRUM:";
+  if (!text || !text->starts_with(start)) return std::nullopt;
+  return parseInteger(std::string_view(*text).substr(start.size()));
+}
+
 std::int64_t publishedVersion(const Home& home, const Workplace& work) {
   const fs::path current = home.scripted / "current";
   if (!isFolder(current)) putBackCurrent(home, work);
@@ -57,7 +64,7 @@ std::int64_t publishedVersion(const Home& home, const Workplace& work) {
     return 0;
   }
   const std::int64_t version = versionOfFile(home.scripted / "VestRUM.cud");
-  if (version == 0 || !announces(home.scripted / "VestRUM-db-version.txt", version)) {
+  if (version == 0 || !announces(home.scripted / versionFileName, version)) {
     refuse("the published container and version file do not agree",
            fmt::format("see: tarnwick-publish --home {} check", home.folder.string()));
   }

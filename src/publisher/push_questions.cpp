@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <array>
 
-#include "base/text_rules.hpp"
 #include "publisher/at_once.hpp"
 #include "publisher/copy_to_server.hpp"
 #include "publisher/disk.hpp"
+#include "publisher/published.hpp"
 #include "publisher/served_check.hpp"
 #include "publisher/served_files.hpp"
 #include "transfer/signing/dsa_verifier.hpp"
@@ -18,7 +18,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr auto versionFile = "VestRUM-db-version.txt";
 constexpr auto container = "VestRUM.cud";
 
 /// What a server has of the container: by HTTPS, or in a folder here.
@@ -28,18 +27,13 @@ struct ThereAlready {
   std::string signature;
 };
 
-std::int64_t announcedVersion(const std::optional<std::string>& text) {
-  constexpr std::string_view start = "VestRUM:";
-  if (!text || !text->starts_with(start)) return 0;
-  return parseInteger(std::string_view(*text).substr(start.size()));
-}
-
 ThereAlready askServer(const PushServer& server, const PushIntent& intent) {
   Findings unheard;
   ServedFiles files(intent.home, intent.values, hostInUrl(server.url), unheard);
-  files.fetch(versionFile);
-  ThereAlready there{
-      .version = announcedVersion(files.read(versionFile)), .container = {}, .signature = {}};
+  files.fetch(versionFileName);
+  ThereAlready there{.version = announcedVersion(files.read(versionFileName)).value_or(0),
+                     .container = {},
+                     .signature = {}};
   if (there.version != intent.version) return there;
   const std::string signature = std::string(container) + ".signature";
   files.fetch(signature);
@@ -53,7 +47,7 @@ ThereAlready askServer(const PushServer& server, const PushIntent& intent) {
 
 ThereAlready lookIntoFolder(const PushServer& server, const PushIntent& intent) {
   const fs::path folder = fs::path(server.place) / "site" / "VestRUM2" / "Scripted";
-  ThereAlready there{.version = announcedVersion(contentOf(folder / versionFile)),
+  ThereAlready there{.version = announcedVersion(contentOf(folder / versionFileName)).value_or(0),
                      .container = {},
                      .signature = {}};
   auto content = contentOf(folder / container);

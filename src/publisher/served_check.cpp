@@ -19,7 +19,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr auto versionFile = "VestRUM-db-version.txt";
 constexpr std::string_view scheme = "https://";
 
 void fetchPair(ServedFiles& files, const std::string& name) {
@@ -91,8 +90,8 @@ void askOne(const std::string& url, const ServedStandard& standard, std::size_t 
   const std::string server = hostInUrl(url);
   answer.findings = Findings(server + ": ");
   ServedFiles files(standard.tree.home, standard.values, server, answer.findings);
-  files.fetch(versionFile);
-  if (!files.has(versionFile)) {
+  files.fetch(versionFileName);
+  if (!files.has(versionFileName)) {
     answer.remedies = remedyFor(server, files.failure());
     return;
   }

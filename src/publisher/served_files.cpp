@@ -8,8 +8,9 @@
 #include <cstdlib>
 #include <ctime>
 
-#include "base/text_rules.hpp"
 #include "publisher/disk.hpp"
+#include "publisher/published.hpp"
+#include "vendor/cud_updater.hpp"
 #include "vendor/signed_links.hpp"
 
 namespace tarnwick::publisher {
@@ -26,8 +27,7 @@ bool isOfContentHost(const std::string& name) {
 /// Installations take the number behind the first ":" of any answer for the version that is out,
 /// and would fetch the whole container at every run.
 bool readsAsVersion(std::string_view page) {
-  const std::size_t colon = page.find(':');
-  return colon != std::string_view::npos && parseInteger(page.substr(colon + 1)) > 0;
+  return versionInText(page) > 0;
 }
 
 /// What the largest file of the home has, and a little more.
@@ -158,7 +158,7 @@ void ServedFiles::checkGuards() {
   constexpr long missing = 404;
   constexpr long gone = 410;
   constexpr int past = -60;
-  const std::string name = "VestRUM-db-version.txt";
+  const std::string name = versionFileName;
   expectRefusal({forbidden}, "a link without a signature",
                 fmt::format("https://{}{}{}", values_.linksHost, scriptedPath, name));
   expectRefusal({forbidden}, "a link signed with another secret",

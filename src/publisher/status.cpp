@@ -39,16 +39,12 @@ struct ServerState {
 };
 
 ServerState askState(const Home& home, const SiteValues& values, const PushServer& server) {
-  constexpr auto versionFile = "VestRUM-db-version.txt";
-  constexpr std::string_view start = "VestRUM:";
   if (server.url.empty()) return {.version = {}, .why = "no URL is given"};
   Findings findings;
   ServedFiles files(home, values, hostInUrl(server.url), findings);
-  files.fetch(versionFile);
-  const auto text = files.read(versionFile);
-  if (text && text->starts_with(start)) {
-    return {.version = std::to_string(parseInteger(std::string_view(*text).substr(start.size()))),
-            .why = {}};
+  files.fetch(versionFileName);
+  if (const auto version = announcedVersion(files.read(versionFileName))) {
+    return {.version = std::to_string(*version), .why = {}};
   }
   constexpr std::string_view damaged = "Damaged: ";
   const std::string said = findings.lines().empty() ? "" : findings.lines().front();

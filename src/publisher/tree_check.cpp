@@ -7,6 +7,7 @@
 #include "base/text_rules.hpp"
 #include "publisher/container.hpp"
 #include "publisher/disk.hpp"
+#include "publisher/published.hpp"
 #include "publisher/refusal.hpp"
 #include "publisher/script_walk.hpp"
 #include "transfer/signing/dsa_verifier.hpp"
@@ -47,7 +48,7 @@ bool mayBeTried(const Pair& pair, const TreeStandard& standard) {
 
 std::string announcedBy(const PublishedTree& tree) {
   constexpr std::size_t shown = 99;
-  const auto content = tree.read("VestRUM-db-version.txt");
+  const auto content = tree.read(versionFileName);
   if (!content) return "nothing";
   std::string text = replaced(content->substr(0, shown), std::string_view("\0", 1), "");
   while (text.ends_with('\n')) text.pop_back();
